@@ -7,6 +7,9 @@
 
 #include "gpu/GpuDevice.h"
 
+/// Key of the shared-memory segment; its object is named "/" + key.
+constexpr const char* segmentKey = "qzGpuInfo_v2";
+
 #pragma pack(push, 4)
 
 /// Up to 16 GPUs a vendor. Entries at or beyond a vendor's count hold stale or initial data.
@@ -49,3 +52,6 @@ static_assert(offsetof(GpuInfoBlock, amdGpus) == 2452);
 static_assert(offsetof(GpuInfoBlock, metalGpus) == 4884);
 static_assert(offsetof(GpuInfoBlock, summary) == 7316);
 static_assert(offsetof(GpuInfoBlock, onlyCuda) == 7468);
+
+/// Bytes of the block that are published; the segment's last three are never written.
+constexpr std::size_t publishedSize = offsetof(GpuInfoBlock, onlyCuda) + sizeof(GpuInfoBlock::onlyCuda);

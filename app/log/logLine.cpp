@@ -1,0 +1,23 @@
+#include "app/log/logLine.h"
+
+#include <cstdio>
+
+#include "support/qzTime.h"
+
+int logLevel = 3;
+bool logTimeStamps = false;
+
+void logLine(int level, const QString& message) {
+    if (logLevel < level)
+        return;
+    QByteArray line;
+    if (logTimeStamps)
+        line = QByteArray(_qzTime(true).asString8_Md_hms().c_str()) + "| ";
+    line += message.toUtf8();
+    std::puts(line.constData());
+}
+
+void flushOutput() {
+    std::fflush(stdout);
+    std::fflush(stderr);
+}

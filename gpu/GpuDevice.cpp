@@ -1,0 +1,49 @@
+#include "gpu/GpuDevice.h"
+
+#include <cstring>
+
+void initialiseGpuDevice(GpuDevice& record) {
+    const GpuDevice initial;
+    record.statsValid = initial.statsValid;
+    record.name[0] = '\0';
+    record.reserved65 = initial.reserved65;
+    record.optixCapable = initial.optixCapable;
+    record.amdRayTracing = initial.amdRayTracing;
+    record.gpuType = initial.gpuType;
+    record.deviceIndex = initial.deviceIndex;
+    record.clDevice = initial.clDevice;
+    record.hasTemperature = initial.hasTemperature;
+    record.temperature = initial.temperature;
+    record.hasMemTotal = initial.hasMemTotal;
+    record.memTotalMb = initial.memTotalMb;
+    record.hasMemUsage = initial.hasMemUsage;
+    record.memUsedMb = initial.memUsedMb;
+    record.memFreeMb = initial.memFreeMb;
+    record.hasUsage = initial.hasUsage;
+    record.usagePercent = initial.usagePercent;
+    record.hasSpeed = initial.hasSpeed;
+    record.speedGps = initial.speedGps;
+}
+
+void setGpuName(GpuDevice& record, const char* text) {
+    // strncpy fills the rest with zeros: nothing of a longer, earlier name is left for readers to find.
+    std::strncpy(record.name, text != nullptr ? text : "", sizeof record.name - 1);
+    record.name[sizeof record.name - 1] = '\0';
+}
+
+const char* gpuTypeName(const GpuDevice& record) {
+    switch (record.gpuType) {
+    case GpuType_Other:
+        return "Other";
+    case GpuType_Cuda:
+        return "Cuda";
+    case GpuType_Amd:
+        return "AMD";
+    case GpuType_Metal:
+        return "Metal";
+    case GpuType_Summary:
+        return "-";
+    default:
+        return "";
+    }
+}

@@ -1,0 +1,39 @@
+// What the driver knows of a vendor: a list of GPUs that can be found once, refreshed often, and let go.
+#pragma once
+
+#include <QList>
+
+#include "gpu/GpuDevice.h"
+
+/// A provider of one vendor's GPUs. Owns its records; they leave it only as copies.
+class GpuInfo {
+  public:
+    GpuInfo() = default;
+    virtual ~GpuInfo();
+    GpuInfo(const GpuInfo&) = delete;
+    GpuInfo& operator=(const GpuInfo&) = delete;
+
+    /// Lists the vendor's GPUs, one record each, paired with its OpenCL device where there is one.
+    /// Appends to the list, so it is called once. Non-zero as the provider defines; 0 is no failure of the program.
+    virtual int detectGpus() = 0;
+
+    /// Reads every record's live figures anew and, when asked, its benchmark score. Absent figures have their
+    /// marker cleared and keep the old number. Always non-zero.
+    virtual int updateUsage(const bool& doBenchmark) = 0;
+
+    /// Ends the use of the vendor's interface. 0 when the vendor's own shutdown fails.
+    virtual int shutdown() = 0;
+
+    int gpuCount() const { return static_cast<int>(gpus.size()); }
+
+    /// Copies the first record whose `deviceIndex` equals `key` into `out`. Without one, `out` has its initial
+    /// values (`statsValid` 0).
+    void getGpu(GpuDevice& out, int key) const;
+
+  protected:
+    /// Appends a new record, which stays the provider's.
+    GpuDevice& appendGpu();
+    void clearGpus();
+
+    QList<GpuDevice*> gpus;
+};

@@ -1,0 +1,18 @@
+#include "gpu/GpuInfoBlock.h"
+
+#include <algorithm>
+
+int GpuInfoBlock::totalCount() const {
+    return static_cast<int>(onlyCuda != 0 ? cudaCount : cudaCount + amdCount + metalCount);
+}
+
+GpuDevice GpuInfoBlock::gpuAt(int index) const {
+    const int cuda = static_cast<int>(cudaCount);
+    const int amd = static_cast<int>(amdCount);
+    const int i = std::min(std::max(index, 0), totalCount() - 1);
+    if (i < cuda)
+        return cudaGpus[i];
+    if (i < cuda + amd)
+        return amdGpus[i - cuda];
+    return metalGpus[i - cuda - amd];
+}
