@@ -1,0 +1,8 @@
+// The least that any Qt program costs: what start-up time and memory are measured against.
+
+#include <QCoreApplication>
+
+int main(int argc, char** argv) {
+    const QCoreApplication application(argc, argv);
+    return 0;
+}
