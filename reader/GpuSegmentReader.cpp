@@ -1,0 +1,199 @@
+#include "reader/GpuSegmentReader.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// Every attached process holds a shared record lock on this one byte, far beyond the payload.
+constexpr off_t attachedByte = off_t{1} << 62;
+
+constexpr timespec lockPollInterval{0, 500'000};
+
+/// Owner of one file descriptor; closing it gives the lock back too.
+class Descriptor {
+  public:
+    explicit Descriptor(int number) : m_number(number) {}
+    ~Descriptor() {
+        if (m_number >= 0)
+            ::close(m_number);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    int number() const { return m_number; }
+
+  private:
+    int m_number;
+};
+
+/// What a failed system call means to the caller; keeps `errno` where the text alone would not tell.
+SegmentResult failure(GpuSnapshot& snapshot, int error) {
+    switch (error) {
+    case ENOENT:
+    case ENOTDIR: // the directory itself is no directory
+        return SegmentResult::Missing;
+    case ELOOP: // a symbolic link under the name
+    case ENXIO: // a socket
+        return SegmentResult::Foreign;
+    case EACCES:
+    case EPERM:
+        snapshot.systemError = error;
+        return SegmentResult::PermissionDenied;
+    default:
+        snapshot.systemError = error;
+        return SegmentResult::IoError;
+    }
+}
+
+SegmentResult checkObject(const struct stat& info) {
+    if (!S_ISREG(info.st_mode))
+        return SegmentResult::Foreign;
+    if (info.st_uid != ::geteuid())
+        return SegmentResult::PermissionDenied;
+    if (info.st_nlink > 1)
+        return SegmentResult::Foreign;
+    if (info.st_size < static_cast<off_t>(sizeof(GpuInfoBlock)))
+        return SegmentResult::TooSmall;
+    return SegmentResult::Ok;
+}
+
+SegmentResult takeLock(int descriptor, Clock::time_point deadline, GpuSnapshot& snapshot) {
+    while (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EINTR)
+            continue;
+        if (errno != EWOULDBLOCK)
+            return failure(snapshot, errno);
+        if (Clock::now() >= deadline)
+            return SegmentResult::Locked;
+        ::nanosleep(&lockPollInterval, nullptr);
+    }
+    return SegmentResult::Ok;
+}
+
+/// Asking for an exclusive lock names a holder of a shared one, without taking anything.
+bool someoneIsAttached(int descriptor) {
+    struct flock request {};
+    request.l_type = F_WRLCK;
+    request.l_whence = SEEK_SET;
+    request.l_start = attachedByte;
+    request.l_len = 1;
+    return ::fcntl(descriptor, F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
+}
+
+double secondsOf(const timespec& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+void noteFreshness(int descriptor, const struct stat& info, GpuSnapshot& snapshot) {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    snapshot.opened = true;
+    snapshot.publishedAt = secondsOf(info.st_mtim);
+    // The clock may have been set back since the publishing.
+    snapshot.ageSeconds = std::max(0.0, secondsOf(now) - snapshot.publishedAt);
+    snapshot.writerAttached = someoneIsAttached(descriptor);
+}
+
+/// Reads through the descriptor: a mapping would end the process if the object shrank meanwhile.
+SegmentResult copyOut(int descriptor, GpuSnapshot& snapshot) {
+    std::array<unsigned char, sizeof(GpuInfoBlock)> bytes{};
+    std::size_t filled = 0;
+    while (filled < bytes.size()) {
+        const ssize_t count =
+            ::pread(descriptor, bytes.data() + filled, bytes.size() - filled, static_cast<off_t>(filled));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return failure(snapshot, errno);
+        if (count == 0)
+            break;
+        filled += static_cast<std::size_t>(count);
+    }
+    return parseSegment(bytes.data(), filled, snapshot.block);
+}
+
+struct Attempt {
+    SegmentResult result;
+    bool nameMoved; ///< the object lost its name meanwhile: it may have been replaced by another
+};
+
+Attempt readOnce(const char* path, Clock::time_point deadline, GpuSnapshot& snapshot) {
+    // O_NONBLOCK: a FIFO under the name would otherwise keep `open` waiting for a writer.
+    const Descriptor file(::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (file.number() < 0)
+        return {failure(snapshot, errno), false};
+
+    struct stat info {};
+    if (::fstat(file.number(), &info) != 0)
+        return {failure(snapshot, errno), false};
+    SegmentResult result = checkObject(info);
+    if (result != SegmentResult::Ok && result != SegmentResult::TooSmall)
+        return {result, false};
+
+    noteFreshness(file.number(), info, snapshot);
+    if (result == SegmentResult::TooSmall)
+        return {result, false};
+
+    result = takeLock(file.number(), deadline, snapshot);
+    if (result != SegmentResult::Ok)
+        return {result, false};
+
+    // What was true before the wait need not be true now.
+    if (::fstat(file.number(), &info) != 0)
+        return {failure(snapshot, errno), false};
+    if (info.st_nlink == 0)
+        return {SegmentResult::Missing, true};
+    noteFreshness(file.number(), info, snapshot);
+    return {copyOut(file.number(), snapshot), false};
+}
+
+} // namespace
+
+const char* segmentResultText(SegmentResult result) noexcept {
+    switch (result) {
+    case SegmentResult::Ok:
+        return "the GPU list was read";
+    case SegmentResult::Missing:
+        return "there is no segment; the companion does not run";
+    case SegmentResult::NotReady:
+        return "the segment holds no data yet; its first update cycle is not done";
+    case SegmentResult::Foreign:
+        return "what stands under the segment's name is not a GPU list of this version";
+    case SegmentResult::TooSmall:
+        return "the segment is too small to hold a GPU list";
+    case SegmentResult::Locked:
+        return "the segment's lock was not free in time";
+    case SegmentResult::PermissionDenied:
+        return "the segment belongs to another user or may not be read";
+    case SegmentResult::IoError:
+        return "the segment could not be read";
+    }
+    return "unknown result";
+}
+
+GpuSegmentReader::GpuSegmentReader(std::string directory, const std::string& key)
+    : m_path(std::move(directory) + "/" + key) {}
+
+SegmentResult GpuSegmentReader::read(GpuSnapshot& snapshot,
+                                     std::chrono::milliseconds lockWait) const noexcept {
+    const auto deadline = Clock::now() + std::max(lockWait, std::chrono::milliseconds::zero());
+    constexpr int mostReplacements = 3;
+    Attempt attempt{};
+    for (int i = 0; i <= mostReplacements; ++i) {
+        snapshot = GpuSnapshot{};
+        attempt = readOnce(m_path.c_str(), deadline, snapshot);
+        if (!attempt.nameMoved)
+            break;
+    }
+    return attempt.result;
+}

@@ -1,0 +1,69 @@
+// Reads the GPU list that `qzGpuInfo` publishes in shared memory. Needs the C library and nothing else.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+
+#include "gpu/GpuInfoBlock.h"
+
+/// What came of reading the segment. Only `Ok` fills `GpuSnapshot::block`.
+enum class SegmentResult {
+    Ok,
+    Missing,          ///< nothing under this name: no companion runs, or it has only just started
+    NotReady,         ///< the segment is there, its first update cycle is not done yet
+    Foreign,          ///< another layout version, impossible counts, or not a plain file with one name
+    TooSmall,         ///< fewer bytes than a block has
+    Locked,           ///< somebody else held the lock for the whole time allowed
+    PermissionDenied, ///< not readable, or another user's object, whose bytes are never trusted
+    IoError,          ///< the system refused an operation; `GpuSnapshot::systemError` tells which error
+};
+
+/// One plain sentence without a full stop, never null.
+const char* segmentResultText(SegmentResult result) noexcept;
+
+/// The block at one instant, and what the object itself tells about it.
+struct GpuSnapshot {
+    GpuInfoBlock block; ///< see `parseSegment` for what is guaranteed of it
+
+    bool opened = false;         ///< an object of this user was there; the next three are meaningful then
+    bool writerAttached = false; ///< some process is attached that keeps the segment alive
+    double ageSeconds =
+        0.0; ///< since the last publishing (before the first one: since creation); never negative
+    double publishedAt = 0.0; ///< the same instant in seconds since 1970 (UTC)
+
+    int systemError = 0; ///< `errno` of the failed operation for `IoError` and `PermissionDenied`, else 0
+
+    /// Number of GPUs in the global order: all NVIDIA, then all AMD, then all Apple.
+    int gpuCount() const { return block.totalCount(); }
+
+    /// The GPU at a place of the global order, 0 to `gpuCount() - 1`.
+    GpuDevice gpu(int index) const { return block.gpuAt(index); }
+};
+
+/// Takes a block out of `size` bytes of any content; touches nothing else. `Ok`, `NotReady`, `Foreign` or
+/// `TooSmall`. After `Ok`: version and counts are valid, every name is NUL-terminated, and a marker that is
+/// set belongs to a figure of the latest update cycle. For that the markers of a GPU whose figures were not
+/// read in that cycle are cleared, and those of the summary that no listed GPU stands behind (the publisher
+/// never takes one back).
+SegmentResult parseSegment(const void* data, std::size_t size, GpuInfoBlock& block) noexcept;
+
+/// The segment under one directory and key. Holds no descriptor between two readings, so one object serves
+/// for hours over restarts of the publisher. Several threads may read through one object.
+class GpuSegmentReader {
+  public:
+    static constexpr std::chrono::milliseconds defaultLockWait{1000};
+
+    explicit GpuSegmentReader(std::string directory = "/dev/shm", const std::string& key = segmentKey);
+
+    /// Copies the block out under the segment's lock, waiting for that at most `lockWait` (below zero: not at
+    /// all). Never writes, never blocks on anything but that wait, never waits on an object that is no plain
+    /// file.
+    SegmentResult read(GpuSnapshot& snapshot,
+                       std::chrono::milliseconds lockWait = defaultLockWait) const noexcept;
+
+    const std::string& path() const noexcept { return m_path; }
+
+  private:
+    std::string m_path;
+};

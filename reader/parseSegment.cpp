@@ -1,0 +1,75 @@
+#include "reader/GpuSegmentReader.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+bool countsAreValid(const GpuInfoBlock& block) {
+    constexpr auto most = static_cast<std::uint32_t>(GpuInfoBlock::capacity);
+    return block.cudaCount <= most && block.amdCount <= most && block.metalCount <= most;
+}
+
+/// A segment that was created and not written yet is all zero, its version too.
+bool isUnwritten(const GpuInfoBlock& block) {
+    return block.blockVersion == 0 && block.dataReady == 0 && block.cudaCount == 0 && block.amdCount == 0 &&
+           block.metalCount == 0;
+}
+
+void clearMarkers(GpuDevice& gpu) {
+    gpu.hasTemperature = gpu.hasMemTotal = gpu.hasMemUsage = gpu.hasUsage = gpu.hasSpeed = 0;
+}
+
+/// The publisher sets the summary's markers and never clears them: one that no listed GPU has is left over.
+void clearLeftOverMarkers(GpuInfoBlock& block) {
+    GpuDevice present;
+    for (int i = 0; i < block.totalCount(); ++i) {
+        const GpuDevice gpu = block.gpuAt(i);
+        present.hasTemperature |= gpu.hasTemperature;
+        present.hasMemTotal |= gpu.hasMemTotal;
+        present.hasMemUsage |= gpu.hasMemUsage;
+        present.hasUsage |= gpu.hasUsage;
+        present.hasSpeed |= gpu.hasSpeed;
+    }
+    const auto keepIf = [](std::uint8_t& marker, std::uint8_t wanted) {
+        if (wanted == 0)
+            marker = 0;
+    };
+    keepIf(block.summary.hasTemperature, present.hasTemperature);
+    keepIf(block.summary.hasMemTotal, present.hasMemTotal);
+    keepIf(block.summary.hasMemUsage, present.hasMemUsage);
+    keepIf(block.summary.hasUsage, present.hasUsage);
+    keepIf(block.summary.hasSpeed, present.hasSpeed);
+}
+
+/// Makes a record safe to use as text and its markers true.
+void settle(GpuDevice& gpu) {
+    gpu.name[sizeof gpu.name - 1] = '\0';
+    if (gpu.statsValid == 0)
+        clearMarkers(gpu);
+}
+
+} // namespace
+
+SegmentResult parseSegment(const void* data, std::size_t size, GpuInfoBlock& block) noexcept {
+    if (size < sizeof(GpuInfoBlock))
+        return SegmentResult::TooSmall;
+
+    GpuInfoBlock read;
+    // The publisher leaves the bytes behind the last field alone, and so they mean nothing.
+    std::memcpy(static_cast<void*>(&read), data, publishedSize);
+    if (isUnwritten(read))
+        return SegmentResult::NotReady;
+    if (read.blockVersion != GpuInfoBlock::version || !countsAreValid(read))
+        return SegmentResult::Foreign;
+    if (read.dataReady == 0)
+        return SegmentResult::NotReady;
+
+    clearLeftOverMarkers(read);
+    std::for_each(std::begin(read.cudaGpus), std::end(read.cudaGpus), settle);
+    std::for_each(std::begin(read.amdGpus), std::end(read.amdGpus), settle);
+    std::for_each(std::begin(read.metalGpus), std::end(read.metalGpus), settle);
+    settle(read.summary);
+    block = read;
+    return SegmentResult::Ok;
+}

@@ -1,0 +1,66 @@
+// What one reading of the segment says, in the terms that every output form speaks in.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "reader/GpuSegmentReader.h"
+
+/// One GPU (or the summary over all). A figure that is absent has no value; 0 is a reading.
+struct GpuView {
+    std::string name; ///< any bytes but NUL, as the driver gave them
+    int kindCode = 0;
+    std::string kind; ///< "Cuda", "AMD", "Metal", "Other", "-" (the summary), "unknown"
+    std::int32_t deviceIndex = -1;
+    bool statsValid = false;
+    bool optixCapable = false;
+    bool amdRayTracing = false;
+    bool openclMatched = false;
+    std::optional<std::int32_t> usagePercent;
+    std::optional<std::int32_t> temperatureCelsius;
+    std::optional<std::int32_t> memoryTotalMiB;
+    std::optional<std::int32_t> memoryUsedMiB;
+    std::optional<std::int32_t> memoryFreeMiB;
+    std::optional<float> speedGps; ///< finite
+};
+
+enum class ReportState {
+    Ok,
+    Stale, ///< a list is there, but nothing keeps it fresh
+    Missing,
+    NotReady,
+    Foreign,
+    TooSmall,
+    Locked,
+    PermissionDenied,
+    IoError,
+};
+
+struct StatusReport {
+    ReportState state = ReportState::Missing;
+    std::string message; ///< one plain sentence without a full stop
+    std::string segmentPath;
+    bool writerAttached = false;
+    std::optional<double> ageSeconds;  ///< not below 0
+    std::optional<double> publishedAt; ///< seconds since 1970 (UTC)
+    std::vector<GpuView> gpus;         ///< the global order; empty unless `Ok` or `Stale`
+    std::optional<GpuView> summary;    ///< only with `gpus` that are not empty
+};
+
+/// The name of a state in JSON, for instance "notReady".
+const char* stateName(ReportState state);
+
+/// The exit code of the command for a state.
+int exitCodeOf(ReportState state);
+
+/// Judges one reading. A list is stale when no process is attached to keep it fresh, or when it is older than
+/// `maxAge` seconds (0: any age is right).
+StatusReport makeReport(SegmentResult result, const GpuSnapshot& snapshot, const std::string& segmentPath,
+                        double maxAge);
+
+/// Reads and judges until the state is `Ok` or `wait` is over (0: once). What was last seen is the result.
+StatusReport readReport(const GpuSegmentReader& reader, double maxAge,
+                        std::chrono::milliseconds wait = std::chrono::milliseconds::zero());

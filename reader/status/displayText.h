@@ -1,0 +1,31 @@
+// Text from outside, made fit for people, terminals and formats that demand valid UTF-8.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// What stands for bytes that are no UTF-8, and for characters that a terminal must not get.
+constexpr char32_t replacementCharacter = 0xFFFD;
+
+/// The code points of `bytes`. Each longest beginning of a valid sequence that is cut short or goes wrong,
+/// and each byte that begins none, gives one replacement character; surrogates and over-long forms are no
+/// UTF-8.
+std::u32string decodeUtf8(std::string_view bytes);
+
+/// Appends one code point to `text` as UTF-8.
+void appendUtf8(std::string& text, char32_t codePoint);
+
+/// A line of text and the columns it takes on a terminal.
+struct DisplayText {
+    std::string text;
+    int columns = 0;
+};
+
+/// Makes any bytes one line that moves no cursor: control characters, line breaks, direction marks, combining
+/// characters and invalid bytes become the replacement character. At most `limit` columns: what is longer
+/// ends with an ellipsis. Column widths are those of the current LC_CTYPE; a character that it does not know
+/// is replaced.
+DisplayText displayText(std::string_view bytes, int limit = 1 << 20);
+
+/// `displayText` filled up with blanks to exactly `columns`.
+std::string padded(std::string_view bytes, int columns, bool alignRight);

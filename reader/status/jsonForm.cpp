@@ -1,0 +1,122 @@
+#include <cstdio>
+
+#include "reader/status/displayText.h"
+#include "reader/status/forms.h"
+
+namespace {
+
+constexpr int jsonFormatVersion = 1; ///< rises when a member changes its meaning or goes
+
+std::string quoted(const std::string& bytes) {
+    std::string text = "\"";
+    for (const char32_t codePoint : decodeUtf8(bytes)) {
+        if (codePoint == '"' || codePoint == '\\') {
+            text += '\\';
+            appendUtf8(text, codePoint);
+        } else if (codePoint < 0x20 || codePoint == 0x7F) {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(codePoint));
+            text += escape;
+        } else {
+            appendUtf8(text, codePoint);
+        }
+    }
+    return text + "\"";
+}
+
+std::string json(const std::string& value) {
+    return quoted(value);
+}
+std::string json(bool value) {
+    return value ? "true" : "false";
+}
+std::string json(std::int32_t value) {
+    return std::to_string(value);
+}
+std::string json(float value) {
+    return shortestText(value);
+}
+std::string json(double value) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.3f", value);
+    return text;
+}
+
+template <class T>
+std::string json(const std::optional<T>& value) {
+    return value ? json(*value) : "null";
+}
+
+/// The members of one object, in the order they are added.
+class JsonObject {
+  public:
+    explicit JsonObject(std::string indent) : m_indent(std::move(indent)) {}
+
+    template <class T>
+    void add(const char* name, const T& value) {
+        addRaw(name, json(value));
+    }
+
+    void addRaw(const char* name, const std::string& value) {
+        m_members += (m_members.empty() ? "\n" : ",\n") + m_indent + "  " + quoted(name) + ": " + value;
+    }
+
+    std::string text() const { return "{" + m_members + "\n" + m_indent + "}"; }
+
+  private:
+    std::string m_indent;
+    std::string m_members;
+};
+
+void addFigures(JsonObject& object, const GpuView& gpu) {
+    object.add("usagePercent", gpu.usagePercent);
+    object.add("temperatureCelsius", gpu.temperatureCelsius);
+    object.add("memoryTotalMiB", gpu.memoryTotalMiB);
+    object.add("memoryUsedMiB", gpu.memoryUsedMiB);
+    object.add("memoryFreeMiB", gpu.memoryFreeMiB);
+    object.add("speedGps", gpu.speedGps);
+}
+
+std::string gpuJson(std::size_t index, const GpuView& gpu) {
+    JsonObject object("    ");
+    object.add("index", static_cast<std::int32_t>(index));
+    object.add("name", gpu.name);
+    object.add("kind", gpu.kind);
+    object.add("kindCode", gpu.kindCode);
+    object.add("deviceIndex", gpu.deviceIndex);
+    object.add("figuresValid", gpu.statsValid);
+    object.add("openclMatched", gpu.openclMatched);
+    object.add("optixCapable", gpu.optixCapable);
+    object.add("amdRayTracing", gpu.amdRayTracing);
+    addFigures(object, gpu);
+    return object.text();
+}
+
+std::string gpusJson(const std::vector<GpuView>& gpus) {
+    std::string text;
+    for (std::size_t i = 0; i < gpus.size(); ++i)
+        text += (i == 0 ? "\n    " : ",\n    ") + gpuJson(i, gpus[i]);
+    return gpus.empty() ? "[]" : "[" + text + "\n  ]";
+}
+
+std::string summaryJson(const GpuView& summary) {
+    JsonObject object("  ");
+    addFigures(object, summary);
+    return object.text();
+}
+
+} // namespace
+
+std::string jsonForm(const StatusReport& report) {
+    JsonObject object("");
+    object.add("formatVersion", std::int32_t{jsonFormatVersion});
+    object.add("state", std::string(stateName(report.state)));
+    object.add("message", report.message);
+    object.add("segment", report.segmentPath);
+    object.add("writerAttached", report.writerAttached);
+    object.add("ageSeconds", report.ageSeconds);
+    object.add("publishedAt", report.publishedAt);
+    object.addRaw("gpus", gpusJson(report.gpus));
+    object.addRaw("summary", report.summary ? summaryJson(*report.summary) : "null");
+    return object.text() + "\n";
+}

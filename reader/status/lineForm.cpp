@@ -1,0 +1,67 @@
+#include "reader/status/forms.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include "reader/status/displayText.h"
+
+namespace {
+
+std::string figure(const std::optional<std::int32_t>& value, const char* unit) {
+    return value ? std::to_string(*value) + unit : "-";
+}
+
+} // namespace
+
+std::string shortestText(float value) {
+    char text[32];
+    for (int digits = 6; digits <= 9; ++digits) {
+        std::snprintf(text, sizeof text, "%.*g", digits, static_cast<double>(value));
+        if (!(std::strtof(text, nullptr) < value) && !(std::strtof(text, nullptr) > value))
+            break;
+    }
+    return text;
+}
+
+double memoryRatio(const GpuView& gpu) {
+    if (!gpu.memoryUsedMiB || !gpu.memoryTotalMiB || *gpu.memoryTotalMiB <= 0)
+        return 0.0;
+    return std::clamp(static_cast<double>(*gpu.memoryUsedMiB) / *gpu.memoryTotalMiB, 0.0, 1.0);
+}
+
+std::string memoryText(const GpuView& gpu) {
+    if (!gpu.memoryUsedMiB && !gpu.memoryTotalMiB)
+        return "-";
+    return figure(gpu.memoryUsedMiB, "") + "/" + figure(gpu.memoryTotalMiB, "") + " MiB";
+}
+
+std::string kindText(const GpuView& gpu) {
+    std::string kind = gpu.kind;
+    if (kind == "unknown")
+        kind += "(" + std::to_string(gpu.kindCode) + ")";
+    return kind + "-" + std::to_string(gpu.deviceIndex);
+}
+
+std::string lineForm(const StatusReport& report, const std::string& now) {
+    std::string begin = now + " state=" + stateName(report.state);
+    if (report.ageSeconds) {
+        char age[48];
+        std::snprintf(age, sizeof age, " age=%.1fs", *report.ageSeconds);
+        begin += age;
+    }
+    if (report.gpus.empty())
+        return begin + " gpus=0 " + report.message + "\n";
+
+    std::string text;
+    for (std::size_t i = 0; i < report.gpus.size(); ++i) {
+        const GpuView& gpu = report.gpus[i];
+        std::string memory = memoryText(gpu);
+        memory.erase(std::remove(memory.begin(), memory.end(), ' '), memory.end());
+        text += begin + " gpu=" + std::to_string(i) + " kind=" + kindText(gpu) +
+                " load=" + figure(gpu.usagePercent, "%") + " temp=" + figure(gpu.temperatureCelsius, "C") +
+                " mem=" + memory + " speed=" + (gpu.speedGps ? shortestText(*gpu.speedGps) : "-") +
+                " name=" + displayText(gpu.name).text + "\n";
+    }
+    return text;
+}

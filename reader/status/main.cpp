@@ -1,0 +1,99 @@
+// Shows the GPUs that a running `qzGpuInfo` publishes: for people, for scripts and for a monitoring system.
+#include <cerrno>
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+#include "reader/status/Options.h"
+#include "reader/status/StatusReport.h"
+#include "reader/status/Terminal.h"
+#include "reader/status/exitCodes.h"
+#include "reader/status/forms.h"
+#include "reader/status/output.h"
+#include "reader/status/watch.h"
+
+namespace {
+
+void complain(const std::string& text) {
+    std::fprintf(stderr, "qzGpuStatus: %s\n", text.c_str());
+}
+
+/// Writes to the file or to standard output; the exit code becomes that of a failed output when it fails.
+int putOut(const Options& options, const std::string& text, int exitCode) {
+    if (!options.output.empty()) {
+        const std::string error = replaceFile(options.output, text);
+        if (error.empty())
+            return exitCode;
+        complain(error);
+        return ExitCode_Output;
+    }
+    const int error = writeAll(STDOUT_FILENO, text);
+    if (error == 0)
+        return exitCode;
+    // A reader that has had enough (`| head`) is no news.
+    if (error != EPIPE)
+        complain(std::string("cannot write standard output: ") + std::strerror(error));
+    return ExitCode_Output;
+}
+
+std::string textOf(const Options& options, const StatusReport& report) {
+    switch (options.form) {
+    case Form::Json:
+        return jsonForm(report);
+    case Form::Prometheus:
+        return prometheusForm(report);
+    default:
+        return tableForm(report, options.output.empty() ? terminalSize(STDOUT_FILENO).columns : 0, false);
+    }
+}
+
+bool hasList(const StatusReport& report) {
+    return report.state == ReportState::Ok || report.state == ReportState::Stale;
+}
+
+int run(const Options& options) {
+    if (options.form == Form::Help)
+        return putOut(options, helpText(), ExitCode_Ok);
+    if (options.form == Form::Version)
+        return putOut(options, "qzGpuStatus " QZGPUINFO_VERSION "\n", ExitCode_Ok);
+
+    const GpuSegmentReader reader(options.directory);
+    const auto wait = std::chrono::milliseconds(static_cast<std::int64_t>(options.waitSeconds * 1000.0));
+    if (options.form == Form::Watch) {
+        if (options.waitSeconds > 0.0)
+            readReport(reader, options.maxAgeSeconds, wait);
+        return watch(reader, options);
+    }
+
+    const StatusReport report = readReport(reader, options.maxAgeSeconds, wait);
+    const int exitCode = exitCodeOf(report.state);
+    // The other forms carry the message themselves; for people it is no part of the table.
+    if (options.form == Form::Table && !hasList(report)) {
+        complain(report.segmentPath + ": " + report.message);
+        return exitCode;
+    }
+    return putOut(options, textOf(options, report), exitCode);
+}
+
+} // namespace
+
+int main(int argc, char* argv[]) {
+    // Names are shown as UTF-8 wherever this runs; numbers keep their decimal point.
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    std::signal(SIGPIPE, SIG_IGN);
+
+    const std::vector<std::string_view> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+    const ParsedOptions parsed = parseOptions(arguments);
+    if (!parsed.error.empty()) {
+        complain(parsed.error + "; see qzGpuStatus --help");
+        return ExitCode_Usage;
+    }
+    try {
+        return run(parsed.options);
+    } catch (const std::exception& error) { // out of memory
+        complain(error.what());
+        return ExitCode_NotReadable;
+    }
+}

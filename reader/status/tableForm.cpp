@@ -1,0 +1,153 @@
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <functional>
+
+#include "reader/status/displayText.h"
+#include "reader/status/forms.h"
+
+namespace {
+
+struct Column {
+    const char* title;
+    int need; ///< the lowest goes first when the line is too wide
+    bool alignRight;
+    std::function<std::string(std::size_t, const GpuView&)> cell;
+};
+
+constexpr int nameNeed = 100; ///< never dropped, shortened instead
+constexpr int shortestName = 8;
+
+std::string figure(const std::optional<std::int32_t>& value, const char* unit) {
+    return value ? std::to_string(*value) + unit : "-";
+}
+
+std::string bar(double ratio) {
+    constexpr int length = 10;
+    const int filled = static_cast<int>(std::lround(std::clamp(ratio, 0.0, 1.0) * length));
+    return "[" + std::string(static_cast<std::size_t>(filled), '#') +
+           std::string(static_cast<std::size_t>(length - filled), ' ') + "]";
+}
+
+std::string features(const GpuView& gpu) {
+    std::string text;
+    const auto add = [&text](bool has, const char* name) {
+        if (has)
+            text += (text.empty() ? "" : " ") + std::string(name);
+    };
+    add(gpu.openclMatched, "OpenCL");
+    add(gpu.optixCapable, "OptiX");
+    add(gpu.amdRayTracing, "RT");
+    return text.empty() ? "-" : text;
+}
+
+std::string speedCell(const GpuView& gpu) {
+    if (!gpu.speedGps)
+        return "-";
+    char text[64];
+    std::snprintf(text, sizeof text, "%.2f", static_cast<double>(*gpu.speedGps));
+    return text;
+}
+
+std::vector<Column> allColumns(bool bars) {
+    std::vector<Column> columns{
+        {"#", 99, true, [](std::size_t index, const GpuView&) { return std::to_string(index); }},
+        {"KIND", 30, false, [](std::size_t, const GpuView& gpu) { return kindText(gpu); }},
+        {"NAME", nameNeed, false, [](std::size_t, const GpuView& gpu) { return gpu.name; }},
+        {"LOAD", 90, true, [](std::size_t, const GpuView& gpu) { return figure(gpu.usagePercent, "%"); }},
+        {"", 60, false,
+         [](std::size_t, const GpuView& gpu) {
+             return gpu.usagePercent ? bar(static_cast<double>(*gpu.usagePercent) / 100.0) : "";
+         }},
+        {"TEMP", 80, true,
+         [](std::size_t, const GpuView& gpu) { return figure(gpu.temperatureCelsius, "C"); }},
+        {"MEMORY", 70, true, [](std::size_t, const GpuView& gpu) { return memoryText(gpu); }},
+        {"", 50, false,
+         [](std::size_t, const GpuView& gpu) {
+             return gpu.memoryUsedMiB && gpu.memoryTotalMiB ? bar(memoryRatio(gpu)) : "";
+         }},
+        {"SPEED", 20, true, [](std::size_t, const GpuView& gpu) { return speedCell(gpu); }},
+        {"FEATURES", 10, false, [](std::size_t, const GpuView& gpu) { return features(gpu); }},
+    };
+    if (!bars)
+        columns.erase(std::remove_if(columns.begin(), columns.end(),
+                                     [](const Column& column) { return *column.title == '\0'; }),
+                      columns.end());
+    return columns;
+}
+
+/// A column with its texts, the title first.
+struct Cells {
+    int need;
+    bool alignRight;
+    int width = 0;
+    std::vector<std::string> texts{};
+};
+
+std::vector<Cells> fill(const StatusReport& report, bool bars) {
+    std::vector<Cells> table;
+    for (const Column& column : allColumns(bars)) {
+        Cells cells{column.need, column.alignRight};
+        cells.texts.emplace_back(column.title);
+        for (std::size_t i = 0; i < report.gpus.size(); ++i)
+            cells.texts.push_back(column.cell(i, report.gpus[i]));
+        for (const std::string& text : cells.texts)
+            cells.width = std::max(cells.width, displayText(text).columns);
+        table.push_back(std::move(cells));
+    }
+    return table;
+}
+
+int lineWidth(const std::vector<Cells>& table) {
+    int width = static_cast<int>(table.size()) - 1; // a blank between two columns
+    for (const Cells& cells : table)
+        width += cells.width;
+    return width;
+}
+
+Cells& nameOf(std::vector<Cells>& table) {
+    return *std::find_if(table.begin(), table.end(),
+                         [](const Cells& cells) { return cells.need == nameNeed; });
+}
+
+/// Drops columns until the line fits with a name of at least its shortest length, then shortens the name.
+void fitInto(std::vector<Cells>& table, int width) {
+    const auto tooWide = [&] {
+        const int name = nameOf(table).width;
+        return lineWidth(table) - name + std::min(name, shortestName) > width;
+    };
+    while (table.size() > 1 && tooWide())
+        table.erase(std::min_element(table.begin(), table.end(),
+                                     [](const Cells& a, const Cells& b) { return a.need < b.need; }));
+    Cells& name = nameOf(table);
+    name.width = std::max(std::min(name.width, name.width - (lineWidth(table) - width)), 1);
+}
+
+std::string headline(const StatusReport& report) {
+    if (report.state != ReportState::Ok)
+        return std::string(report.gpus.empty() ? "" : "STALE: ") + report.message;
+    char text[96];
+    std::snprintf(text, sizeof text, "%zu %s, published %.1f s ago", report.gpus.size(),
+                  report.gpus.size() == 1 ? "GPU" : "GPUs", report.ageSeconds.value_or(0.0));
+    return text;
+}
+
+} // namespace
+
+std::string tableForm(const StatusReport& report, int width, bool bars) {
+    const int limit = width > 0 ? width : 1 << 20;
+    std::string text = displayText(headline(report), limit).text + "\n";
+    if (report.gpus.empty())
+        return text;
+
+    std::vector<Cells> table = fill(report, bars);
+    fitInto(table, limit);
+    for (std::size_t row = 0; row <= report.gpus.size(); ++row) {
+        std::string line;
+        for (const Cells& cells : table)
+            line += (line.empty() ? "" : " ") + padded(cells.texts[row], cells.width, cells.alignRight);
+        line.erase(line.find_last_not_of(' ') + 1);
+        text += line + "\n";
+    }
+    return text;
+}

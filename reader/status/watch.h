@@ -1,0 +1,9 @@
+// The table that keeps itself up to date.
+#pragma once
+
+#include "reader/GpuSegmentReader.h"
+#include "reader/status/Options.h"
+
+/// Shows reading after reading on standard output until SIGINT, SIGTERM or SIGHUP: redrawn in place on a
+/// terminal, as plain lines elsewhere. The exit code.
+int watch(const GpuSegmentReader& reader, const Options& options);
