@@ -1,0 +1,33 @@
+// The name that a process is looked for by.
+#pragma once
+
+#include <string_view>
+
+/// Compares a process's names with the one looked for. Pure; refers to the text it was made from.
+class ProcessName {
+  public:
+    /// `cut`: the text was probably longer and is taken as a beginning.
+    ProcessName(std::string_view text, bool cut, bool matchCase);
+
+    /// False when no process can have the name.
+    bool isUsable() const { return !base.empty() || isPathBeginning(); }
+
+    /// The kernel's command name, of at most 15 bytes, equals the name.
+    bool isCommand(std::string_view comm) const;
+
+    /// The base name of an executable's path or of an `argv[0]` equals the name.
+    bool isProgram(std::string_view programPath) const;
+
+    /// `argv[1]` is the script of this name: the interpreter runs under the beginning of the script's name.
+    bool isScript(std::string_view comm, std::string_view scriptPath) const;
+
+  private:
+    bool isPathBeginning() const { return isCut && base.size() < whole.size(); }
+    bool equals(std::string_view text) const;
+    bool beginsWith(std::string_view text, std::string_view beginning) const;
+
+    std::string_view whole;
+    std::string_view base; ///< what follows the last slash
+    bool isCut;
+    bool isCaseSensitive;
+};

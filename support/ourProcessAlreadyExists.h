@@ -1,0 +1,25 @@
+// Whether a process of a given name runs on the machine.
+#pragma once
+
+#include <QtGlobal>
+
+#include "support/qzString.h"
+
+/// Whether a process goes by `name`: by its command name, its executable's base name or the base name of its
+/// `argv[0]`, and a script by its own file's name. A zombie doesn't count, nor an empty name, which nothing
+/// has.
+///
+/// `name`: of a name with a slash, what follows the last one counts. A name that fills its 25 bytes was
+/// probably cut and is taken as a beginning; when it has a slash, a path that begins with it counts as well.
+/// `caseSensitive`: when false, the letters A to Z equal a to z.
+/// `leaveOutCaller`: the calling process is no match.
+/// `foundPid`: if not null, the process found, or 0. Several processes of one name: any of them.
+/// `procRoot`: where the process list is mounted.
+///
+/// A process is judged by those of its entries that can be read. The answer is true as well, without a pid,
+/// when the process list itself can't be looked at (not mounted, no descriptor free): absence is claimed only
+/// where it was seen.
+///
+/// The match is remembered, each thread its own, and the whole list read only when it is gone.
+bool ourProcessAlreadyExists(const _qzString8_allSize<25>& name, bool caseSensitive, bool leaveOutCaller,
+                             qint64* foundPid, const char* procRoot = "/proc");
