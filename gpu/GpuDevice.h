@@ -33,7 +33,7 @@ struct GpuDevice {
     std::int32_t temperature = 0; ///< degrees Celsius
     std::uint8_t hasMemTotal = 0;
     std::uint8_t filler93[3] = {};
-    std::int32_t memTotalMb = 0; ///< MiB
+    std::int32_t memTotalMb = 0;  ///< MiB
     std::uint8_t hasMemUsage = 0; ///< marker of both figures below
     std::uint8_t filler101[3] = {};
     std::int32_t memUsedMb = 0; ///< MiB
@@ -71,10 +71,12 @@ static_assert(offsetof(GpuDevice, hasSpeed) == 120);
 static_assert(offsetof(GpuDevice, speedGps) == 124);
 static_assert(offsetof(GpuDevice, tail) == 128);
 
-/// Gives every field that has an initial value that value; filler, the rest of `name` and `tail` stay as they are.
+/// Gives every field that has an initial value that value; filler, the rest of `name` and `tail` stay as they
+/// are.
 void initialiseGpuDevice(GpuDevice& record);
 
-/// Stores at most 63 bytes of `text` as the record's name, always NUL-terminated. `text` may be null (empty name).
+/// Stores at most 63 bytes of `text` as the record's name, always NUL-terminated. `text` may be null (empty
+/// name).
 void setGpuName(GpuDevice& record, const char* text);
 
 /// "Other", "Cuda", "AMD", "Metal", "-" (the summary), or an empty text for a kind that is not known.

@@ -14,7 +14,8 @@ class GpuInfo {
     GpuInfo& operator=(const GpuInfo&) = delete;
 
     /// Lists the vendor's GPUs, one record each, paired with its OpenCL device where there is one.
-    /// Appends to the list, so it is called once. Non-zero as the provider defines; 0 is no failure of the program.
+    /// Appends to the list, so it is called once. Non-zero as the provider defines; 0 is no failure of the
+    /// program.
     virtual int detectGpus() = 0;
 
     /// Reads every record's live figures anew and, when asked, its benchmark score. Absent figures have their
@@ -26,8 +27,8 @@ class GpuInfo {
 
     int gpuCount() const { return static_cast<int>(gpus.size()); }
 
-    /// Copies the first record whose `deviceIndex` equals `key` into `out`. Without one, `out` has its initial
-    /// values (`statsValid` 0).
+    /// Copies the first record whose `deviceIndex` equals `key` into `out`. Without one, `out` has its
+    /// initial values (`statsValid` 0).
     void getGpu(GpuDevice& out, int key) const;
 
   protected:

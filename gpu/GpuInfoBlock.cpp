@@ -9,7 +9,7 @@ int GpuInfoBlock::totalCount() const {
 GpuDevice GpuInfoBlock::gpuAt(int index) const {
     const int cuda = static_cast<int>(cudaCount);
     const int amd = static_cast<int>(amdCount);
-    const int i = std::min(std::max(index, 0), totalCount() - 1);
+    const int i = std::max(std::min(index, totalCount() - 1), 0);
     if (i < cuda)
         return cudaGpus[i];
     if (i < cuda + amd)

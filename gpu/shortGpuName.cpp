@@ -2,10 +2,11 @@
 
 namespace {
 
-// The order matters: a maker goes before its brands, and a longer brand before the shorter one it begins with.
+// The order matters: a maker goes before its brands, and a longer brand before the shorter one it begins
+// with.
 constexpr const char* removedWords[] = {
-    "NVIDIA ", "GeForce ",  "Quadro ", "Tesla ", "TITAN ", "AMD ",        "Radeon Pro ", "Radeon ",
-    "Instinct ", "Apple ", "(TM) ",   "(R) ",   " Laptop GPU", " Mobile", " Graphics",   " Series",
+    "NVIDIA ",   "GeForce ", "Quadro ", "Tesla ", "TITAN ",      "AMD ",    "Radeon Pro ", "Radeon ",
+    "Instinct ", "Apple ",   "(TM) ",   "(R) ",   " Laptop GPU", " Mobile", " Graphics",   " Series",
 };
 
 } // namespace

@@ -17,6 +17,11 @@ void logLine(int level, const QString& message) {
     std::puts(line.constData());
 }
 
+void logLines(int level, const QStringList& messages) {
+    for (const QString& message : messages)
+        logLine(level, message);
+}
+
 void flushOutput() {
     std::fflush(stdout);
     std::fflush(stderr);

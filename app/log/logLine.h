@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 /// Messages of a level above this are not printed. 0 fatal set-up, 1 error, 2 warning and advice, 3 progress,
 /// 4 update report, 5 detail.
@@ -10,8 +11,12 @@ extern int logLevel;
 /// When set, every line begins with the local time and "| ".
 extern bool logTimeStamps;
 
-/// Writes `message` and a line break to standard output as UTF-8, if `level` is at most `logLevel`. Does not flush.
+/// Writes `message` and a line break to standard output as UTF-8, if `level` is at most `logLevel`. Does not
+/// flush.
 void logLine(int level, const QString& message);
+
+/// Each message as a line of its own.
+void logLines(int level, const QStringList& messages);
 
 /// Flushes standard output and standard error.
 void flushOutput();

@@ -1,0 +1,75 @@
+#include "amd/AmdOclCandidate.h"
+
+#include <algorithm>
+
+#include "app/log/logLine.h"
+
+namespace {
+
+/// Answer to `deviceAttribute_TopologyAmd`.
+struct TopologyAmd {
+    cl_uint type;
+    char unused[17];
+    signed char bus;
+    char device;
+    char function;
+};
+static_assert(sizeof(TopologyAmd) == 24 && offsetof(TopologyAmd, bus) == 21);
+
+void readBus(AmdOclCandidate& candidate) {
+    TopologyAmd topology{};
+    PciBusInfoKhr location{};
+    QString line = QStringLiteral("    OCL device '%1': no PCI bus info available, name-match only");
+    if (readOpenCLDevice(candidate.device, deviceAttribute_TopologyAmd, topology)) {
+        candidate.busKnown = true;
+        candidate.bus = topology.bus;
+        line = QStringLiteral("    OCL device '%1': PCI bus 0x%2 (via AMD topology)");
+    } else if (readOpenCLDevice(candidate.device, deviceAttribute_PciBusInfoKhr, location)) {
+        candidate.busKnown = true;
+        candidate.bus = static_cast<std::int32_t>(location.pci_bus);
+        line = QStringLiteral("    OCL device '%1': PCI bus 0x%2 (via khr_pci_bus_info)");
+    }
+    if (candidate.busKnown)
+        logLine(5, line.arg(candidate.name, QString::number(static_cast<quint32>(candidate.bus), 16)));
+    else
+        logLine(5, line.arg(candidate.name));
+}
+
+} // namespace
+
+std::vector<AmdOclCandidate> collectAmdOclCandidates(const OpenCLPlatforms& platforms) {
+    std::vector<AmdOclCandidate> candidates;
+    for (std::size_t i = 0; i < platforms.listed.size(); ++i) {
+        logOpenCLPlatform(i, platforms.listed[i]);
+        for (cl_device_id device : listOpenCLGpuDevices(platforms.listed[i])) {
+            AmdOclCandidate candidate;
+            candidate.device = device;
+            candidate.name =
+                QString::fromLatin1(openCLDeviceText(device, CL_DEVICE_NAME, openCLNameRoom)).trimmed();
+            readBus(candidate);
+            candidates.push_back(candidate);
+        }
+    }
+    return candidates;
+}
+
+const AmdOclCandidate* findCandidateByBus(const std::vector<AmdOclCandidate>& candidates, quint32 bus) {
+    const auto found =
+        std::find_if(candidates.begin(), candidates.end(), [bus](const AmdOclCandidate& candidate) {
+            return candidate.busKnown && (static_cast<quint32>(candidate.bus) & 0xFFU) == (bus & 0xFFU);
+        });
+    return found != candidates.end() ? &*found : nullptr;
+}
+
+const AmdOclCandidate* findCandidateByName(const std::vector<AmdOclCandidate>& candidates,
+                                           const QString& gpuName) {
+    constexpr int significant = 6;
+    const QString gpu = gpuName.toLower();
+    const auto found =
+        std::find_if(candidates.begin(), candidates.end(), [&gpu](const AmdOclCandidate& candidate) {
+            const QString name = candidate.name.toLower();
+            return !candidate.busKnown &&
+                   (name.contains(gpu.left(significant)) || gpu.contains(name.right(significant)));
+        });
+    return found != candidates.end() ? &*found : nullptr;
+}

@@ -1,0 +1,26 @@
+// The OpenCL GPU devices that an AMD card may be paired with.
+#pragma once
+
+#include <vector>
+
+#include <QString>
+
+#include "opencl/OpenCLDevices.h"
+
+/// One OpenCL GPU device and what it tells of itself.
+struct AmdOclCandidate {
+    cl_device_id device = nullptr;
+    QString name;
+    bool busKnown = false;
+    std::int32_t bus = 0; ///< PCI bus; negative where a driver gave 0x80 and above in a signed byte
+};
+
+/// The GPU devices of all platforms, platform by platform, each logged at level 5 as it is found.
+std::vector<AmdOclCandidate> collectAmdOclCandidates(const OpenCLPlatforms& platforms);
+
+/// The first candidate on a PCI bus, compared by the low byte; null when there is none.
+const AmdOclCandidate* findCandidateByBus(const std::vector<AmdOclCandidate>& candidates, quint32 bus);
+
+/// The first candidate without a known bus whose name goes with the GPU's; null when there is none.
+const AmdOclCandidate* findCandidateByName(const std::vector<AmdOclCandidate>& candidates,
+                                           const QString& gpuName);

@@ -1,0 +1,140 @@
+// Finding AMD's GPUs, once, at the program's start.
+#include "amd/GpuInfoAmdLinux.h"
+
+#include <algorithm>
+
+#include "amd/AmdAdvice.h"
+#include "amd/sysfs.h"
+#include "app/log/logLine.h"
+#include "opencl/GpuOpenCL_Loader.h"
+#include "support/distributionId.h"
+
+namespace {
+
+// Cards below this are the carve-outs of integrated graphics, which no render job fits.
+constexpr quint32 minMemoryMb = 2000;
+
+constexpr std::size_t extensionsRoom = 4096;
+
+QString hexadecimal(quint32 bus) {
+    return QString::number(bus, 16);
+}
+
+QString cardName(const QString& card, const QString& deviceDirectory) {
+    const QString product = readSysfsValue(deviceDirectory + "/product_name");
+    if (!product.isEmpty())
+        return product;
+    const QString label = readSysfsValue(deviceDirectory + "/label");
+    return label.isEmpty() ? card : label;
+}
+
+bool hasRayTracing(const GpuDevice& gpu) {
+    cl_device_id device = openCLDeviceOf(gpu);
+    return device != nullptr &&
+           openCLDeviceText(device, CL_DEVICE_EXTENSIONS, extensionsRoom).contains("cl_khr_ray_tracing");
+}
+
+void logUnmatched(const QString& name, quint32 bus, const std::vector<AmdOclCandidate>& candidates) {
+    logLine(2, QStringLiteral("AMD GPU '%1' (PCI bus 0x%2): no matching OpenCL device found.")
+                   .arg(name, hexadecimal(bus)));
+    logLine(2, QStringLiteral("  -> Benchmark will not be available for this GPU."));
+    logLine(2, candidates.empty() ? QStringLiteral("  -> No OpenCL GPU devices were found at all.")
+                                  : QStringLiteral("  -> Available OpenCL devices:"));
+    for (const AmdOclCandidate& candidate : candidates) {
+        if (candidate.busKnown)
+            logLine(2, QStringLiteral("     '%1' on PCI bus 0x%2")
+                           .arg(candidate.name, hexadecimal(static_cast<quint32>(candidate.bus))));
+        else
+            logLine(2, QStringLiteral("     '%1' (no PCI bus info)").arg(candidate.name));
+    }
+    logLines(2, AmdAdvice::possibleFixes());
+}
+
+} // namespace
+
+int GpuInfoAmdLinux::detectGpus() {
+    for (const QString& card : listDrmCards(drm))
+        addCard(card);
+    if (gpus.isEmpty()) {
+        logLine(2, QStringLiteral("No AMD GPU found in /sys/class/drm/"));
+        return 0;
+    }
+    numberByBus();
+    matchWithOpenCL();
+    return 1;
+}
+
+void GpuInfoAmdLinux::addCard(const QString& card) {
+    const QString deviceDirectory = drm + "/" + card + "/device";
+    if (readSysfsValue(deviceDirectory + "/vendor").toLower() != QLatin1String("0x1002"))
+        return;
+    const QString name = cardName(card, deviceDirectory);
+    const AmdCardPaths paths{deviceDirectory, findHwmonDir(deviceDirectory)};
+    const quint32 bus = pciBusOfDevice(deviceDirectory);
+    const QString memoryBytes = readSysfsValue(deviceDirectory + "/mem_info_vram_total");
+    const auto memoryMb = static_cast<quint32>(memoryBytes.toULongLong() >> 20);
+    if (memoryMb < minMemoryMb)
+        return;
+    GpuDevice& gpu = appendGpu();
+    gpu.statsValid = 1;
+    setGpuName(gpu, name.toLatin1().constData());
+    gpu.gpuType = GpuType_Amd;
+    gpu.hasMemTotal = 1;
+    gpu.memTotalMb = static_cast<std::int32_t>(memoryMb);
+    cardPaths.append(paths);
+    pciBuses.append(bus);
+}
+
+void GpuInfoAmdLinux::numberByBus() {
+    QList<quint32> sorted = pciBuses;
+    std::sort(sorted.begin(), sorted.end());
+    for (int i = 0; i < gpus.size(); ++i)
+        gpus[i]->deviceIndex = sorted.indexOf(pciBuses[i]);
+}
+
+void GpuInfoAmdLinux::matchWithOpenCL() {
+    const QString distribution = distributionId(osRelease);
+    if (GpuOpenCL_Loader::load(loader) == 0) {
+        logLines(2, AmdAdvice::noOpenCLLibrary(distribution));
+        logCount("%1 AMD GPU(s) found (no OpenCL, no benchmark)");
+        return;
+    }
+    const OpenCLPlatforms platforms = listOpenCLPlatforms();
+    if (platforms.reported == 0) {
+        logLines(2, AmdAdvice::noOpenCLPlatform(distribution));
+        logCount("%1 AMD GPU(s) found (no OpenCL platform, no benchmark)");
+        return;
+    }
+    logLine(5, QStringLiteral("AMD GPU OpenCL: %1 platform(s) found").arg(platforms.reported));
+    const std::vector<AmdOclCandidate> candidates = collectAmdOclCandidates(platforms);
+    if (candidates.empty()) {
+        logLines(2, AmdAdvice::noGpuDevices());
+        logCount("%1 AMD GPU(s) found (no OpenCL GPU devices, no benchmark)");
+        return;
+    }
+    for (int i = 0; i < gpus.size(); ++i)
+        matchCandidate(*gpus[i], pciBuses[i], candidates);
+    for (GpuDevice* gpu : gpus)
+        gpu->amdRayTracing = hasRayTracing(*gpu) ? 1 : 0;
+    logCount("%1 AMD GPU(s) found");
+}
+
+void GpuInfoAmdLinux::matchCandidate(GpuDevice& gpu, quint32 bus,
+                                     const std::vector<AmdOclCandidate>& candidates) const {
+    const QString name = QString::fromUtf8(gpu.name);
+    if (const AmdOclCandidate* onBus = findCandidateByBus(candidates, bus)) {
+        setOpenCLDevice(gpu, onBus->device);
+        logLine(5, QStringLiteral("  %1: matched via PCI bus 0x%2").arg(name, hexadecimal(bus)));
+        return;
+    }
+    if (const AmdOclCandidate* byName = findCandidateByName(candidates, QString::fromLatin1(gpu.name))) {
+        setOpenCLDevice(gpu, byName->device);
+        logLine(5, QStringLiteral("  %1: matched via name fallback to OCL '%2'").arg(name, byName->name));
+        return;
+    }
+    logUnmatched(name, bus, candidates);
+}
+
+void GpuInfoAmdLinux::logCount(const char* line) const {
+    logLine(3, QString::fromLatin1(line).arg(gpuCount()));
+}

@@ -1,0 +1,51 @@
+#include "amd/sysfs.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QRegExp>
+
+#include "support/readSmallTextFile.h"
+
+namespace {
+
+// Unsorted as the directory object's own order: as an argument of entryList, "no sorting" would mean sorting
+// by name.
+QStringList directoriesInFileSystemOrder(const QString& path, const QString& nameFilter) {
+    QDir directory(path);
+    directory.setSorting(QDir::Unsorted);
+    return directory.entryList({nameFilter}, QDir::Dirs, QDir::Unsorted);
+}
+
+} // namespace
+
+QString readSysfsValue(const QString& path) {
+    return QString::fromLatin1(readSmallTextFile(path)).trimmed();
+}
+
+QStringList listDrmCards(const QString& drmDirectory) {
+    QStringList cards;
+    for (const QString& name : directoriesInFileSystemOrder(drmDirectory, QStringLiteral("card[0-9]*")))
+        if (isDrmCardName(name))
+            cards.append(name);
+    return cards;
+}
+
+bool isDrmCardName(const QString& name) {
+    return QRegExp(QStringLiteral("^card\\d+$")).exactMatch(name);
+}
+
+QString findHwmonDir(const QString& deviceDirectory) {
+    const QString parent = deviceDirectory + "/hwmon";
+    const QStringList monitors = directoriesInFileSystemOrder(parent, QStringLiteral("hwmon*"));
+    return monitors.isEmpty() ? QString() : parent + "/" + monitors.first();
+}
+
+quint32 pciBusOfDevice(const QString& deviceDirectory) {
+    return parsePciBus(QFileInfo(deviceDirectory).symLinkTarget());
+}
+
+quint32 parsePciBus(const QString& devicePath) {
+    const QString address = devicePath.split('/').last();
+    const QStringList pieces = address.split(':');
+    return pieces.size() < 2 ? 0 : pieces[1].toUInt(nullptr, 16);
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+
+#include <QObject>
+#include <QSocketNotifier>
+
+#include "support/FileDescriptor.h"
+
+/// Ends the event loop in an orderly way on the first SIGINT or SIGTERM, from now on to the end of the
+/// process. The next one, of either kind, ends the process at once: a driver's call that never returns must
+/// not hold it.
+class EndSignals : public QObject {
+    Q_OBJECT
+
+  public:
+    EndSignals();
+    ~EndSignals() override;
+
+  signals:
+    /// A signal came. Comes again for as long as the event loop runs.
+    void endRequested();
+
+  private:
+    FileDescriptor event;
+    std::unique_ptr<QSocketNotifier> notifier;
+};

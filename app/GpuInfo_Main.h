@@ -1,0 +1,62 @@
+// The one object that runs the program: it owns the providers, the GPU list, the timer and the segment.
+#pragma once
+
+#include <array>
+#include <memory>
+
+#include <QObject>
+#include <QTimer>
+
+#include "gpu/GpuInfo.h"
+#include "gpu/GpuInfoBlock.h"
+#include "support/qzSharedMemory.h"
+
+class GpuInfo_Main : public QObject {
+    Q_OBJECT
+
+  public:
+    using Providers = std::array<std::unique_ptr<GpuInfo>, 3>; ///< NVIDIA, AMD, Apple; any may be missing
+
+    /// With the providers of a Linux machine, NVIDIA's and AMD's.
+    GpuInfo_Main();
+
+    /// With a test's own.
+    explicit GpuInfo_Main(Providers providersInOrder, const char* segmentDirectory = "/dev/shm");
+
+    ~GpuInfo_Main() override;
+
+    /// Finds the GPUs, then runs one update (single run) or starts the timer. False when the segment can't be
+    /// set up.
+    bool init();
+
+    /// Makes the segment, or joins the one there is. False, after a message, when neither can be done.
+    bool createSharedMemory();
+
+    /// Copies the list into the segment under its lock. False, after a message, when it can't; the next cycle
+    /// tries again.
+    bool publish();
+
+    /// Stops the timer, shuts the providers down, unloads the vendors' libraries, lets the segment go. May be
+    /// called more than once.
+    void finish();
+
+    const GpuInfoBlock& gpuList() const { return list; }
+
+    bool doBenchmark = false; ///< to be set before `init`
+    bool singleRun = false;   ///< to be set before `init`: one update, no segment
+
+  public slots:
+    /// One cycle: reads the figures anew, rebuilds the list, prints the report, publishes.
+    void update();
+
+  private:
+    void resetList();
+    std::uint32_t collect(const GpuInfo* provider, GpuDevice* records, int firstIndex);
+    void summarise();
+
+    GpuInfoBlock list;
+    int updateIntervalMs = 4000;
+    QTimer timer;
+    Providers providers;
+    qzSharedMemory segment;
+};

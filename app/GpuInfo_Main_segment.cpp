@@ -1,0 +1,55 @@
+// What the driver does with the shared-memory segment.
+#include "app/GpuInfo_Main.h"
+
+#include "app/log/logLine.h"
+#include "support/qzLastOSError.h"
+
+bool GpuInfo_Main::createSharedMemory() {
+    constexpr qint64 size = sizeof(GpuInfoBlock);
+    if (segment.create(size, true, false)) {
+        logLine(3, QStringLiteral("Created shared memory"));
+        return true;
+    }
+    if (segment.error() != qzSharedMemory::AlreadyExists) {
+        const QString systemError = qzLastOSError(-1);
+        logLine(1, "Unable to create shared memory!; " + QString(segment.errorString()) + " " + systemError);
+        return false;
+    }
+    if (!segment.attach()) {
+        logLine(0, "Unable to attach shared memory!; " + QString(segment.errorString()));
+        return false;
+    }
+    if (segment.size() < size) {
+        logLine(0,
+                QStringLiteral("Shared memory has wrong data size! (%1!=%2)").arg(segment.size()).arg(size));
+        segment.detach();
+        return false;
+    }
+    logLine(3, QStringLiteral("Using existing shared memory"));
+    return true;
+}
+
+bool GpuInfo_Main::publish() {
+    if ((!segment.isAttached() && !segment.attach()) || !segment.isIntact()) {
+        logLine(0, "Unable to attach shared memory!; " + QString(segment.errorString()));
+        const bool nameIsGone = segment.error() == qzSharedMemory::NotFound;
+        segment.detach();
+        // Somebody removed the name (a logout does): a new one lets the next cycle publish.
+        if (nameIsGone)
+            createSharedMemory();
+        return false;
+    }
+    if (!segment.lock()) {
+        logLine(2, "Unable to lock shared memory!; " + QString(segment.errorString()));
+        return false;
+    }
+    const bool written = segment.write(&list, publishedSize);
+    segment.unlock();
+    if (!written) {
+        logLine(0, "Unable to attach shared memory!; " + QString(segment.errorString()));
+        segment.detach();
+        return false;
+    }
+    logLine(4, QStringLiteral("Updated shared memory block"));
+    return true;
+}

@@ -1,0 +1,22 @@
+#include "app/banner.h"
+
+#include <cstdio>
+#include <string>
+
+#include "app/version.h"
+
+void printLongBanner() {
+    const std::string rule = ". " + std::string(64, '-');
+    std::puts(rule.c_str());
+    printShortBanner();
+    std::printf(". %s\n", QZGPUINFO_LEGAL_NOTICE);
+    std::puts(rule.c_str());
+}
+
+void printShortBanner() {
+    std::puts(". qzGpuInfo  " QZGPUINFO_VERSION);
+}
+
+void printVerboseNotice() {
+    std::puts(". Verbose enabled");
+}

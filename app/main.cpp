@@ -1,0 +1,85 @@
+// The program's entry point: options in, exit code out.
+#include <memory>
+
+#include <QCoreApplication>
+
+#include "app/CommandLine.h"
+#include "app/EndSignals.h"
+#include "app/GpuInfo_Main.h"
+#include "app/WatchDog.h"
+#include "app/banner.h"
+#include "app/exitCode.h"
+#include "app/log/logLine.h"
+#include "app/standardStreams.h"
+#include "opencl/benchmarkSettings.h"
+#include "support/qzSdk.h"
+
+namespace {
+
+constexpr int watchIntervalMs = 5000;
+
+// Lives from before the entry point to the very end of the process.
+const __QZSDK sdk(true, qz_AppType(0), _qzString<50>("qzGpuInfo"), false);
+
+std::unique_ptr<WatchDog> startWatchDog(const QString& processName) {
+    auto watchDog = std::make_unique<WatchDog>(processName, watchIntervalMs);
+    QObject::connect(watchDog.get(), &WatchDog::processKilled, qApp, &QCoreApplication::quit);
+    watchDog->start();
+    QCoreApplication::processEvents();
+    return watchDog;
+}
+
+std::unique_ptr<EndSignals> endOnSignals() {
+    auto endSignals = std::make_unique<EndSignals>();
+    QObject::connect(endSignals.get(), &EndSignals::endRequested, qApp, &QCoreApplication::quit);
+    return endSignals;
+}
+
+void greet(const CommandLine& commandLine) {
+    if (commandLine.noArguments) {
+        printLongBanner();
+        return;
+    }
+    printShortBanner();
+    if (commandLine.verbose) {
+        logLevel = 5;
+        printVerboseNotice();
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    prepareStandardStreams();
+    const CommandLine commandLine = parseCommandLine(argc, argv);
+    const QCoreApplication application(argc, argv);
+
+    if (commandLine.shortBenchmark) {
+        benchmarkSeconds = 6;
+        benchmarkWarmupMs = 1;
+    }
+    std::unique_ptr<WatchDog> watchDog;
+    if (commandLine.watchesProcess)
+        watchDog = startWatchDog(commandLine.watchedProcess);
+    greet(commandLine);
+
+    GpuInfo_Main driver;
+    driver.doBenchmark = commandLine.runsBenchmark();
+    driver.singleRun = commandLine.isSingleRun();
+    const std::unique_ptr<EndSignals> endSignals = driver.singleRun ? nullptr : endOnSignals();
+
+    flushOutput();
+    int code = 1;
+    if (driver.init()) {
+        QCoreApplication::processEvents();
+        int runResult = 0;
+        if (driver.singleRun)
+            driver.finish();
+        else
+            runResult = QCoreApplication::exec();
+        code = exitCode(commandLine, driver.gpuList(), runResult);
+    }
+    watchDog.reset();
+    flushOutput();
+    return code;
+}

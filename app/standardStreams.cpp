@@ -1,0 +1,18 @@
+#include "app/standardStreams.h"
+
+#include <csignal>
+#include <cstdio>
+#include <initializer_list>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+void prepareStandardStreams() {
+    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(standard, F_GETFD) < 0) {
+            // The lowest free number is the one that is missing: those below it are open by now.
+            [[maybe_unused]] const int opened = open("/dev/null", O_RDWR);
+        }
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    std::signal(SIGPIPE, SIG_IGN);
+}

@@ -1,0 +1,93 @@
+#include "nvidia/CudaLibrary.h"
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+
+#include <dlfcn.h>
+
+namespace {
+
+using GetDeviceCount = int(int* count);
+using GetDeviceProperties = int(void* properties, int device);
+
+/// Where the runtime's properties record holds what is read of it, which differs between major versions.
+struct RuntimeVersion {
+    const char* soname;
+    std::size_t majorOffset;
+    std::size_t minorOffset;
+    std::size_t pciBusOffset;
+    std::array<const char*, 2> propertiesNames; ///< in the order of preference; the last may be null
+};
+
+constexpr RuntimeVersion runtimeVersions[] = {
+    {"libcudart.so.13", 360, 364, 568, {"cudaGetDeviceProperties", nullptr}},
+    {"libcudart.so.12", 360, 364, 584, {"cudaGetDeviceProperties_v2", "cudaGetDeviceProperties"}},
+    {"libcudart.so.11.0", 360, 364, 584, {"cudaGetDeviceProperties", nullptr}},
+};
+
+constexpr const char* runtimeFiles[] = {"libcudart.so.13", "libcudart.so.12", "libcudart.so.11.0",
+                                        "libcudart.so"};
+
+// The record has some 1000 bytes in every known version.
+constexpr std::size_t propertiesRoom = 16384;
+
+class CudaRuntime final : public CudaLibrary {
+  public:
+    CudaRuntime(const RuntimeVersion& ofVersion, GetDeviceCount* count, GetDeviceProperties* properties)
+        : version(ofVersion), getDeviceCount(count), getDeviceProperties(properties) {}
+
+    int deviceCount(int& count) const override { return getDeviceCount(&count); }
+
+    int deviceProperties(CudaDeviceProperties& properties, int device) const override {
+        alignas(std::max_align_t) std::array<char, propertiesRoom> record{};
+        const int status = getDeviceProperties(record.data(), device);
+        if (status == 0) {
+            std::memcpy(&properties.major, record.data() + version.majorOffset, sizeof properties.major);
+            std::memcpy(&properties.minor, record.data() + version.minorOffset, sizeof properties.minor);
+            std::memcpy(&properties.pciBusID, record.data() + version.pciBusOffset,
+                        sizeof properties.pciBusID);
+        }
+        return status;
+    }
+
+  private:
+    const RuntimeVersion& version;
+    GetDeviceCount* getDeviceCount;
+    GetDeviceProperties* getDeviceProperties;
+};
+
+const RuntimeVersion* versionOf(const char* soname) {
+    for (const RuntimeVersion& version : runtimeVersions)
+        if (soname != nullptr && std::strcmp(version.soname, soname) == 0)
+            return &version;
+    return nullptr;
+}
+
+std::unique_ptr<CudaLibrary> useRuntime(void* library, const DynamicLoader& loader) {
+    const RuntimeVersion* version = versionOf(loader.soname(library));
+    if (version == nullptr)
+        return nullptr;
+    GetDeviceCount* getDeviceCount = nullptr;
+    GetDeviceProperties* getDeviceProperties = nullptr;
+    loader.resolve(library, "cudaGetDeviceCount", getDeviceCount);
+    for (const char* name : version->propertiesNames)
+        if (name != nullptr && getDeviceProperties == nullptr)
+            loader.resolve(library, name, getDeviceProperties);
+    if (getDeviceCount == nullptr || getDeviceProperties == nullptr)
+        return nullptr;
+    auto runtime = std::make_unique<CudaRuntime>(*version, getDeviceCount, getDeviceProperties);
+    int count = 0;
+    // A runtime newer than the driver opens, and fails here.
+    return runtime->deviceCount(count) == 0 ? std::move(runtime) : nullptr;
+}
+
+} // namespace
+
+std::unique_ptr<CudaLibrary> openCudaRuntime(const DynamicLoader& loader) {
+    for (const char* file : runtimeFiles)
+        if (void* library = loader.open(file, RTLD_LAZY))
+            if (auto runtime = useRuntime(library, loader))
+                return runtime;
+    return nullptr;
+}

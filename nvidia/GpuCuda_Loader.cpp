@@ -1,0 +1,52 @@
+#include "nvidia/GpuCuda_Loader.h"
+
+#include <map>
+
+namespace {
+
+// As CUDA calls it: no usable device is there.
+constexpr int cudaErrorNoDevice = 100;
+
+struct Cuda {
+    std::unique_ptr<CudaLibrary> library;
+    std::map<int, CudaDeviceProperties> knownDevices;
+};
+
+Cuda cuda;
+
+} // namespace
+
+int GpuCuda_Loader::load(const DynamicLoader& loader) {
+    if (!isLoaded())
+        cuda.library = openCudaRuntime(loader);
+    if (!isLoaded())
+        cuda.library = openCudaDriver(loader);
+    return isLoaded() ? 1 : 0;
+}
+
+bool GpuCuda_Loader::isLoaded() {
+    return cuda.library != nullptr;
+}
+
+void GpuCuda_Loader::unload() {
+    cuda.library.reset();
+    cuda.knownDevices.clear();
+}
+
+int GpuCuda_Loader::cudaGetDeviceCount(int* count) {
+    return isLoaded() ? cuda.library->deviceCount(*count) : cudaErrorNoDevice;
+}
+
+int GpuCuda_Loader::cudaGetDeviceProperties(CudaDeviceProperties* properties, int device) {
+    if (!isLoaded() || device < 0)
+        return cudaErrorNoDevice;
+    const auto known = cuda.knownDevices.find(device);
+    if (known != cuda.knownDevices.end()) {
+        *properties = known->second;
+        return 0;
+    }
+    const int status = cuda.library->deviceProperties(*properties, device);
+    if (status == 0)
+        cuda.knownDevices.emplace(device, *properties);
+    return status;
+}

@@ -1,0 +1,161 @@
+// Finding NVIDIA's GPUs, once, at the program's start.
+#include "nvidia/GpuInfoNvml_CUDA.h"
+
+#include <algorithm>
+#include <array>
+
+#include "app/log/logLine.h"
+#include "nvidia/GpuCuda_Loader.h"
+#include "nvidia/GpuNvml_Loader.h"
+#include "nvidia/NvidiaAdvice.h"
+#include "opencl/GpuOpenCL_Loader.h"
+#include "support/distributionId.h"
+
+namespace {
+
+// No machine has more devices; a driver that reports more is lying, and must not keep the program for hours.
+constexpr unsigned int maxDevices = 4096;
+
+QString hexadecimal(unsigned int bus) {
+    return QString::number(bus, 16);
+}
+
+/// CUDA's number of the device on a PCI bus, -1 when it has none there.
+int cudaDeviceOnBus(unsigned int bus) {
+    int count = 0;
+    GpuCuda_Loader::cudaGetDeviceCount(&count);
+    for (int device = 0; device < std::min(count, static_cast<int>(maxDevices)); ++device) {
+        CudaDeviceProperties properties;
+        if (GpuCuda_Loader::cudaGetDeviceProperties(&properties, device) == 0 &&
+            static_cast<unsigned int>(properties.pciBusID) == bus)
+            return device;
+    }
+    return -1;
+}
+
+/// OptiX needs the ray-tracing units that came with compute capability 7.5.
+bool isOptixCapable(int cudaDevice) {
+    CudaDeviceProperties properties;
+    if (GpuCuda_Loader::cudaGetDeviceProperties(&properties, cudaDevice) != 0)
+        return false;
+    return properties.major > 7 || (properties.major == 7 && properties.minor > 4);
+}
+
+/// How an OpenCL device told that it is on the GPU's bus; null when it is not. Only the low byte counts,
+/// since one driver reports the bus in a byte. A device that answers the vendor's own attribute is not asked
+/// the other.
+const char* busAttributeThatMatches(cl_device_id device, unsigned int bus) {
+    cl_uint vendorBus = 0;
+    if (readOpenCLDevice(device, deviceAttribute_PciBusIdNv, vendorBus))
+        return (vendorBus & 0xFFU) == (bus & 0xFFU) ? "NV" : nullptr;
+    PciBusInfoKhr location{};
+    if (readOpenCLDevice(device, deviceAttribute_PciBusInfoKhr, location) &&
+        (location.pci_bus & 0xFFU) == (bus & 0xFFU))
+        return "KHR";
+    return nullptr;
+}
+
+} // namespace
+
+int GpuInfoNvml_CUDA::detectGpus() {
+    if (GpuNvml_Loader::load(loader) == 0) {
+        logLine(5, QStringLiteral("0 CUDA GPU(s) found - NVML not available"));
+        return 0;
+    }
+    unsigned int count = 0;
+    if (!countDevices(count)) {
+        logCount(5, "%1 CUDA GPU(s) found");
+        return 0;
+    }
+    if (count > 0)
+        GpuCuda_Loader::load(loader);
+    for (unsigned int index = 0; index < std::min(count, maxDevices); ++index)
+        addDevice(index);
+
+    const QString distribution = distributionId(osRelease);
+    if (GpuOpenCL_Loader::load(loader) == 0) {
+        logLines(2, NvidiaAdvice::noOpenCLLibrary(distribution));
+        return withoutOpenCL("%1 CUDA GPU(s) found (no OpenCL, no benchmark)");
+    }
+    const OpenCLPlatforms platforms = listOpenCLPlatforms();
+    if (platforms.reported == 0) {
+        logLines(2, NvidiaAdvice::noOpenCLPlatform(distribution));
+        return withoutOpenCL("%1 CUDA GPU(s) found (no OpenCL platform, no benchmark)");
+    }
+    logLine(5, QStringLiteral("CUDA GPU OpenCL: %1 platform(s) found").arg(platforms.reported));
+    for (std::size_t i = 0; i < platforms.listed.size(); ++i)
+        logOpenCLPlatform(i, platforms.listed[i]);
+    for (int i = 0; i < gpus.size(); ++i)
+        matchOpenCLDevice(*gpus[i], handles[i], platforms);
+    logCount(3, "%1 CUDA GPU(s) found");
+    return 1;
+}
+
+bool GpuInfoNvml_CUDA::countDevices(unsigned int& count) {
+    const GpuNvml_Table& nvml = GpuNvml_Loader::table();
+    const auto failed = [&nvml](const char* line, nvmlReturn_t result) {
+        logLine(2, QString::fromLatin1(line).arg(QString::fromUtf8(nvml.nvmlErrorString(result))));
+    };
+    nvmlReturn_t result = nvml.nvmlInit_v2();
+    if (result != NVML_SUCCESS) {
+        failed("Failed to initialize NVML: %1", result);
+        shutdown();
+        return false;
+    }
+    result = nvml.nvmlDeviceGetCount_v2(&count);
+    if (result != NVML_SUCCESS)
+        failed("Failed to query device count: %1", result);
+    return result == NVML_SUCCESS;
+}
+
+void GpuInfoNvml_CUDA::addDevice(unsigned int index) {
+    const GpuNvml_Table& nvml = GpuNvml_Loader::table();
+    nvmlDevice_t handle = nullptr;
+    if (nvml.nvmlDeviceGetHandleByIndex_v2(index, &handle) != NVML_SUCCESS)
+        return;
+    GpuDevice& gpu = appendGpu();
+    handles.append(handle);
+
+    std::array<char, sizeof gpu.name> name{};
+    if (nvml.nvmlDeviceGetName(handle, name.data(), name.size()) == NVML_SUCCESS)
+        setGpuName(gpu, name.data());
+
+    nvmlPciInfo_t pci{};
+    if (nvml.nvmlDeviceGetPciInfo_v3(handle, &pci) == NVML_SUCCESS)
+        gpu.deviceIndex = cudaDeviceOnBus(pci.bus);
+    gpu.optixCapable = isOptixCapable(gpu.deviceIndex) ? 1 : 0;
+}
+
+int GpuInfoNvml_CUDA::withoutOpenCL(const char* countLine) {
+    logCount(3, countLine);
+    return gpus.isEmpty() ? 0 : 1;
+}
+
+void GpuInfoNvml_CUDA::matchOpenCLDevice(GpuDevice& gpu, nvmlDevice_t handle,
+                                         const OpenCLPlatforms& platforms) {
+    gpu.gpuType = GpuType_Cuda;
+    const QString name = QString::fromUtf8(gpu.name);
+    nvmlPciInfo_t pci{};
+    if (GpuNvml_Loader::table().nvmlDeviceGetPciInfo_v3(handle, &pci) != NVML_SUCCESS) {
+        logLine(2, QStringLiteral("CUDA GPU '%1': failed to get PCI info from NVML.").arg(name));
+        return;
+    }
+    for (cl_platform_id platform : platforms.listed)
+        for (cl_device_id device : listOpenCLGpuDevices(platform)) {
+            // Every device is asked its name first, as AMD's are, so that a trace of the calls reads by it.
+            openCLDeviceText(device, CL_DEVICE_NAME, openCLNameRoom);
+            if (const char* attribute = busAttributeThatMatches(device, pci.bus)) {
+                setOpenCLDevice(gpu, device);
+                logLine(5, QStringLiteral("  %1: matched via %2 PCI bus 0x%3")
+                               .arg(name, QLatin1String(attribute), hexadecimal(pci.bus)));
+                return;
+            }
+        }
+    logLine(2, QStringLiteral("CUDA GPU '%1' (PCI bus 0x%2): no matching OpenCL device found.")
+                   .arg(name, hexadecimal(pci.bus)));
+    logLines(2, NvidiaAdvice::noMatchingDevice());
+}
+
+void GpuInfoNvml_CUDA::logCount(int level, const char* line) const {
+    logLine(level, QString::fromLatin1(line).arg(gpuCount()));
+}

@@ -1,0 +1,99 @@
+// The OpenCL entry points the program uses, looked up in the system's ICD loader at run time. One table for
+// the whole process, without locks or counts of its users: the main thread alone loads, uses and unloads it.
+#pragma once
+
+#include <type_traits>
+
+#include <CL/cl.h>
+
+#include "support/VendorLibrary.h"
+
+/// One pointer an entry point, null when the library is not loaded or lacks it.
+struct GpuOpenCL_Table {
+    decltype(&::clGetPlatformIDs) clGetPlatformIDs = nullptr;
+    decltype(&::clGetPlatformInfo) clGetPlatformInfo = nullptr;
+    decltype(&::clGetDeviceIDs) clGetDeviceIDs = nullptr;
+    decltype(&::clGetDeviceInfo) clGetDeviceInfo = nullptr;
+    decltype(&::clCreateContext) clCreateContext = nullptr;
+    decltype(&::clCreateCommandQueue) clCreateCommandQueue = nullptr;
+    decltype(&::clCreateProgramWithSource) clCreateProgramWithSource = nullptr;
+    decltype(&::clBuildProgram) clBuildProgram = nullptr;
+    decltype(&::clGetProgramBuildInfo) clGetProgramBuildInfo = nullptr;
+    decltype(&::clCreateKernel) clCreateKernel = nullptr;
+    decltype(&::clCreateBuffer) clCreateBuffer = nullptr;
+    decltype(&::clEnqueueWriteBuffer) clEnqueueWriteBuffer = nullptr;
+    decltype(&::clEnqueueReadBuffer) clEnqueueReadBuffer = nullptr;
+    decltype(&::clEnqueueNDRangeKernel) clEnqueueNDRangeKernel = nullptr;
+    decltype(&::clSetKernelArg) clSetKernelArg = nullptr;
+    decltype(&::clFinish) clFinish = nullptr;
+    decltype(&::clReleaseKernel) clReleaseKernel = nullptr;
+    decltype(&::clReleaseProgram) clReleaseProgram = nullptr;
+    decltype(&::clReleaseCommandQueue) clReleaseCommandQueue = nullptr;
+    decltype(&::clReleaseContext) clReleaseContext = nullptr;
+    decltype(&::clReleaseMemObject) clReleaseMemObject = nullptr;
+
+    /// The one list of the entry points, in the order in which they are looked up. Some that the benchmark
+    /// calls are optional: a library that lacks one still serves to find and pair the GPUs.
+    template <class Visit>
+    void walk(Visit visit) {
+        visit("clGetPlatformIDs", clGetPlatformIDs, EntryPoint::Required);
+        visit("clGetPlatformInfo", clGetPlatformInfo, EntryPoint::Optional);
+        visit("clGetDeviceIDs", clGetDeviceIDs, EntryPoint::Required);
+        visit("clGetDeviceInfo", clGetDeviceInfo, EntryPoint::Required);
+        visit("clCreateContext", clCreateContext, EntryPoint::Required);
+        visit("clCreateCommandQueue", clCreateCommandQueue, EntryPoint::Required);
+        visit("clCreateProgramWithSource", clCreateProgramWithSource, EntryPoint::Required);
+        visit("clBuildProgram", clBuildProgram, EntryPoint::Required);
+        visit("clGetProgramBuildInfo", clGetProgramBuildInfo, EntryPoint::Optional);
+        visit("clCreateKernel", clCreateKernel, EntryPoint::Required);
+        visit("clCreateBuffer", clCreateBuffer, EntryPoint::Required);
+        visit("clEnqueueWriteBuffer", clEnqueueWriteBuffer, EntryPoint::Optional);
+        visit("clEnqueueReadBuffer", clEnqueueReadBuffer, EntryPoint::Optional);
+        visit("clEnqueueNDRangeKernel", clEnqueueNDRangeKernel, EntryPoint::Required);
+        visit("clSetKernelArg", clSetKernelArg, EntryPoint::Optional);
+        visit("clFinish", clFinish, EntryPoint::Required);
+        visit("clReleaseKernel", clReleaseKernel, EntryPoint::Optional);
+        visit("clReleaseProgram", clReleaseProgram, EntryPoint::Optional);
+        visit("clReleaseCommandQueue", clReleaseCommandQueue, EntryPoint::Optional);
+        visit("clReleaseContext", clReleaseContext, EntryPoint::Optional);
+        visit("clReleaseMemObject", clReleaseMemObject, EntryPoint::Optional);
+    }
+};
+
+namespace GpuOpenCL_Loader {
+
+/// Opens "libOpenCL.so.1", else "libOpenCL.so", and fills the table. 1 when the library is loaded (also when
+/// it was before), 0 after a log line when it can't be opened or lacks one of the entry points that are
+/// required.
+int load(const DynamicLoader& loader = DynamicLoader::system());
+
+bool isLoaded();
+
+/// Closes the library, if it is open, and clears the table.
+void unload();
+
+/// The table; read it anew after each load.
+const GpuOpenCL_Table& table();
+
+} // namespace GpuOpenCL_Loader
+
+namespace GpuOpenCL_Loader {
+
+template <class Type>
+struct AsDeclared {
+    using type = Type;
+};
+
+/// Calls an entry point of the table. One that the library lacks answers as a failing call would: a status of
+/// CL_INVALID_OPERATION, or a null object.
+template <class Result, class... Parameters>
+Result call(Result (*entryPoint)(Parameters...), typename AsDeclared<Parameters>::type... arguments) {
+    if (entryPoint != nullptr)
+        return entryPoint(arguments...);
+    if constexpr (std::is_pointer_v<Result>)
+        return nullptr;
+    else
+        return CL_INVALID_OPERATION;
+}
+
+} // namespace GpuOpenCL_Loader

@@ -1,0 +1,60 @@
+// What the loaded OpenCL library says of its platforms and GPU devices. Counts are the library's; lists hold
+// only the entries that it really returned.
+#pragma once
+
+#include <vector>
+
+#include <QByteArray>
+
+#include <CL/cl.h>
+
+#include "gpu/GpuDevice.h"
+#include "opencl/GpuOpenCL_Loader.h"
+
+/// The vendors' device attributes that tell a PCI location; not every Khronos header has them.
+constexpr cl_device_info deviceAttribute_PciBusIdNv = 0x4008;    ///< cl_uint
+constexpr cl_device_info deviceAttribute_TopologyAmd = 0x4037;   ///< 24 bytes
+constexpr cl_device_info deviceAttribute_PciBusInfoKhr = 0x410F; ///< PciBusInfoKhr
+
+/// Answer to `deviceAttribute_PciBusInfoKhr`.
+struct PciBusInfoKhr {
+    cl_uint pci_domain;
+    cl_uint pci_bus;
+    cl_uint pci_device;
+    cl_uint pci_function;
+};
+static_assert(sizeof(PciBusInfoKhr) == 16);
+
+/// Room for the name of a platform or a device, bytes.
+constexpr std::size_t openCLNameRoom = 256;
+
+struct OpenCLPlatforms {
+    cl_uint reported = 0;               ///< how many there are; may exceed the list
+    std::vector<cl_platform_id> listed; ///< at most 8
+};
+
+/// The library's platforms; none reported when the call fails to tell.
+OpenCLPlatforms listOpenCLPlatforms();
+
+/// Logs at level 5 the number and name of a listed platform.
+void logOpenCLPlatform(std::size_t number, cl_platform_id platform);
+
+/// At most 12 GPU devices of a platform; none when the call fails.
+std::vector<cl_device_id> listOpenCLGpuDevices(cl_platform_id platform);
+
+/// A text attribute of a device, at most `room` bytes, empty when it can't be read.
+QByteArray openCLDeviceText(cl_device_id device, cl_device_info attribute, std::size_t room);
+
+/// Reads a fixed-size attribute into `value`. False when the device does not answer it.
+template <class Value>
+bool readOpenCLDevice(cl_device_id device, cl_device_info attribute, Value& value) {
+    return GpuOpenCL_Loader::call(GpuOpenCL_Loader::table().clGetDeviceInfo, device, attribute, sizeof value,
+                                  &value, nullptr) == CL_SUCCESS;
+}
+
+/// The device that a record is paired with, null without one. The record carries it as a number, since it is
+/// published.
+cl_device_id openCLDeviceOf(const GpuDevice& record);
+
+/// Pairs a record with a device.
+void setOpenCLDevice(GpuDevice& record, cl_device_id device);

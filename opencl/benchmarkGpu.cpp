@@ -1,0 +1,24 @@
+#include "opencl/benchmarkGpu.h"
+
+#include <QString>
+
+#include "app/log/logLine.h"
+#include "opencl/GpuBenchmarkOpenCL.h"
+#include "opencl/OpenCLDevices.h"
+#include "opencl/benchmarkSettings.h"
+
+void benchmarkGpu(GpuDevice& record) {
+    const QString name = QString::fromUtf8(record.name);
+    if (record.clDevice == 0) {
+        logLine(
+            2, QStringLiteral("  %1 %2-%3: unable to run Benchmark(openCL), device_HardwareID is NULL")
+                   .arg(name, QString::fromLatin1(gpuTypeName(record)), QString::number(record.deviceIndex)));
+        record.hasSpeed = 0;
+        return;
+    }
+    GpuBenchmarkOpenCL_Context context;
+    logLine(5, QStringLiteral("  %1: running %2s Benchmark(openCL) ...")
+                   .arg(name, QString::number(benchmarkSeconds)));
+    record.speedGps = GpuBenchmarkOpenCL::run(context, openCLDeviceOf(record), benchmarkSeconds);
+    record.hasSpeed = 1;
+}

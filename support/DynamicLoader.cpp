@@ -1,0 +1,34 @@
+#include "support/DynamicLoader.h"
+
+#include <dlfcn.h>
+#include <link.h>
+
+namespace {
+
+const char* sonameOf(void* library) {
+    link_map* map = nullptr;
+    if (dlinfo(library, RTLD_DI_LINKMAP, &map) != 0 || map->l_ld == nullptr)
+        return nullptr;
+    const char* strings = nullptr;
+    const ElfW(Dyn)* soname = nullptr;
+    for (const ElfW(Dyn)* entry = map->l_ld; entry->d_tag != DT_NULL; ++entry) {
+        if (entry->d_tag == DT_STRTAB)
+            strings = reinterpret_cast<const char*>(entry->d_un.d_ptr);
+        if (entry->d_tag == DT_SONAME)
+            soname = entry;
+    }
+    return strings != nullptr && soname != nullptr ? strings + soname->d_un.d_val : nullptr;
+}
+
+} // namespace
+
+DynamicLoader DynamicLoader::system() {
+    return {dlopen, dlsym, dlclose, sonameOf};
+}
+
+void* DynamicLoader::openFirst(std::initializer_list<const char*> names) const {
+    for (const char* name : names)
+        if (void* library = open(name, RTLD_LAZY))
+            return library;
+    return nullptr;
+}
