@@ -72,9 +72,9 @@ class ProcessEntries {
             return {};
         }
         ssize_t length = 0;
-        do
+        do {
             length = ::read(file.get(), buffer, capacity);
-        while (length < 0 && errno == EINTR);
+        } while (length < 0 && errno == EINTR);
         return length > 0 ? std::string_view(buffer, static_cast<std::size_t>(length)) : std::string_view();
     }
 
@@ -83,7 +83,7 @@ class ProcessEntries {
         return path;
     }
 
-    char path[pathCapacity];
+    char path[pathCapacity] = {};
     char* entry = nullptr; ///< where in the path an entry's name goes; null when there is no room
     bool isStarved = false;
 };
@@ -132,7 +132,8 @@ bool ourProcessAlreadyExists(const _qzString8_allSize<25>& name, bool caseSensit
     thread_local Match last;
     if (foundPid != nullptr)
         *foundPid = 0;
-    const ProcessName wanted({name.c_str(), name.length()}, name.length() == name.capacity, caseSensitive);
+    const ProcessName wanted({name.c_str(), name.length()}, name.length() == _qzString8_allSize<25>::capacity,
+                             caseSensitive);
     if (!wanted.isUsable())
         return false;
 

@@ -13,7 +13,7 @@ class __QZSDK {
   public:
     /// The two flags are kept for the suite's other programs; nothing here depends on them.
     __QZSDK(bool firstFlag, qz_AppType type, const _qzString<50>& name, bool secondFlag);
-    ~__QZSDK();
+    ~__QZSDK() = default;
 
     __QZSDK(const __QZSDK&) = delete;
     __QZSDK& operator=(const __QZSDK&) = delete;

@@ -1,5 +1,6 @@
 #include "support/qzSharedMemory.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <ctime>
@@ -52,10 +53,9 @@ bool writeAll(int object, const char* bytes, qint64 count) {
     qint64 done = 0;
     while (done < count) {
         const ssize_t written = pwrite(object, bytes + done, static_cast<std::size_t>(count - done), done);
-        if (written > 0)
-            done += written;
-        else if (written == 0 || errno != EINTR)
+        if (written == 0 || (written < 0 && errno != EINTR))
             return false;
+        done += std::max<qint64>(written, 0);
     }
     return true;
 }

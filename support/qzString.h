@@ -71,8 +71,8 @@ class _qzString {
     _qzString() = default;
 
     /// Widens UTF-8 text; a null pointer gives an empty text.
-    _qzString(const char* other)
-        : _qzString(QString::fromUtf8(other)) {} // NOLINT(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    _qzString(const char* other) : _qzString(QString::fromUtf8(other)) {}
 
     explicit _qzString(const QString& other) {
         const std::wstring wide = other.toStdWString();

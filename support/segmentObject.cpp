@@ -23,9 +23,9 @@ bool allocate(int object, qint64 size) {
         return false;
     }
     int reason = 0;
-    do
+    do {
         reason = posix_fallocate(object, 0, size);
-    while (reason == EINTR);
+    } while (reason == EINTR);
     errno = reason;
     return reason == 0;
 }
