@@ -1,49 +1,60 @@
-// Standard output as a test sees it.
+// What the code under test writes to standard output, as bytes.
 #pragma once
 
 #include <cstdio>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <QByteArray>
 
-#include <unistd.h>
-
-/// From its construction, what the process writes to standard output goes to a file instead. Qt Test reports
-/// on standard output too, so take the text before comparing it.
+/// Sends standard output into memory from its construction until `take` or its destruction. Qt Test prints
+/// its failures there too, so text is taken first and compared afterwards.
 class CaptureStdout {
   public:
-    CaptureStdout() : file(std::tmpfile()) {
+    CaptureStdout() {
         std::fflush(stdout);
-        saved = ::dup(STDOUT_FILENO);
-        if (file == nullptr || saved < 0 || ::dup2(::fileno(file), STDOUT_FILENO) < 0)
-            qFatal("standard output can't be captured");
+        original = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+        memory = memfd_create("stdout", MFD_CLOEXEC);
+        if (original < 0 || memory < 0 || dup2(memory, STDOUT_FILENO) < 0)
+            std::abort();
     }
+
+    ~CaptureStdout() { end(); }
+
     CaptureStdout(const CaptureStdout&) = delete;
     CaptureStdout& operator=(const CaptureStdout&) = delete;
 
-    /// A text that nobody took is shown after all: a failed comparison's report would be in it.
-    ~CaptureStdout() {
-        if (file != nullptr)
-            std::fputs(text().constData(), stdout);
+    /// What has left the process so far: without what still stands in the stream's buffer.
+    QByteArray written() const {
+        QByteArray text(static_cast<int>(lseek(memory, 0, SEEK_END)), '\0');
+        const ssize_t length = pread(memory, text.data(), static_cast<std::size_t>(text.size()), 0);
+        return length == text.size() ? text : QByteArray();
     }
 
-    /// Ends the capture and gives everything that was written, line ends included.
-    QByteArray text() {
+    /// All that was written; standard output leads where it did before.
+    QByteArray take() {
         std::fflush(stdout);
-        ::dup2(saved, STDOUT_FILENO);
-        ::close(saved);
-        QByteArray written;
-        std::rewind(file);
-        char piece[4096];
-        while (const std::size_t length = std::fread(piece, 1, sizeof piece, file))
-            written.append(piece, static_cast<int>(length));
-        std::fclose(file);
-        file = nullptr;
-        return written;
+        const QByteArray text = written();
+        end();
+        return text;
     }
 
   private:
-    std::FILE* file;
-    int saved = -1;
+    void end() {
+        if (original < 0)
+            return;
+        std::fflush(stdout);
+        dup2(original, STDOUT_FILENO);
+        close(original);
+        close(memory);
+        original = -1;
+    }
+
+    int original = -1;
+    int memory = -1;
 };
 
 /// What `action` writes to standard output.
@@ -51,5 +62,5 @@ template <class Action>
 QByteArray printedBy(Action action) {
     CaptureStdout capture;
     action();
-    return capture.text();
+    return capture.take();
 }
