@@ -3,11 +3,11 @@
 
 usage: skipped_tests.py RESULTS [ALLOWED]
 
-Reads the results of a CTest run (JUnit XML, build/PRESET/tests.xml): the tests that were skipped or not run, and the
-single cases that Qt Test and unittest skip inside a test that passes. Each has a name: "unit.X",
-"unit.X::function(row)", "system.x::Class.test". ALLOWED (allowed-skips beside this script) excuses some, one a line: a
-name, in which * and ? stand for any text and any character, a colon, a blank, the reason. Prints the others, and ends
-with 1 if there are any.
+Reads the results of a CTest run (JUnit XML, build/PRESET/tests.xml): the tests that were skipped or not run, and
+the single cases that Qt Test and unittest skip inside a test that passes. Each has a name: "unit.X",
+"unit.X::function(row)", "system.x::Class.test". ALLOWED (allowed-skips beside this script) excuses some, one a
+line: a name, in which * and ? stand for any text and any character, a colon, a blank, the reason. Prints the
+others, and ends with 1 if there are any.
 """
 
 import fnmatch
@@ -17,8 +17,8 @@ import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
 QT_CASE = re.compile(r"^SKIP\s*: \w+::(.*?\)) ?(.*)$")
-# With verbosity 2: "test_x (module.Class.test_x) ... skipped 'why'"; older releases leave the last ".test_x" out, and
-# a test with a docstring has that and the verdict on a line of their own.
+# With verbosity 2: "test_x (module.Class.test_x) ... skipped 'why'"; older releases leave the last ".test_x"
+# out, and a test with a docstring has that and the verdict on a line of their own.
 PYTHON_CASE = re.compile(r"^(\w+) \(([\w.]+)\)")
 PYTHON_VERDICT = re.compile(r"\.\.\. skipped (['\"])(.*)\1$")
 PYTHON_COUNT = re.compile(r"^(?:OK|FAILED) \(.*?skipped=(\d+)")

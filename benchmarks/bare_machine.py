@@ -1,4 +1,4 @@
-"""A machine with no GPU and no vendor library, made of bubblewrap: only the programs to be measured are there, with
+"""A machine with no GPU and no vendor library, made of bubblewrap: only the measured programs are there, with
 the libraries that they link, an empty /sys/class/drm, a /proc and a /dev/shm of its own.
 
 What a run costs differs with the libraries around it, so the same surroundings are laid on every machine."""
@@ -31,7 +31,8 @@ def command(programs, options=()):
     """The beginning of a command line that runs one of `programs` (absolute paths) on that machine."""
     line = [locate("bwrap"), "--unshare-ipc", "--unshare-net", "--die-with-parent", "--clearenv"]
     line += ["--setenv", "PATH", "/usr/bin:/bin", "--setenv", "LC_ALL", "C.UTF-8"]
-    line += ["--proc", "/proc", "--dev", "/dev", "--tmpfs", "/dev/shm", "--tmpfs", "/tmp", "--dir", "/sys/class/drm"]
+    line += ["--proc", "/proc", "--dev", "/dev", "--tmpfs", "/dev/shm", "--tmpfs", "/tmp"]
+    line += ["--dir", "/sys/class/drm"]
     for path in dict.fromkeys(path for program in programs for path in files_of(program)):
         line += ["--ro-bind", path, path]
     for path in ("/etc/ld.so.cache", "/etc/os-release"):
@@ -40,7 +41,7 @@ def command(programs, options=()):
 
 
 def check(program, *arguments):
-    """Makes sure that the program runs there and finds nothing: one that died at once would be measured as fast."""
+    """Makes sure that the program runs there and finds no GPU: one that dies at once would seem fast."""
     run = subprocess.run(
         [*command([program]), program, *arguments], capture_output=True, text=True, timeout=60, check=False
     )

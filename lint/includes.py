@@ -12,7 +12,7 @@ import re
 import sys
 from pathlib import Path, PurePosixPath
 
-# Each folder of the tree, and the others that its files may include. tests/ and benchmarks/ may use all of them.
+# Each folder of the tree, and the others that its files may include. tests/ and benchmarks/ may use them all.
 MAY_INCLUDE = {
     "support": [],
     "app/log": ["support"],
