@@ -1,0 +1,45 @@
+#include "simulator/lib/ClObjects.h"
+
+#include "simulator/lib/Session.h"
+
+namespace qzsim {
+
+const char* kindName(ClKind kind) {
+    static const char* const names[] = {"context", "queue", "program", "kernel", "buffer"};
+    return names[static_cast<int>(kind)];
+}
+
+void ClObjects::created(ClKind kind, const void* handle, std::size_t size) {
+    if (handle != nullptr) {
+        // An implementation may use the address of a released object again.
+        m_objects[handle] = Object{kind, true, size};
+        Session::instance().counters().add(std::string("live:") + kindName(kind));
+    }
+}
+
+bool ClObjects::isLive(ClKind kind, const void* handle, const char* function) {
+    const auto found = m_objects.find(handle);
+    if (found != m_objects.end() && found->second.kind == kind && found->second.lives) {
+        return true;
+    }
+    const bool wasReleased = found != m_objects.end() && found->second.kind == kind;
+    Session::instance().misuse(std::string(function) + (wasReleased ? " of a released " : " of what is no ") +
+                               kindName(kind));
+    return false;
+}
+
+bool ClObjects::released(ClKind kind, const void* handle, const char* function) {
+    if (!isLive(kind, handle, function)) {
+        return false;
+    }
+    m_objects[handle].lives = false;
+    Session::instance().counters().add(std::string("live:") + kindName(kind), -1);
+    return true;
+}
+
+std::size_t ClObjects::sizeOf(const void* buffer) const {
+    const auto found = m_objects.find(buffer);
+    return found == m_objects.end() ? 0 : found->second.size;
+}
+
+} // namespace qzsim

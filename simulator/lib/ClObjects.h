@@ -1,0 +1,36 @@
+// Which OpenCL objects live: the leak count, and what tells a handle from a released or an invented one.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <unordered_map>
+
+namespace qzsim {
+
+enum class ClKind { Context, Queue, Program, Kernel, Buffer };
+
+const char* kindName(ClKind kind);
+
+class ClObjects {
+  public:
+    /// Notes a new object; a null handle is none. `size` is a buffer's.
+    void created(ClKind kind, const void* handle, std::size_t size = 0);
+
+    /// Whether `handle` lives and is of that kind; if not, `function`'s misuse goes into the report.
+    bool isLive(ClKind kind, const void* handle, const char* function);
+
+    /// The same, and the object lives no longer.
+    bool released(ClKind kind, const void* handle, const char* function);
+
+    std::size_t sizeOf(const void* buffer) const;
+
+  private:
+    struct Object {
+        ClKind kind;
+        bool lives;
+        std::size_t size;
+    };
+    std::unordered_map<const void*, Object> m_objects;
+};
+
+} // namespace qzsim

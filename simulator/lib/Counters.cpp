@@ -1,0 +1,89 @@
+#include "simulator/lib/Counters.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fcntl.h>
+#include <new>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace qzsim {
+
+namespace {
+
+void* mapCounterFile(const std::string& path) {
+    constexpr std::size_t size = sizeof(CounterFile);
+    void* memory = MAP_FAILED;
+    if (!path.empty()) {
+        const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        if (descriptor >= 0) {
+            // Growing to the size it has already changes nothing, so every library may do it.
+            if (ftruncate(descriptor, static_cast<off_t>(size)) == 0) {
+                memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+            }
+            close(descriptor);
+        }
+    }
+    if (memory == MAP_FAILED) {
+        memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    }
+    return memory;
+}
+
+} // namespace
+
+Counters::Counters(const std::string& path) {
+    void* memory = mapCounterFile(path);
+    if (memory == MAP_FAILED) {
+        throw std::bad_alloc();
+    }
+    m_file = static_cast<CounterFile*>(memory);
+    std::memcpy(m_file->magic, "QZSIM 1", sizeof(m_file->magic));
+}
+
+Counters::~Counters() { munmap(m_file, sizeof(CounterFile)); }
+
+CounterSlot* Counters::slot(std::string_view name) {
+    const std::string key(name.substr(0, sizeof(CounterSlot::name) - 1));
+    const auto known = m_known.find(key);
+    if (known != m_known.end()) {
+        return known->second;
+    }
+    const auto taken = std::min(m_file->slotCount.load(), CounterFile::maxSlots);
+    CounterSlot* found = std::find_if(m_file->slots, m_file->slots + taken,
+                                      [&key](const CounterSlot& slot) { return key == slot.name; });
+    if (found == m_file->slots + taken) {
+        const auto index = m_file->slotCount.fetch_add(1);
+        if (index >= CounterFile::maxSlots) {
+            return nullptr;
+        }
+        found = &m_file->slots[index];
+        std::memcpy(found->name, key.data(), key.size());
+    }
+    m_known.emplace(key, found);
+    return found;
+}
+
+std::int64_t Counters::add(std::string_view name, std::int64_t amount) {
+    CounterSlot* counted = slot(name);
+    return counted == nullptr ? 0 : counted->value.fetch_add(amount) + amount;
+}
+
+std::int64_t Counters::happened(std::string_view name) {
+    CounterSlot* counted = slot(name);
+    if (counted == nullptr) {
+        return 0;
+    }
+    const auto event = m_file->eventCount.fetch_add(1);
+    if (event < CounterFile::maxEvents) {
+        m_file->events[event] = static_cast<std::uint16_t>(counted - m_file->slots);
+    }
+    return counted->value.fetch_add(1) + 1;
+}
+
+std::int64_t Counters::value(std::string_view name) {
+    const CounterSlot* counted = slot(name);
+    return counted == nullptr ? 0 : counted->value.load();
+}
+
+} // namespace qzsim

@@ -1,0 +1,37 @@
+// The form of a description file: sections of "key = value" lines. What the keys mean is MachineReader's matter.
+#pragma once
+
+#include "simulator/lib/Text.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qzsim {
+
+struct Entry {
+    std::string key;
+    std::string value; ///< trimmed, quotes kept
+    Place place;
+};
+
+/// "[name argument]" and the lines below it. A name may return; each is a section of its own.
+struct Section {
+    std::string name;
+    std::string argument; ///< empty when there is none
+    Place place;
+    std::vector<Entry> entries;
+
+    const Entry* find(std::string_view key) const;
+};
+
+/// The sections of `text`; `file` is what errors are reported under. Throws DescriptionError.
+std::vector<Section> parseDescription(std::string_view text, const std::string& file);
+
+/// "key = value" of one line, taken apart. Throws DescriptionError.
+Entry parseEntry(std::string_view line, const Place& place);
+
+/// The bytes of a file. Throws DescriptionError when it cannot be read.
+std::string readDescriptionFile(const std::string& path);
+
+} // namespace qzsim

@@ -1,0 +1,55 @@
+#include "simulator/lib/EntryPoints.h"
+
+#include <algorithm>
+
+namespace qzsim {
+
+const std::vector<LibraryInfo>& knownLibraries() {
+    static const std::vector<std::string_view> runtime = {
+        "cudaGetDeviceCount", "cudaGetDeviceProperties", "cudaGetDeviceProperties_v2"};
+    static const std::vector<LibraryInfo> libraries = {
+        {"libnvidia-ml.so.1",
+         "libnvidia-ml.so",
+         "libqzsim-nvml.so",
+         {"nvmlInit_v2", "nvmlShutdown", "nvmlDeviceGetCount_v2", "nvmlDeviceGetHandleByIndex_v2",
+          "nvmlDeviceGetPciInfo_v3", "nvmlDeviceGetName", "nvmlDeviceGetUtilizationRates",
+          "nvmlDeviceGetTemperature", "nvmlDeviceGetMemoryInfo", "nvmlErrorString"}},
+        {"libcudart.so.13", "libcudart.so", "libqzsim-cudart13.so", runtime},
+        {"libcudart.so.12", "libcudart.so", "libqzsim-cudart12.so", runtime},
+        {"libcudart.so.11.0", "libcudart.so", "libqzsim-cudart11.so", runtime},
+        {"libcuda.so.1",
+         "libcuda.so",
+         "libqzsim-cuda.so",
+         {"cuInit", "cuDeviceGetCount", "cuDeviceGet", "cuDeviceGetAttribute"}},
+        {"libOpenCL.so.1",
+         "libOpenCL.so",
+         "libqzsim-opencl.so",
+         {"clGetPlatformIDs", "clGetPlatformInfo", "clGetDeviceIDs", "clGetDeviceInfo", "clCreateContext",
+          "clCreateCommandQueue", "clCreateProgramWithSource", "clBuildProgram", "clGetProgramBuildInfo",
+          "clCreateKernel", "clCreateBuffer", "clEnqueueWriteBuffer", "clEnqueueReadBuffer",
+          "clEnqueueNDRangeKernel", "clSetKernelArg", "clFinish", "clReleaseKernel", "clReleaseProgram",
+          "clReleaseCommandQueue", "clReleaseContext", "clReleaseMemObject"}},
+    };
+    return libraries;
+}
+
+const LibraryInfo* findLibrary(std::string_view name) {
+    for (const auto& library : knownLibraries()) {
+        if (library.name == name || library.plainName == name) {
+            return &library;
+        }
+    }
+    return nullptr;
+}
+
+bool isKnownFunction(std::string_view name) {
+    for (const auto& library : knownLibraries()) {
+        const auto& functions = library.functions;
+        if (std::find(functions.begin(), functions.end(), name) != functions.end()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace qzsim

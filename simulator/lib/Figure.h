@@ -1,0 +1,35 @@
+// A number that may change over time: what a sensor shows at its first, second, third reading.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qzsim {
+
+/// "45", "45, 47, 50" (one a reading, the last stays), "45, 47, ..." (over and over) or "cycle", "cycle 1MiB"
+/// (the reading's own number, times a factor, so that all figures of one cycle tell the same number).
+class Figure {
+  public:
+    Figure() = default;
+    explicit Figure(std::int64_t constant) : m_values{constant} {}
+
+    /// Nothing when the text is none of the forms above.
+    static std::optional<Figure> parse(std::string_view text);
+
+    /// The value of the n-th reading, counted from 1. `cycleStart` is added to n in the cycle form.
+    std::int64_t at(std::uint64_t reading, std::int64_t cycleStart = 0) const;
+
+    bool changes() const { return m_cycleFactor.has_value() || m_values.size() > 1; }
+    std::int64_t smallest() const;
+    std::int64_t largest() const;
+
+  private:
+    std::vector<std::int64_t> m_values{0};
+    std::optional<std::int64_t> m_cycleFactor;
+    bool m_repeats = false;
+};
+
+} // namespace qzsim

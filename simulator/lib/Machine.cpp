@@ -1,0 +1,131 @@
+#include "simulator/lib/Machine.h"
+
+#include "simulator/lib/readSections.h"
+
+namespace qzsim {
+
+namespace {
+
+void readMachineSection(SectionReader& section, Machine& machine) {
+    machine.summary = section.text("summary", "");
+    machine.processes = section.list("processes");
+    machine.fastRandom = section.flag("fast_random", false);
+    section.finish();
+}
+
+void readOsRelease(SectionReader& section, Machine& machine) {
+    const auto text = section.text("text");
+    const auto id = section.text("id");
+    const bool missing = section.flag("missing", false);
+    if (int{text.has_value()} + int{id.has_value()} + int{missing} != 1) {
+        throw DescriptionError(section.section().place, "[os-release] has one of text, id and \"missing = yes\"");
+    }
+    machine.osRelease = text;
+    if (id) {
+        machine.osRelease = "PRETTY_NAME=\"Simulated\"\nID=" + *id + "\nID_LIKE=debian\n";
+    }
+    section.finish();
+}
+
+std::optional<std::uint32_t> readReportedDevices(SectionReader& section) {
+    const auto count = section.number("reported_devices", 0, maxU32);
+    section.finish();
+    return count ? std::optional(static_cast<std::uint32_t>(*count)) : std::nullopt;
+}
+
+void readFaults(const Section& section, Machine& machine) {
+    for (const Entry& entry : section.entries) {
+        machine.faults.push_back(parseFault(entry));
+    }
+}
+
+void readSection(const Section& section, Machine& machine, LibraryChoice& libraries) {
+    if (section.name == "faults") {
+        // The one section where a key may come again: several things can happen to one function.
+        readFaults(section, machine);
+        return;
+    }
+    SectionReader reader(section);
+    if (section.name == "machine") {
+        readMachineSection(reader, machine);
+    } else if (section.name == "os-release") {
+        readOsRelease(reader, machine);
+    } else if (section.name == "libraries") {
+        libraries = readLibraries(reader);
+    } else if (section.name == "nvml") {
+        machine.reportedNvmlDevices = readReportedDevices(reader);
+    } else if (section.name == "cuda") {
+        machine.reportedCudaDevices = readReportedDevices(reader);
+    } else if (section.name == "nvidia") {
+        readNvidia(reader, machine);
+    } else if (section.name == "cuda-device") {
+        readCudaDevice(reader, machine);
+    } else if (section.name == "opencl") {
+        readOpenCl(reader, machine);
+    } else if (section.name == "platform") {
+        readPlatform(reader, machine);
+    } else if (section.name == "device") {
+        readClDevice(reader, machine);
+    } else if (section.name == "drm") {
+        machine.drmEntries = reader.list("entries");
+        reader.finish();
+    } else if (section.name == "card") {
+        readCard(reader, machine);
+    } else {
+        throw DescriptionError(section.place, "there is no section [" + section.name + "]");
+    }
+}
+
+/// Without [cuda-device] sections CUDA sees the GPUs of NVML that tell their compute capability.
+void deriveCudaDevices(Machine& machine) {
+    if (!machine.cudaDevices.empty()) {
+        return;
+    }
+    for (const NvmlGpu& gpu : machine.nvmlGpus) {
+        if (gpu.compute) {
+            machine.cudaDevices.push_back({gpu.name, gpu.pci, *gpu.compute, true, true});
+        }
+    }
+}
+
+void numberDevices(Machine& machine) {
+    int index = 0;
+    for (ClPlatform& platform : machine.openCl.platforms) {
+        for (ClDevice& device : platform.devices) {
+            device.index = index++;
+        }
+    }
+}
+
+} // namespace
+
+Machine parseMachine(std::string_view text, const std::string& file) {
+    Machine machine;
+    machine.osRelease = "PRETTY_NAME=\"Simulated\"\nID=debian\n";
+    LibraryChoice libraries;
+    bool hasNvidia = false;
+    bool hasOpenCl = false;
+    for (const Section& section : parseDescription(text, file)) {
+        hasNvidia = hasNvidia || section.name == "nvidia";
+        hasOpenCl = hasOpenCl || section.name == "opencl" || section.name == "platform";
+        readSection(section, machine, libraries);
+    }
+    machine.libraries = chosenLibraries(libraries, hasNvidia, hasOpenCl);
+    deriveCudaDevices(machine);
+    numberDevices(machine);
+    return machine;
+}
+
+Machine readMachine(const std::string& path) { return parseMachine(readDescriptionFile(path), path); }
+
+void addFaults(Machine& machine, std::string_view text, const std::string& source) {
+    Place place{source, 0};
+    for (const std::string& line : splitList(text, '\n')) {
+        ++place.line;
+        if (!line.empty()) {
+            machine.faults.push_back(parseFault(parseEntry(line, place)));
+        }
+    }
+}
+
+} // namespace qzsim

@@ -1,0 +1,162 @@
+#include "simulator/lib/ClBackend.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <vector>
+
+namespace qzsim {
+
+namespace {
+
+/// The real loader's functions. Resolved once; the library stays open, for PoCL's threads do not end with it.
+struct RealOpenCl {
+    void* library = nullptr;
+    cl_device_id device = nullptr;
+
+    template <typename Function> Function* get(const char* name) const {
+        void* symbol = dlsym(library, name);
+        if (symbol == nullptr) {
+            std::fprintf(stderr, "simulator: the real OpenCL loader has no %s\n", name);
+            std::abort();
+        }
+        return reinterpret_cast<Function*>(symbol);
+    }
+};
+
+#define QZSIM_REAL(name) get<decltype(name)>(#name)
+
+/// The first device of the platform that PoCL is, or null.
+cl_device_id findPoclDevice(const RealOpenCl& real) {
+    std::array<cl_platform_id, 16> platforms{};
+    cl_uint count = 0;
+    if (real.QZSIM_REAL(clGetPlatformIDs)(static_cast<cl_uint>(platforms.size()), platforms.data(), &count) != 0) {
+        return nullptr;
+    }
+    count = std::min(count, static_cast<cl_uint>(platforms.size()));
+    for (cl_uint i = 0; i < count; ++i) {
+        std::array<char, 256> name{};
+        cl_device_id device = nullptr;
+        real.QZSIM_REAL(clGetPlatformInfo)(platforms[i], CL_PLATFORM_NAME, name.size() - 1, name.data(), nullptr);
+        if (std::string(name.data()).find("Portable Computing Language") != std::string::npos &&
+            real.QZSIM_REAL(clGetDeviceIDs)(platforms[i], CL_DEVICE_TYPE_ALL, 1, &device, nullptr) == 0) {
+            return device;
+        }
+    }
+    return nullptr;
+}
+
+RealOpenCl openReal() {
+    RealOpenCl real;
+    const char* path = std::getenv("QZSIM_REAL_OPENCL");
+    real.library = path == nullptr ? nullptr : dlopen(path, RTLD_LAZY | RTLD_NODELETE);
+    real.device = real.library == nullptr ? nullptr : findPoclDevice(real);
+    if (real.device == nullptr) {
+        std::fprintf(stderr, "simulator: no PoCL behind the OpenCL loader %s\n", path == nullptr ? "" : path);
+    }
+    return real;
+}
+
+class PoclBackend : public ClBackend {
+  public:
+    explicit PoclBackend(double share) : m_real(openReal()), m_share(share) {}
+
+    cl_context createContext(cl_int& status) override {
+        if (m_real.device == nullptr) {
+            status = CL_DEVICE_NOT_AVAILABLE;
+            return nullptr;
+        }
+        return m_real.QZSIM_REAL(clCreateContext)(nullptr, 1, &m_real.device, nullptr, nullptr, &status);
+    }
+
+    cl_command_queue createQueue(cl_context context, cl_int& status) override {
+        return m_real.QZSIM_REAL(clCreateCommandQueue)(context, m_real.device, 0, &status);
+    }
+
+    cl_program createProgram(cl_context context, const std::string& source, cl_int& status) override {
+        const char* text = source.c_str();
+        return m_real.QZSIM_REAL(clCreateProgramWithSource)(context, 1, &text, nullptr, &status);
+    }
+
+    cl_int build(cl_program program) override {
+        return m_real.QZSIM_REAL(clBuildProgram)(program, 1, &m_real.device, nullptr, nullptr, nullptr);
+    }
+
+    std::string buildLog(cl_program program) override {
+        const auto info = m_real.QZSIM_REAL(clGetProgramBuildInfo);
+        std::size_t size = 0;
+        info(program, m_real.device, CL_PROGRAM_BUILD_LOG, 0, nullptr, &size);
+        std::string log(size, '\0');
+        info(program, m_real.device, CL_PROGRAM_BUILD_LOG, size, log.data(), nullptr);
+        return log.c_str();
+    }
+
+    cl_kernel createKernel(cl_program program, const char* name, cl_int& status) override {
+        return m_real.QZSIM_REAL(clCreateKernel)(program, name, &status);
+    }
+
+    cl_mem createBuffer(cl_context context, cl_mem_flags flags, std::size_t size, cl_int& status) override {
+        return m_real.QZSIM_REAL(clCreateBuffer)(context, flags, size, nullptr, &status);
+    }
+
+    cl_int setArgument(cl_kernel kernel, cl_uint index, std::size_t size, const void* value) override {
+        return m_real.QZSIM_REAL(clSetKernelArg)(kernel, index, size, value);
+    }
+
+    cl_int write(cl_command_queue queue, cl_mem buffer, std::size_t offset, std::size_t size,
+                 const void* data) override {
+        return m_real.QZSIM_REAL(clEnqueueWriteBuffer)(queue, buffer, CL_TRUE, offset, size, data, 0, nullptr,
+                                                       nullptr);
+    }
+
+    cl_int read(cl_command_queue queue, cl_mem buffer, std::size_t offset, std::size_t size, void* data) override {
+        return m_real.QZSIM_REAL(clEnqueueReadBuffer)(queue, buffer, CL_TRUE, offset, size, data, 0, nullptr,
+                                                      nullptr);
+    }
+
+    cl_int launch(cl_command_queue queue, cl_kernel kernel, cl_uint dimensions, const std::size_t* global,
+                  const std::size_t* local, std::uint64_t) override {
+        std::array<std::size_t, 3> size{};
+        std::copy_n(global, dimensions, size.begin());
+        // The last dimension's groups are the ones to leave out: those that run still begin with item 0.
+        const std::size_t last = dimensions - 1;
+        const std::size_t groupSize = local == nullptr ? 1 : local[last];
+        const auto groups = static_cast<double>(size[last] / groupSize);
+        size[last] = std::max<std::size_t>(1, static_cast<std::size_t>(std::floor(groups * m_share))) * groupSize;
+        return m_real.QZSIM_REAL(clEnqueueNDRangeKernel)(queue, kernel, dimensions, nullptr, size.data(), local, 0,
+                                                         nullptr, nullptr);
+    }
+
+    cl_int finish(cl_command_queue queue) override { return m_real.QZSIM_REAL(clFinish)(queue); }
+
+    cl_int release(ClKind kind, void* handle) override {
+        switch (kind) {
+        case ClKind::Context:
+            return m_real.QZSIM_REAL(clReleaseContext)(static_cast<cl_context>(handle));
+        case ClKind::Queue:
+            return m_real.QZSIM_REAL(clReleaseCommandQueue)(static_cast<cl_command_queue>(handle));
+        case ClKind::Program:
+            return m_real.QZSIM_REAL(clReleaseProgram)(static_cast<cl_program>(handle));
+        case ClKind::Kernel:
+            return m_real.QZSIM_REAL(clReleaseKernel)(static_cast<cl_kernel>(handle));
+        case ClKind::Buffer:
+            return m_real.QZSIM_REAL(clReleaseMemObject)(static_cast<cl_mem>(handle));
+        }
+        return CL_INVALID_VALUE;
+    }
+
+  private:
+    RealOpenCl m_real;
+    double m_share;
+};
+
+} // namespace
+
+std::unique_ptr<ClBackend> makePoclBackend(const OpenClStack& stack) {
+    return std::make_unique<PoclBackend>(stack.share);
+}
+
+} // namespace qzsim

@@ -1,0 +1,46 @@
+// Takes the entries of one section by key, each as the type that is wanted, and complains of what nobody took.
+#pragma once
+
+#include "simulator/lib/Description.h"
+#include "simulator/lib/Figure.h"
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qzsim {
+
+/// Every getter gives the fallback (or nothing) when the key is absent and throws DescriptionError when the value
+/// is not of its type or out of range.
+class SectionReader {
+  public:
+    /// A key that stands twice is an error.
+    explicit SectionReader(const Section& section);
+
+    std::optional<std::string> text(std::string_view key);
+    std::string text(std::string_view key, std::string_view fallback);
+    std::optional<std::int64_t> number(std::string_view key, std::int64_t least, std::int64_t most);
+    double real(std::string_view key, double fallback, double least, double most);
+    bool flag(std::string_view key, bool fallback);
+    Figure figure(std::string_view key, std::int64_t fallback, std::int64_t least, std::int64_t most);
+    std::vector<std::string> list(std::string_view key);
+
+    /// The raw entry, for values of a form of their own.
+    const Entry* take(std::string_view key);
+
+    const Section& section() const { return m_section; }
+
+    /// Throws when a key was not asked for: it is unknown.
+    void finish() const;
+
+  private:
+    const Section& m_section;
+    std::set<std::string> m_taken;
+};
+
+constexpr std::int64_t maxU32 = 0xffffffff;
+
+} // namespace qzsim

@@ -1,0 +1,63 @@
+#include "simulator/lib/happen.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <dlfcn.h>
+#include <unistd.h>
+
+namespace qzsim {
+
+void crash() {
+    std::signal(SIGSEGV, SIG_DFL);
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGSEGV);
+    sigprocmask(SIG_UNBLOCK, &signals, nullptr);
+    std::raise(SIGSEGV);
+    _exit(139);
+}
+
+void sleepMilliseconds(std::int64_t milliseconds) {
+    timespec left{milliseconds / 1000, (milliseconds % 1000) * 1000000};
+    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+    }
+}
+
+void stayLoaded(const void* address) {
+    Dl_info info;
+    if (dladdr(address, &info) != 0) {
+        dlopen(info.dli_fname, RTLD_LAZY | RTLD_NODELETE);
+    }
+}
+
+void happen(const Fault& fault) {
+    switch (fault.action) {
+    case Action::Delay:
+        sleepMilliseconds(fault.number);
+        break;
+    case Action::Hang:
+        for (;;) {
+            pause();
+        }
+    case Action::Crash:
+        crash();
+    case Action::Exit:
+        std::exit(static_cast<int>(fault.number));
+    case Action::Print:
+        std::fputs(fault.text.c_str(), stdout);
+        break;
+    case Action::Fork:
+        if (fork() == 0) {
+            sleepMilliseconds(fault.number);
+            _exit(0);
+        }
+        break;
+    default:
+        break;
+    }
+}
+
+} // namespace qzsim

@@ -1,0 +1,19 @@
+// The faults that happen to the process rather than being answered to it.
+#pragma once
+
+#include "simulator/lib/Fault.h"
+
+namespace qzsim {
+
+/// Delay, Hang, Crash, Exit, Print and Fork; any other action is left to whoever asked.
+void happen(const Fault& fault);
+
+/// Ends the process by SIGSEGV, whatever handler it has.
+[[noreturn]] void crash();
+
+void sleepMilliseconds(std::int64_t milliseconds);
+
+/// Keeps the library that holds `address` in memory until the process ends.
+void stayLoaded(const void* address);
+
+} // namespace qzsim

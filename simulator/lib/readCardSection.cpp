@@ -1,0 +1,136 @@
+#include "simulator/lib/readSections.h"
+
+#include <cstdio>
+
+namespace qzsim {
+
+namespace {
+
+SysfsFile readFile(const Entry& entry, std::string path, int index) {
+    SysfsFile file;
+    file.path = std::move(path);
+    file.kind = SysfsFile::Kind::Bytes;
+    const auto words = splitWords(entry.value);
+    const std::string first = words.empty() ? std::string() : words[0];
+    if (first == "@missing") {
+        file.kind = SysfsFile::Kind::Missing;
+    } else if (first == "@directory") {
+        file.kind = SysfsFile::Kind::Directory;
+    } else if (first == "@dangling") {
+        file.kind = SysfsFile::Kind::Dangling;
+    } else if (first == "@unreadable") {
+        file.kind = SysfsFile::Kind::Unreadable;
+    } else if (first == "@fails") {
+        const auto number = words.size() == 2 ? parseErrno(words[1]) : std::nullopt;
+        if (!number) {
+            throw DescriptionError(entry.place, "@fails needs an errno: " + entry.value);
+        }
+        file.kind = SysfsFile::Kind::Fails;
+        file.errorNumber = *number;
+    } else if (!first.empty() && first[0] == '@') {
+        throw DescriptionError(entry.place, "not a kind of file: " + first);
+    } else if (isQuoted(entry.value)) {
+        const auto bytes = unquoted(entry.value);
+        if (!bytes) {
+            throw DescriptionError(entry.place, "an escape that is none: " + entry.value);
+        }
+        file.bytes = numbered(*bytes, index);
+    } else if (const auto figure = Figure::parse(entry.value); figure && figure->changes()) {
+        file.kind = SysfsFile::Kind::Changing;
+        file.figure = *figure;
+    } else if (const auto size = parseNumber(entry.value); size && entry.value.find("iB") != std::string::npos) {
+        file.bytes = std::to_string(*size) + "\n";
+    } else {
+        file.bytes = entry.value.empty() ? std::string() : numbered(entry.value, index) + "\n";
+    }
+    return file;
+}
+
+/// card1 for card0 and index 1: the digits at the end are counted on.
+std::string numberedCard(const std::string& name, int index) {
+    const auto digits = name.find_last_not_of("0123456789") + 1;
+    if (index == 0 || digits >= name.size()) {
+        return name;
+    }
+    return name.substr(0, digits) + std::to_string(std::stoul(name.substr(digits, 6)) + static_cast<unsigned>(index));
+}
+
+/// 0000:04:00.0 for 0000:03:00.0 and index 1; a text of another form stays.
+std::string numberedAddress(const std::string& address, int index) {
+    unsigned domain = 0;
+    unsigned bus = 0;
+    unsigned device = 0;
+    unsigned function = 0;
+    if (index == 0 || std::sscanf(address.c_str(), "%4x:%2x:%2x.%1u", &domain, &bus, &device, &function) != 4) {
+        return address;
+    }
+    char text[48];
+    std::snprintf(text, sizeof text, "%04x:%02x:%02x.%u", domain, bus + static_cast<unsigned>(index), device,
+                  function);
+    return text;
+}
+
+bool isFileName(const std::string& name) {
+    return !name.empty() && name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
+}
+
+void readHwmon(SectionReader& section, Card& card, int index) {
+    card.hwmonDirs = section.list("hwmon");
+    for (const auto& dir : card.hwmonDirs) {
+        if (!isFileName(dir)) {
+            throw DescriptionError(section.section().place, "not a directory's name: " + dir);
+        }
+        const std::string key = dir + "/temp1_input";
+        if (const Entry* entry = section.take(key)) {
+            card.files.push_back(readFile(*entry, "hwmon/" + key, index));
+        }
+    }
+}
+
+SysfsFile::Kind readDeviceEntry(SectionReader& section) {
+    const std::string form = section.text("device_entry", "link");
+    if (form == "link") {
+        return SysfsFile::Kind::Bytes;
+    }
+    if (form == "directory") {
+        return SysfsFile::Kind::Directory;
+    }
+    if (form == "dangling") {
+        return SysfsFile::Kind::Dangling;
+    }
+    if (form != "missing") {
+        throw DescriptionError(section.section().place,
+                               "device_entry must be link, directory, dangling or missing: " + form);
+    }
+    return SysfsFile::Kind::Missing;
+}
+
+} // namespace
+
+void readCard(SectionReader& section, Machine& machine) {
+    if (!isFileName(section.section().argument)) {
+        throw DescriptionError(section.section().place, "a card needs its name: [card card0]");
+    }
+    const int count = repetitions(section);
+    for (int i = 0; i < count; ++i) {
+        Card card;
+        card.name = numberedCard(section.section().argument, i);
+        card.address = numberedAddress(section.text("address", "0000:01:00.0"), i);
+        if (!isFileName(card.address)) {
+            throw DescriptionError(section.section().place, "an address is one name of a folder: " + card.address);
+        }
+        card.deviceEntry = readDeviceEntry(section);
+        card.connectors = section.list("connectors");
+        for (const char* key : {"vendor", "product_name", "label", "mem_info_vram_total", "gpu_busy_percent",
+                                "mem_info_vram_used"}) {
+            if (const Entry* entry = section.take(key)) {
+                card.files.push_back(readFile(*entry, key, i));
+            }
+        }
+        readHwmon(section, card, i);
+        machine.cards.push_back(card);
+    }
+    section.finish();
+}
+
+} // namespace qzsim

@@ -1,0 +1,71 @@
+"""The command line of simulate."""
+
+import argparse
+import shlex
+import signal
+import sys
+from pathlib import Path
+from typing import List, Optional, Sequence, Union
+
+from .description import DescriptionError, describe, list_machines
+from .simulation import Simulation, SimulationError
+
+_ROOT = Path(__file__).resolve().parent.parent.parent
+
+_EPILOG = """Without MACHINE the machines are listed. A fault is a line of a description's [faults] section, such as
+"nvmlDeviceGetTemperature = fail 15 from 3"; see simulator/README.md."""
+
+
+def _parser() -> argparse.ArgumentParser:
+    parser = argparse.ArgumentParser(prog="simulate", epilog=_EPILOG,
+                                     description="Runs qzGpuInfo on a machine with simulated GPUs.")
+    parser.add_argument("--build", type=Path, default=_ROOT / "build/release", metavar="DIR",
+                        help="the build folder that holds the program and the stand-ins (build/release)")
+    parser.add_argument("--program", type=Path, metavar="PATH", help="run this instead of the build's qzGpuInfo")
+    parser.add_argument("--fault", action="append", default=[], metavar="FAULT", help="one more thing that goes wrong")
+    parser.add_argument("--report", type=Path, metavar="FILE", help="write what the stand-ins counted, as JSON")
+    parser.add_argument("--shm", metavar="DIR", help='host folder to be /dev/shm; or "none", "read-only", a size')
+    parser.add_argument("--share-pids", action="store_true", help="show the program the host's processes")
+    parser.add_argument("--cycle-start", type=int, default=0, metavar="N", help='what "cycle" figures count from')
+    parser.add_argument("--wrap", type=shlex.split, default=[], metavar="COMMAND",
+                        help='put a command before the program, such as "strace -f"')
+    parser.add_argument("machine", nargs="?", metavar="MACHINE", help="a name of the list, or a description's path")
+    parser.add_argument("arguments", nargs=argparse.REMAINDER, metavar="ARGUMENTS", help="for the program")
+    return parser
+
+
+def _list(build: Path) -> None:
+    paths = list_machines()
+    width = max(len(path.stem) for path in paths)
+    for path in paths:
+        print(f"{path.stem:{width}}  {describe(build, path).summary}")
+
+
+def _shm(text: Optional[str]) -> Union[str, int, None]:
+    return int(text) if text is not None and text.isdigit() else text
+
+
+def main(arguments: Optional[Sequence[str]] = None) -> int:
+    """Gives the program's exit code; 2 for a wrong command line, 125 for a machine that cannot be simulated."""
+    options = _parser().parse_args(arguments)
+    try:
+        if options.machine is None:
+            _list(options.build)
+            return 0
+        with Simulation(options.machine, options.build, program=options.program, faults=options.fault,
+                        shm=_shm(options.shm), share_pids=options.share_pids, wrap=options.wrap,
+                        cycle_start=options.cycle_start) as simulation:
+            return _run(simulation, options.arguments, options.report)
+    except (DescriptionError, SimulationError) as error:
+        print(f"simulate: {error}", file=sys.stderr)
+        return 125
+
+
+def _run(simulation: Simulation, arguments: List[str], report: Optional[Path]) -> int:
+    run = simulation.start(*arguments)
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda received, _frame: run.send(received) and None)
+    code = run.process.wait()
+    if report is not None:
+        report.write_text(run.report.as_json() + "\n")
+    return code if code >= 0 else 128 - code
