@@ -138,9 +138,9 @@ Without a form option: a table, cut to the terminal's width.
 
       --output FILE      replace FILE as a whole with the output (mode 0644)
       --wait SECONDS     wait so long for fresh data before giving up
-      --max-age SECONDS  data older than this are stale (default 1800; 0: never).
-                         Data that no running program keeps fresh are stale
-                         whatever their age.
+      --max-age SECONDS  data older than this are stale (default 1800; 0: no
+                         limit). Data that no running program keeps fresh are
+                         stale whatever their age.
       --directory DIR    where the segment is (default /dev/shm)
 
 Exit codes:

@@ -20,6 +20,13 @@ void complain(const std::string& text) {
     std::fprintf(stderr, "qzGpuStatus: %s\n", text.c_str());
 }
 
+int failedOutput(int error) {
+    // A reader that has had enough (`| head`) is no news.
+    if (error != EPIPE)
+        complain(std::string("cannot write standard output: ") + std::strerror(error));
+    return ExitCode_Output;
+}
+
 /// Writes to the file or to standard output; the exit code becomes that of a failed output when it fails.
 int putOut(const Options& options, const std::string& text, int exitCode) {
     if (!options.output.empty()) {
@@ -30,12 +37,7 @@ int putOut(const Options& options, const std::string& text, int exitCode) {
         return ExitCode_Output;
     }
     const int error = writeAll(STDOUT_FILENO, text);
-    if (error == 0)
-        return exitCode;
-    // A reader that has had enough (`| head`) is no news.
-    if (error != EPIPE)
-        complain(std::string("cannot write standard output: ") + std::strerror(error));
-    return ExitCode_Output;
+    return error == 0 ? exitCode : failedOutput(error);
 }
 
 std::string textOf(const Options& options, const StatusReport& report) {
@@ -64,7 +66,8 @@ int run(const Options& options) {
     if (options.form == Form::Watch) {
         if (options.waitSeconds > 0.0)
             readReport(reader, options.maxAgeSeconds, wait);
-        return watch(reader, options);
+        const int error = watch(reader, options);
+        return error == 0 ? static_cast<int>(ExitCode_Ok) : failedOutput(error);
     }
 
     const StatusReport report = readReport(reader, options.maxAgeSeconds, wait);

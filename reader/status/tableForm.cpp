@@ -15,8 +15,13 @@ struct Column {
     std::function<std::string(std::size_t, const GpuView&)> cell;
 };
 
-constexpr int nameNeed = 100; ///< never dropped, shortened instead
-constexpr int shortestName = 8;
+constexpr int nameNeed = 100;     ///< never dropped, shortened instead
+constexpr int essentialNeed = 80; ///< from here on a column is worth more than a readable name
+
+/// Columns that a name keeps before the column that is needed least has to go.
+int shortestName(int leastNeed) {
+    return leastNeed < essentialNeed ? 16 : 8;
+}
 
 std::string figure(const std::optional<std::int32_t>& value, const char* unit) {
     return value ? std::to_string(*value) + unit : "-";
@@ -112,13 +117,14 @@ Cells& nameOf(std::vector<Cells>& table) {
 
 /// Drops columns until the line fits with a name of at least its shortest length, then shortens the name.
 void fitInto(std::vector<Cells>& table, int width) {
-    const auto tooWide = [&] {
+    while (table.size() > 1) {
+        const auto least = std::min_element(table.begin(), table.end(),
+                                            [](const Cells& a, const Cells& b) { return a.need < b.need; });
         const int name = nameOf(table).width;
-        return lineWidth(table) - name + std::min(name, shortestName) > width;
-    };
-    while (table.size() > 1 && tooWide())
-        table.erase(std::min_element(table.begin(), table.end(),
-                                     [](const Cells& a, const Cells& b) { return a.need < b.need; }));
+        if (lineWidth(table) - name + std::min(name, shortestName(least->need)) <= width)
+            break;
+        table.erase(least);
+    }
     Cells& name = nameOf(table);
     name.width = std::max(std::min(name.width, name.width - (lineWidth(table) - width)), 1);
 }

@@ -13,7 +13,6 @@
 
 #include "reader/status/StatusReport.h"
 #include "reader/status/Terminal.h"
-#include "reader/status/exitCodes.h"
 #include "reader/status/forms.h"
 #include "reader/status/output.h"
 
@@ -114,17 +113,18 @@ int watch(const GpuSegmentReader& reader, const Options& options) {
     StatusReport report;
     for (;;) {
         report = readReport(reader, options.maxAgeSeconds);
-        if (display.show(report) != 0)
-            return ExitCode_Output;
+        if (const int error = display.show(report))
+            return error;
         // At once where the reading itself took longer than the interval (it may wait for the lock).
         next = std::max(next + interval, Clock::now());
         while (const int signal = signals.waitUntil(next)) {
             if (signal == SIGTSTP)
                 display.suspend();
             else if (signal != SIGWINCH)
-                return ExitCode_Ok;
-            if (display.inPlace() && display.show(report) != 0)
-                return ExitCode_Output;
+                return 0;
+            const int error = display.inPlace() ? display.show(report) : 0;
+            if (error != 0)
+                return error;
         }
     }
 }

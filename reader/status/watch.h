@@ -5,5 +5,5 @@
 #include "reader/status/Options.h"
 
 /// Shows reading after reading on standard output until SIGINT, SIGTERM or SIGHUP: redrawn in place on a
-/// terminal, as plain lines elsewhere. The exit code.
+/// terminal, as plain lines elsewhere. 0, or the `errno` of the write that ended it.
 int watch(const GpuSegmentReader& reader, const Options& options);

@@ -1,0 +1,81 @@
+"""docs/read_segment.py, which other people copy, gives what the segment holds and what `qzGpuStatus` says."""
+
+import ast
+import importlib
+import json
+import os
+import subprocess
+import sys
+import time
+import unittest
+
+from segment_bytes import Segment, block, record
+from status_command import run
+
+PATH = os.path.join(os.environ["QZGPUINFO_SOURCE"], "docs", "read_segment.py")
+sys.dont_write_bytecode = True
+sys.path.insert(0, os.path.dirname(PATH))
+reader = importlib.import_module("read_segment")
+
+WHOLE = record(b"RTX", usage=45, temperature=60, total=24576, memory=(1024, 23552), speed=123.5, optix=1, cl_device=9)
+BLOCK = block([WHOLE, record(b"y" * 64, index=1, usage=0)], [record(b"\xffNavi", kind=2, ray_tracing=1)],
+              [record(b"old", kind=9, valid=0, usage=3)])
+
+
+class ReadSegment(unittest.TestCase):
+    def test_every_member(self):
+        self.assertEqual(next(reader.gpus(BLOCK)), {
+            "name": "RTX", "kind": "Cuda", "device": 0, "opencl": True, "optix": True, "ray_tracing": False, "usage": 45,
+            "temperature": 60, "total": 24576, "used": 1024, "free": 23552, "speed": 123.5})
+
+    def test_says_what_the_command_says(self):
+        with Segment(BLOCK) as segment:
+            told = json.loads(run("--json", directory=segment.directory).stdout)["gpus"]
+        names = {"name": "name", "kind": "kind", "device": "deviceIndex", "opencl": "openclMatched",
+                 "optix": "optixCapable", "ray_tracing": "amdRayTracing", "usage": "usagePercent",
+                 "temperature": "temperatureCelsius", "total": "memoryTotalMiB", "used": "memoryUsedMiB",
+                 "free": "memoryFreeMiB", "speed": "speedGps"}
+        for mine, theirs in zip(reader.gpus(BLOCK), told, strict=True):
+            # The command takes a name of 64 bytes without an end for one of 63; so long a name is never published.
+            self.assertEqual({**mine, "name": mine["name"][:63]}, {key: theirs[name] for key, name in names.items()})
+
+    def test_as_a_program(self):
+        with Segment(BLOCK, age=3) as segment:
+            result = subprocess.run([sys.executable, PATH, segment.path], capture_output=True, text=True, timeout=20)
+        lines = result.stdout.splitlines()
+        self.assertRegex(lines[0], r"\Apublished [3-9]\.\d s ago\Z")
+        self.assertEqual([ast.literal_eval(line) for line in lines[1:]], list(reader.gpus(BLOCK)))
+
+    def test_only_cuda(self):
+        self.assertEqual(len(list(reader.gpus(block([WHOLE], [WHOLE], only_cuda=1)))), 1)
+
+    def test_what_is_no_list(self):
+        for data, reason in ((bytes(7472), "no data yet"), (block(ready=0), "no data yet"), (block(version=1), "version"),
+                             (block(counts=(17, 0, 0)), "version"), (block()[:7471], "too small"), (b"", "too small")):
+            with self.assertRaisesRegex(ValueError, reason):
+                list(reader.gpus(data))
+
+    def test_what_is_no_segment(self):
+        with Segment() as segment:
+            with self.assertRaises(FileNotFoundError):
+                reader.locked_bytes(segment.path)
+            os.mkfifo(segment.path)
+            with self.assertRaisesRegex(ValueError, "not a segment"):
+                reader.locked_bytes(segment.path)
+            os.unlink(segment.path)
+            os.symlink("/dev/null", segment.path)
+            with self.assertRaises(OSError):
+                reader.locked_bytes(segment.path)
+
+    def test_a_lock_that_stays_taken(self):
+        with Segment(BLOCK) as segment:
+            with segment.locked():
+                started = time.monotonic()
+                with self.assertRaises(TimeoutError):
+                    reader.locked_bytes(segment.path, 0.3)
+                self.assertTrue(0.3 <= time.monotonic() - started < 3)
+            self.assertEqual(reader.locked_bytes(segment.path)[0], BLOCK)
+
+
+if __name__ == "__main__":
+    unittest.main()

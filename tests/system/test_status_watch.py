@@ -1,0 +1,183 @@
+"""`qzGpuStatus` on a terminal: the table at every width, and `--watch` in place, as lines, interrupted and resized."""
+
+import os
+import signal
+import subprocess
+import time
+import termios
+import unittest
+
+from segment_bytes import Segment, block, record
+from status_command import PROGRAM
+from terminal import ENTER, LEAVE, Terminal
+
+GPUS = [record(b"NVIDIA GeForce RTX 4090", usage=45, temperature=60, total=24576, memory=(12288, 12288), speed=123.45,
+               optix=1, cl_device=1),
+        record("größere 日本語日本語日本語 Karte".encode(), index=1, usage=100, temperature=99, total=141312,
+               memory=(141312, 0), speed=99999.5)]
+OTHER = [record(b"Another GPU", usage=7)]
+
+
+class OnATerminal(unittest.TestCase):
+    def setUp(self):
+        self.segment = Segment(block(GPUS))
+        self.addCleanup(self.segment.__exit__)
+
+    def terminal(self, *arguments, **options):
+        terminal = Terminal([PROGRAM, "--directory", self.segment.directory, *arguments], **options)
+        self.addCleanup(terminal.__exit__)
+        return terminal
+
+    def watch(self, **options):
+        return self.terminal("--watch", "0.1", **options)
+
+
+class Widths(OnATerminal):
+    def test_no_width_wraps_or_loses_its_columns(self):
+        for columns in (*range(1, 40), *range(40, 130, 7)):
+            terminal = self.terminal(columns=columns)
+            self.assertEqual(terminal.end(), 0)
+            lines = terminal.screen.text()
+            self.assertEqual(len([line for line in lines if line]), 4, (columns, lines))
+
+    def test_20_columns(self):
+        terminal = self.terminal(columns=20)
+        self.assertEqual(terminal.end(), 0)
+        self.assertEqual(terminal.screen.text()[1:4], [
+            "# NAME     LOAD TEMP",
+            "0 NVIDIA …  45%  60C",
+            "1 größere… 100%  99C"])
+
+    def test_80_columns(self):
+        terminal = self.terminal(columns=80)
+        self.assertEqual(terminal.end(), 0)
+        self.assertEqual(terminal.screen.text()[1:3], [
+            "# KIND   NAME                  LOAD TEMP            MEMORY    SPEED FEATURES",
+            "0 Cuda-0 NVIDIA GeForce RTX 4…  45%  60C   12288/24576 MiB   123.45 OpenCL OptiX"])
+
+    def test_the_names_get_what_room_there_is(self):
+        terminal = self.terminal(columns=60)
+        self.assertEqual(terminal.end(), 0)
+        self.assertEqual(terminal.screen.text()[1:3], [
+            "# KIND   NAME                    LOAD TEMP            MEMORY",
+            "0 Cuda-0 NVIDIA GeForce RTX 4090  45%  60C   12288/24576 MiB"])
+
+
+class InPlace(OnATerminal):
+    def test_bars_for_load_and_memory(self):
+        terminal = self.watch(columns=96)
+        terminal.wait_for(lambda lines: "#" in lines[1])
+        self.assertEqual(terminal.screen.text()[1:4], [
+            "# KIND   NAME                     LOAD              TEMP            MEMORY                 SPEED",
+            "0 Cuda-0 NVIDIA GeForce RTX 4090   45% [#####     ]  60C   12288/24576 MiB [#####     ]   123.45",
+            "1 Cuda-1 größere 日本語日本語日…  100% [##########]  99C 141312/141312 MiB [##########] 99999.50"])
+
+    def test_redrawn_in_place(self):
+        terminal = self.watch()
+        terminal.wait_for(lambda lines: lines[2] == "0 Cuda-0 NVIDIA GeForce R…  45% [#####     ]  60C   "
+                          "12288/24576 MiB [#####     ]")
+        self.assertTrue(terminal.screen.alternate and terminal.screen.cursor_hidden)
+        self.segment.write(block(OTHER))
+        terminal.wait_for(lambda lines: "Another GPU" in lines[2])
+        self.assertEqual("".join(terminal.screen.text()[3:]), "")
+        self.assertEqual(terminal.raw.count(ENTER), 1)
+
+    def test_a_companion_that_ends_and_comes_back(self):
+        terminal = self.watch()
+        terminal.wait_for(lambda lines: "2 GPUs" in lines[0])
+        self.segment.detach()
+        terminal.wait_for(lambda lines: lines[0].startswith("STALE: ") and "NVIDIA" in lines[2])
+        os.unlink(self.segment.path)
+        terminal.wait_for(lambda lines: "no segment" in lines[0] and not "".join(lines[1:]))
+        self.segment.write(block(OTHER))
+        self.segment.attach()
+        terminal.wait_for(lambda lines: "1 GPU," in lines[0])
+
+    def test_every_signal_that_ends_it_leaves_the_terminal_as_it_was(self):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(number):
+                terminal = self.watch()
+                terminal.wait_for(lambda lines: "2 GPUs" in lines[0])
+                terminal.signal(number)
+                self.assertEqual(terminal.end(), 0)
+                self.assertTrue(terminal.raw.startswith(ENTER) and terminal.raw.endswith(LEAVE))
+                self.assertFalse(terminal.screen.alternate or terminal.screen.cursor_hidden)
+                self.assertEqual(termios.tcgetattr(terminal.master), terminal.attributes)
+
+    def test_ctrl_c(self):
+        terminal = self.watch()
+        terminal.wait_for(lambda lines: "2 GPUs" in lines[0])
+        os.write(terminal.master, b"\x03")
+        self.assertEqual(terminal.end(), 0)
+        self.assertTrue(terminal.raw.endswith(LEAVE))
+
+    def test_ctrl_z_gives_the_terminal_back_meanwhile(self):
+        terminal = self.watch()
+        terminal.wait_for(lambda lines: "2 GPUs" in lines[0])
+        os.write(terminal.master, b"\x1a")
+        self.assertTrue(terminal.stopped())
+        self.assertTrue(terminal.raw.endswith(LEAVE))
+        terminal.screen.lines = [[] for _ in terminal.screen.lines]
+        terminal.signal(signal.SIGCONT)
+        terminal.wait_for(lambda lines: "2 GPUs" in lines[0])
+        self.assertTrue(terminal.screen.alternate and terminal.screen.cursor_hidden)
+
+    def test_resized_while_it_waits(self):
+        terminal = self.terminal("--watch", "3600")
+        terminal.wait_for(lambda lines: "MEMORY" in lines[1])
+        terminal.resize(20, 5)
+        terminal.wait_for(lambda lines: lines[3] == "1 größere… 100%  99C" and not lines[4])
+        terminal.resize(120, 10)
+        terminal.wait_for(lambda lines: "SPEED" in lines[1])
+
+    def test_more_gpus_than_rows(self):
+        self.segment.write(block(GPUS * 8))
+        terminal = self.watch(rows=6)
+        terminal.wait_for(lambda lines: lines[5] != "")
+        self.assertTrue(terminal.screen.text()[5].startswith(" 3 Cuda-1"))
+
+    def test_one_row(self):
+        terminal = self.watch(rows=1)
+        terminal.wait_for(lambda lines: "2 GPUs" in lines[0])
+
+
+class AsLines(OnATerminal):
+    LINE = (r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ state=ok age=\d+\.\ds gpu=0 kind=Cuda-0 load=45% temp=60C "
+            r"mem=12288/24576MiB speed=123\.45 name=NVIDIA GeForce RTX 4090\Z")
+
+    def test_into_a_pipe(self):
+        with subprocess.Popen([PROGRAM, "--watch", "0.2", "--directory", self.segment.directory],
+                              stdout=subprocess.PIPE) as process:
+            try:
+                started = time.monotonic()
+                lines = [process.stdout.readline().decode().rstrip("\n") for _ in range(5)]
+                self.assertTrue(0.3 < time.monotonic() - started < 5)
+                os.unlink(self.segment.path)
+                while "state=missing" not in (line := process.stdout.readline().decode()):
+                    self.assertIn("state=ok", line)
+            finally:
+                process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.returncode, 0)
+        self.assertRegex(lines[0], self.LINE)
+        self.assertRegex(lines[4], self.LINE)
+        self.assertTrue(lines[1].endswith(" name=größere 日本語日本語日本語 Karte"), lines[1])
+        self.assertTrue(line.endswith("Z state=missing gpus=0 there is no segment; the companion does not run\n"))
+
+    def test_on_a_terminal_that_cannot_redraw(self):
+        self.segment.write(block(OTHER))
+        terminal = self.terminal("--watch", "60", columns=200, kind="dumb")
+        terminal.wait_for(lambda lines: "gpu=0" in lines[0])
+        self.assertNotIn("\x1b", terminal.raw)
+
+    def test_a_name_with_a_line_break_stays_one_line(self):
+        self.segment.write(block([record(b"line\nbreak \x1b[2J")]))
+        with subprocess.Popen([PROGRAM, "--watch", "0.1", "--directory", self.segment.directory],
+                              stdout=subprocess.PIPE) as process:
+            lines = [process.stdout.readline().decode() for _ in range(2)]
+            process.terminate()
+        for line in lines:
+            self.assertTrue(line.endswith(" load=- temp=- mem=- speed=- name=line\ufffdbreak \ufffd[2J\n"), line)
+
+
+if __name__ == "__main__":
+    unittest.main()

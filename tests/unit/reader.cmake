@@ -1,0 +1,2 @@
+qz_unit_test(GpuSegmentReader LINK qzgpureader)
+qz_unit_test(StatusText LINK qz_gpu_status)

@@ -1,0 +1,355 @@
+// The reader's library alone: what it makes of bytes, and of an object that changes while it reads.
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <random>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "reader/GpuSegmentReader.h"
+
+using namespace std::chrono_literals;
+
+Q_DECLARE_METATYPE(SegmentResult)
+
+namespace {
+
+GpuDevice gpuNamed(const char* name) {
+    GpuDevice gpu;
+    setGpuName(gpu, name);
+    gpu.statsValid = 1;
+    return gpu;
+}
+
+/// One GPU of each kind, ready.
+GpuInfoBlock validBlock() {
+    GpuInfoBlock block;
+    block.dataReady = 1;
+    block.cudaCount = block.amdCount = block.metalCount = 1;
+    block.cudaGpus[0] = gpuNamed("cuda");
+    block.amdGpus[0] = gpuNamed("amd");
+    block.metalGpus[0] = gpuNamed("metal");
+    block.summary = gpuNamed("Summary");
+    return block;
+}
+
+void setAllMarkers(GpuDevice& gpu) {
+    gpu.hasTemperature = gpu.hasMemTotal = gpu.hasMemUsage = gpu.hasUsage = gpu.hasSpeed = 1;
+}
+
+int markerCount(const GpuDevice& gpu) {
+    return gpu.hasTemperature + gpu.hasMemTotal + gpu.hasMemUsage + gpu.hasUsage + gpu.hasSpeed;
+}
+
+int openDescriptors() {
+    return static_cast<int>(QDir(QStringLiteral("/proc/self/fd"))
+                                .entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System)
+                                .size());
+}
+
+/// A segment file of this test's own.
+class SegmentFile {
+  public:
+    SegmentFile() { write(&m_initial, sizeof m_initial); }
+
+    std::string directory() const { return m_folder.path().toStdString(); }
+    std::string path() const { return directory() + "/" + segmentKey; }
+
+    void write(const void* data, std::size_t size) const {
+        const int file = open(O_RDWR | O_CREAT | O_TRUNC);
+        QCOMPARE(::write(file, data, size), static_cast<ssize_t>(size));
+        ::close(file);
+    }
+
+    int open(int flags = O_RDWR) const { return ::open(path().c_str(), flags | O_CLOEXEC, 0600); }
+
+  private:
+    QTemporaryDir m_folder;
+    GpuInfoBlock m_initial = validBlock();
+};
+
+} // namespace
+
+class test_GpuSegmentReader : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void results_data() {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<SegmentResult>("result");
+
+        const auto row = [](const char* name, SegmentResult result, auto change) {
+            GpuInfoBlock block = validBlock();
+            change(block);
+            QTest::newRow(name) << QByteArray(reinterpret_cast<const char*>(&block), sizeof block) << result;
+        };
+        row("as published", SegmentResult::Ok, [](GpuInfoBlock&) {});
+        row("version below", SegmentResult::Foreign, [](GpuInfoBlock& block) { block.blockVersion = 68864; });
+        row("version above", SegmentResult::Foreign, [](GpuInfoBlock& block) { block.blockVersion = 68866; });
+        row("version 0", SegmentResult::Foreign, [](GpuInfoBlock& block) { block.blockVersion = 0; });
+        row("version 0, not ready", SegmentResult::Foreign,
+            [](GpuInfoBlock& block) { block.blockVersion = block.dataReady = 0; });
+        row("16 of each", SegmentResult::Ok,
+            [](GpuInfoBlock& block) { block.cudaCount = block.amdCount = block.metalCount = 16; });
+        row("17 NVIDIA", SegmentResult::Foreign, [](GpuInfoBlock& block) { block.cudaCount = 17; });
+        row("17 AMD", SegmentResult::Foreign, [](GpuInfoBlock& block) { block.amdCount = 17; });
+        row("17 Apple", SegmentResult::Foreign, [](GpuInfoBlock& block) { block.metalCount = 17; });
+        row("the highest count", SegmentResult::Foreign,
+            [](GpuInfoBlock& block) { block.cudaCount = 0xFFFFFFFF; });
+        row("the highest count behind onlyCuda", SegmentResult::Foreign, [](GpuInfoBlock& block) {
+            block.onlyCuda = 1;
+            block.amdCount = 0xFFFFFFFF;
+        });
+        row("17 and not ready", SegmentResult::Foreign, [](GpuInfoBlock& block) {
+            block.cudaCount = 17;
+            block.dataReady = 0;
+        });
+        row("not ready", SegmentResult::NotReady, [](GpuInfoBlock& block) { block.dataReady = 0; });
+        QTest::newRow("all zero") << QByteArray(7472, '\0') << SegmentResult::NotReady;
+        QTest::newRow("nothing") << QByteArray() << SegmentResult::TooSmall;
+        QTest::newRow("7471 bytes") << QByteArray(7471, '\0') << SegmentResult::TooSmall;
+        QTest::newRow("larger") << QByteArray(10000, '\0') << SegmentResult::NotReady;
+        QTest::newRow("all ones") << QByteArray(7472, '\xff') << SegmentResult::Foreign;
+    }
+    void results() {
+        QFETCH(QByteArray, bytes);
+        GpuInfoBlock block;
+        QTEST(parseSegment(bytes.constData(), static_cast<std::size_t>(bytes.size()), block), "result");
+    }
+
+    void aBlockIsLeftAloneUnlessItWasRead() {
+        GpuInfoBlock foreign = validBlock();
+        foreign.blockVersion = 1;
+        GpuInfoBlock block = validBlock();
+        block.cudaCount = 5;
+        parseSegment(&foreign, sizeof foreign, block);
+        QCOMPARE(block.cudaCount, 5U);
+    }
+
+    void globalOrder() {
+        GpuSnapshot snapshot;
+        const GpuInfoBlock block = validBlock();
+        QCOMPARE(parseSegment(&block, sizeof block, snapshot.block), SegmentResult::Ok);
+        QCOMPARE(snapshot.gpuCount(), 3);
+        QCOMPARE(snapshot.gpu(0).name, "cuda");
+        QCOMPARE(snapshot.gpu(1).name, "amd");
+        QCOMPARE(snapshot.gpu(2).name, "metal");
+    }
+
+    void namesEnd() {
+        GpuInfoBlock block = validBlock();
+        for (GpuDevice* gpu : {&block.cudaGpus[15], &block.amdGpus[0], &block.metalGpus[0], &block.summary})
+            std::memset(gpu->name, 'x', sizeof gpu->name);
+        GpuInfoBlock read;
+        parseSegment(&block, sizeof block, read);
+        for (const GpuDevice* gpu : {&read.cudaGpus[15], &read.amdGpus[0], &read.metalGpus[0], &read.summary})
+            QCOMPARE(::strnlen(gpu->name, sizeof gpu->name), std::size_t{63});
+    }
+
+    void noFigureOfAnEarlierCycle() {
+        GpuInfoBlock block = validBlock();
+        setAllMarkers(block.cudaGpus[0]);
+        setAllMarkers(block.amdGpus[0]);
+        block.cudaGpus[0].statsValid = 0;
+        GpuInfoBlock read;
+        parseSegment(&block, sizeof block, read);
+        QCOMPARE(markerCount(read.cudaGpus[0]), 0);
+        QCOMPARE(markerCount(read.amdGpus[0]), 5);
+    }
+
+    void summaryMarkersThatNoGpuStandsBehind() {
+        GpuInfoBlock block = validBlock();
+        setAllMarkers(block.summary);
+        setAllMarkers(block.cudaGpus[1]); // beyond the count
+        block.amdGpus[0].hasMemTotal = 1;
+        GpuInfoBlock read;
+        parseSegment(&block, sizeof block, read);
+        QCOMPARE(markerCount(read.summary), 1);
+        QCOMPARE(read.summary.hasMemTotal, std::uint8_t{1});
+
+        setAllMarkers(block.metalGpus[0]);
+        parseSegment(&block, sizeof block, read);
+        QCOMPARE(markerCount(read.summary), 5);
+    }
+
+    void theBytesBehindTheLastFieldMeanNothing() {
+        GpuInfoBlock block = validBlock();
+        std::memset(block.filler7469, 0xFF, sizeof block.filler7469);
+        GpuInfoBlock read;
+        parseSegment(&block, sizeof block, read);
+        QCOMPARE(read.filler7469[0], std::uint8_t{0});
+        QCOMPARE(read.filler7469[2], std::uint8_t{0});
+    }
+
+    void damagedBlocks() {
+        std::mt19937 random(4711);
+        for (int round = 0; round < 20000; ++round) {
+            GpuInfoBlock damaged = validBlock();
+            for (int i = 0; i < 8; ++i)
+                reinterpret_cast<unsigned char*>(&damaged)[random() % (i < 2 ? 24 : sizeof damaged)] =
+                    static_cast<unsigned char>(random());
+            GpuSnapshot snapshot;
+            if (parseSegment(&damaged, random() % 16 == 0 ? random() % sizeof damaged : sizeof damaged,
+                             snapshot.block) != SegmentResult::Ok)
+                continue;
+            QVERIFY(snapshot.gpuCount() >= 0 && snapshot.gpuCount() <= 48);
+            for (int i = 0; i < snapshot.gpuCount(); ++i)
+                QVERIFY(::strnlen(snapshot.gpu(i).name, 64) < 64);
+        }
+    }
+
+    void pathsAndKeys() {
+        QCOMPARE(GpuSegmentReader().path(), std::string("/dev/shm/qzGpuInfo_v2"));
+        QCOMPARE(GpuSegmentReader("/a", "b").path(), std::string("/a/b"));
+    }
+
+    void everyResultHasATextOfItsOwn() {
+        QSet<QString> texts;
+        for (int i = 0; i <= static_cast<int>(SegmentResult::IoError); ++i)
+            texts.insert(QString::fromUtf8(segmentResultText(static_cast<SegmentResult>(i))));
+        QCOMPARE(texts.size(), 8);
+        QVERIFY(!texts.contains(QString()));
+        QVERIFY(!texts.contains(QStringLiteral("unknown result")));
+    }
+
+    void readsAndLeavesNothingBehind() {
+        const SegmentFile file;
+        const GpuSegmentReader reader(file.directory());
+        const int before = openDescriptors();
+        for (int i = 0; i < 100; ++i) {
+            GpuSnapshot snapshot;
+            QCOMPARE(reader.read(snapshot), SegmentResult::Ok);
+            QVERIFY(snapshot.opened);
+            QVERIFY(!snapshot.writerAttached);
+            QVERIFY(snapshot.ageSeconds >= 0.0 && snapshot.ageSeconds < 60.0);
+            QCOMPARE(snapshot.systemError, 0);
+        }
+        QCOMPARE(openDescriptors(), before);
+        const int other = file.open();
+        QCOMPARE(::flock(other, LOCK_EX | LOCK_NB), 0);
+        ::close(other);
+    }
+
+    void aSnapshotIsFilledAfresh() {
+        const SegmentFile file;
+        GpuSnapshot snapshot;
+        QCOMPARE(GpuSegmentReader(file.directory()).read(snapshot), SegmentResult::Ok);
+        QCOMPARE(GpuSegmentReader(file.directory(), "none").read(snapshot), SegmentResult::Missing);
+        QVERIFY(!snapshot.opened);
+        QCOMPARE(snapshot.gpuCount(), 0);
+    }
+
+    void theLockIsWaitedForNoLongerThanAllowed() {
+        const SegmentFile file;
+        const int holder = file.open();
+        QCOMPARE(::flock(holder, LOCK_EX), 0);
+        GpuSnapshot snapshot;
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(GpuSegmentReader(file.directory()).read(snapshot, 200ms), SegmentResult::Locked);
+        QVERIFY2(timer.elapsed() >= 200 && timer.elapsed() < 1000,
+                 qPrintable(QString::number(timer.elapsed())));
+        QVERIFY(snapshot.opened);
+
+        for (const auto wait : {0ms, -5ms}) {
+            timer.restart();
+            QCOMPARE(GpuSegmentReader(file.directory()).read(snapshot, wait), SegmentResult::Locked);
+            QVERIFY(timer.elapsed() < 100);
+        }
+        ::close(holder);
+        QCOMPARE(GpuSegmentReader(file.directory()).read(snapshot, 0ms), SegmentResult::Ok);
+    }
+
+    /// A shared lock keeps the reader out as well: it asks for an exclusive one.
+    void aSharedLockIsALock() {
+        const SegmentFile file;
+        const int holder = file.open();
+        QCOMPARE(::flock(holder, LOCK_SH), 0);
+        GpuSnapshot snapshot;
+        QCOMPARE(GpuSegmentReader(file.directory()).read(snapshot, 0ms), SegmentResult::Locked);
+        ::close(holder);
+    }
+
+    void aSegmentReplacedDuringTheWaitIsReadFromItsSuccessor() {
+        const SegmentFile file;
+        const int holder = file.open();
+        QCOMPARE(::flock(holder, LOCK_EX), 0);
+        std::thread replacing([&] {
+            std::this_thread::sleep_for(100ms);
+            ::unlink(file.path().c_str());
+            GpuInfoBlock successor = validBlock();
+            setGpuName(successor.cudaGpus[0], "successor");
+            file.write(&successor, sizeof successor);
+            ::close(holder);
+        });
+        GpuSnapshot snapshot;
+        const SegmentResult result = GpuSegmentReader(file.directory()).read(snapshot);
+        replacing.join();
+        QCOMPARE(result, SegmentResult::Ok);
+        QCOMPARE(snapshot.gpu(0).name, "successor");
+    }
+
+    void aSegmentRemovedDuringTheWaitIsMissing() {
+        const SegmentFile file;
+        const int holder = file.open();
+        QCOMPARE(::flock(holder, LOCK_EX), 0);
+        std::thread removing([&] {
+            std::this_thread::sleep_for(100ms);
+            ::unlink(file.path().c_str());
+            ::close(holder);
+        });
+        GpuSnapshot snapshot;
+        const SegmentResult result = GpuSegmentReader(file.directory()).read(snapshot);
+        removing.join();
+        QCOMPARE(result, SegmentResult::Missing);
+    }
+
+    /// No read goes through a mapping: an object that shrinks is an answer, never a SIGBUS.
+    void aSegmentThatShrinksAndGrows() {
+        const SegmentFile file;
+        std::atomic<bool> done{false};
+        std::thread changing([&] {
+            const int object = file.open();
+            const GpuInfoBlock block = validBlock();
+            while (!done) {
+                if (::ftruncate(object, 100) != 0 || ::pwrite(object, &block, sizeof block, 0) < 0)
+                    break;
+            }
+            ::close(object);
+        });
+        int answered = 0;
+        for (int i = 0; i < 3000; ++i) {
+            GpuSnapshot snapshot;
+            const SegmentResult result = GpuSegmentReader(file.directory()).read(snapshot);
+            answered += result == SegmentResult::Ok || result == SegmentResult::TooSmall ||
+                        result == SegmentResult::NotReady || result == SegmentResult::Foreign;
+        }
+        done = true;
+        changing.join();
+        QCOMPARE(answered, 3000);
+    }
+
+    void noDescriptorToBeHad() {
+        const SegmentFile file;
+        rlimit before{};
+        QCOMPARE(::getrlimit(RLIMIT_NOFILE, &before), 0);
+        const rlimit none{0, before.rlim_max};
+        QCOMPARE(::setrlimit(RLIMIT_NOFILE, &none), 0);
+        GpuSnapshot snapshot;
+        const SegmentResult result = GpuSegmentReader(file.directory()).read(snapshot);
+        QCOMPARE(::setrlimit(RLIMIT_NOFILE, &before), 0);
+        QCOMPARE(result, SegmentResult::IoError);
+        QCOMPARE(snapshot.systemError, EMFILE);
+    }
+};
+
+QTEST_GUILESS_MAIN(test_GpuSegmentReader)
+#include "test_GpuSegmentReader.moc"

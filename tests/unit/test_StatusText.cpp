@@ -1,0 +1,130 @@
+// Text from outside on its way to people and formats: what displayText and its neighbours make of it.
+#include <QtTest>
+
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "reader/status/displayText.h"
+#include "reader/status/forms.h"
+
+class test_StatusText : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void initTestCase() { QVERIFY(std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr); }
+
+    void decoding_data() {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("text");
+        const QString bad(QChar(0xFFFD));
+        const auto row = [](const char* name, const char* bytes, const QString& text) {
+            QTest::newRow(name) << QByteArray(bytes) << text;
+        };
+        row("ASCII", "GPU 1", QStringLiteral("GPU 1"));
+        row("two bytes, lowest", "\xc2\x80", QString(QChar(0x80)));
+        row("two bytes, highest", "\xdf\xbf", QString(QChar(0x7FF)));
+        row("three bytes, lowest", "\xe0\xa0\x80", QString(QChar(0x800)));
+        row("below the surrogates", "\xed\x9f\xbf", QString(QChar(0xD7FF)));
+        row("above the surrogates", "\xee\x80\x80", QString(QChar(0xE000)));
+        row("four bytes, lowest", "\xf0\x90\x80\x80", QString::fromUcs4(U"\U00010000", 1));
+        row("four bytes, highest", "\xf4\x8f\xbf\xbf", QString::fromUcs4(U"\U0010FFFF", 1));
+        row("over-long in two", "\xc1\xbf", bad + bad);
+        row("over-long in three", "\xe0\x9f\xbf", bad + bad + bad);
+        row("over-long in four", "\xf0\x8f\xbf\xbf", bad + bad + bad + bad);
+        row("surrogate", "\xed\xa0\x80", bad + bad + bad);
+        row("above the last", "\xf4\x90\x80\x80", bad + bad + bad + bad);
+        row("five bytes", "\xf8\x80", bad + bad);
+        row("continuation alone", "\x80z", bad + "z");
+        row("cut after one of three", "\xe2z", bad + "z");
+        row("cut after two of three", "\xe2\x82z", bad + "z");
+        row("cut at the end", "a\xf0\x9f\x98", "a" + bad);
+        row("begun anew", "\xe2\xe2\x82\xac", bad + QChar(0x20AC));
+    }
+    void decoding() {
+        QFETCH(QByteArray, bytes);
+        const std::u32string decoded =
+            decodeUtf8({bytes.constData(), static_cast<std::size_t>(bytes.size())});
+        QTEST(QString::fromUcs4(decoded.data(), static_cast<int>(decoded.size())), "text");
+        std::string again;
+        for (const char32_t codePoint : decoded)
+            appendUtf8(again, codePoint);
+        QTEST(QString::fromStdString(again), "text");
+    }
+
+    void cutting_data() {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("limit");
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<int>("columns");
+        QTest::newRow("fits exactly") << "abcd" << 4 << "abcd" << 4;
+        QTest::newRow("one too long") << "abcd" << 3 << QStringLiteral("ab…") << 3;
+        QTest::newRow("to one column") << "abcd" << 1 << QStringLiteral("…") << 1;
+        QTest::newRow("to none") << "abcd" << 0 << "" << 0;
+        QTest::newRow("below none") << "abcd" << -3 << "" << 0;
+        QTest::newRow("wide fits") << QStringLiteral("日本") << 4 << QStringLiteral("日本") << 4;
+        QTest::newRow("wide cut at its edge") << QStringLiteral("日本") << 3 << QStringLiteral("日…") << 3;
+        QTest::newRow("wide cut in its middle") << QStringLiteral("日本") << 2 << QStringLiteral("…") << 1;
+        QTest::newRow("escape") << "\x1b[31m" << 10 << QStringLiteral("\uFFFD[31m") << 5;
+        QTest::newRow("combining") << QStringLiteral("e\u0301") << 10 << QStringLiteral("e\uFFFD") << 2;
+        QTest::newRow("right to left override")
+            << QStringLiteral("\u202Ex") << 10 << QStringLiteral("\uFFFDx") << 2;
+        QTest::newRow("line break") << "a\nb\rc\td" << 10 << QStringLiteral("a\uFFFDb\uFFFDc\uFFFDd") << 7;
+    }
+    void cutting() {
+        QFETCH(QString, text);
+        QFETCH(int, limit);
+        const DisplayText result = displayText(text.toStdString(), limit);
+        QTEST(QString::fromStdString(result.text), "shown");
+        QTEST(result.columns, "columns");
+    }
+
+    void padding() {
+        QCOMPARE(padded("ab", 4, false), std::string("ab  "));
+        QCOMPARE(padded("ab", 4, true), std::string("  ab"));
+        QCOMPARE(padded("abcde", 4, true), std::string("abc\u2026"));
+        QCOMPARE(padded("\u65e5\u672c", 3, false), std::string("\u65e5\u2026"));
+        QCOMPARE(padded("\u65e5\u672c", 2, false), std::string("\u2026 "));
+    }
+
+    void shortestNumbers_data() {
+        QTest::addColumn<float>("value");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("zero") << 0.0F << "0";
+        QTest::newRow("hundredths") << 123.45F << "123.45";
+        QTest::newRow("needs nine digits") << 16777.217F << "16777.217";
+        QTest::newRow("below zero") << -1.5F << "-1.5";
+        QTest::newRow("largest") << std::numeric_limits<float>::max() << "3.4028235e+38";
+    }
+    void shortestNumbers() {
+        QFETCH(float, value);
+        QTEST(QString::fromStdString(shortestText(value)), "text");
+        const float again = std::strtof(shortestText(value).c_str(), nullptr);
+        QVERIFY(std::memcmp(&value, &again, sizeof value) == 0);
+    }
+
+    void memoryRatios_data() {
+        QTest::addColumn<int>("used");
+        QTest::addColumn<int>("total");
+        QTest::addColumn<double>("ratio");
+        QTest::newRow("half") << 512 << 1024 << 0.5;
+        QTest::newRow("used above total") << 2048 << 1024 << 1.0;
+        QTest::newRow("below zero") << -5 << 1024 << 0.0;
+        QTest::newRow("no total") << 5 << 0 << 0.0;
+        QTest::newRow("total below zero") << -5 << -10 << 0.0;
+    }
+    void memoryRatios() {
+        QFETCH(int, used);
+        QFETCH(int, total);
+        GpuView gpu;
+        QCOMPARE(memoryRatio(gpu), 0.0);
+        gpu.memoryTotalMiB = total;
+        QCOMPARE(memoryRatio(gpu), 0.0);
+        gpu.memoryUsedMiB = used;
+        QTEST(memoryRatio(gpu), "ratio");
+    }
+};
+
+QTEST_GUILESS_MAIN(test_StatusText)
+#include "test_StatusText.moc"
