@@ -44,11 +44,11 @@ char32_t takeCodePoint(std::string_view& rest) {
 
     char32_t codePoint = first & (0x3FU >> sequence.following);
     for (; sequence.following > 0; --sequence.following) {
-        const auto next = rest.empty() ? '\0' : static_cast<unsigned char>(rest.front());
+        const auto next = static_cast<unsigned char>(rest.empty() ? '\0' : rest.front());
         if (next < sequence.low || next > sequence.high)
             return replacementCharacter;
         rest.remove_prefix(1);
-        codePoint = (codePoint << 6) | (next & 0x3FU);
+        codePoint = (codePoint << 6) | (char32_t{next} & 0x3F);
         sequence.low = 0x80;
         sequence.high = 0xBF;
     }

@@ -4,6 +4,7 @@ import ast
 import importlib
 import json
 import os
+import re
 import subprocess
 import sys
 import time
@@ -75,6 +76,22 @@ class ReadSegment(unittest.TestCase):
                     reader.locked_bytes(segment.path, 0.3)
                 self.assertTrue(0.3 <= time.monotonic() - started < 3)
             self.assertEqual(reader.locked_bytes(segment.path)[0], BLOCK)
+
+
+class Documentation(unittest.TestCase):
+    """docs/segment.md names every byte of the block and of a record, once."""
+
+    def test_the_tables_leave_no_gap(self):
+        with open(os.path.join(os.path.dirname(PATH), "segment.md"), encoding="utf-8") as file:
+            text = file.read()
+        for title, size, fields in (("## The block\n", 7472, 10), ("## A record\n", 152, 18)):
+            rows = re.findall(r"^\| (\d+) \| (\d+) \|[^|]*\| ?(`\w+`)?", text.split(title)[1].split("\n## ")[0], re.M)
+            end = 0
+            for offset, length, _ in rows:
+                self.assertEqual(int(offset), end)
+                end += int(length)
+            self.assertEqual(end, size)
+            self.assertEqual(len([name for _, _, name in rows if name]), fields)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,7 @@
 """The installed reader as an outside project uses it: by its CMake package and by pkg-config, staged and moved."""
 
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -72,6 +73,16 @@ class Installed(unittest.TestCase):
              f"-DCMAKE_CXX_COMPILER={cached('CMAKE_CXX_COMPILER')}", f"-DCMAKE_CXX_FLAGS={' '.join(self.flags)}")
         call("cmake", "--build", build)
         self.expect_to_read(os.path.join(build, "outside"))
+
+    def test_the_documented_example(self):
+        with open(os.path.join(os.environ["QZGPUINFO_SOURCE"], "docs", "segment.md"), encoding="utf-8") as file:
+            example = file.read().split("## The C++ library\n")[1]
+        head, body = re.search(r'( {4}#include "reader.*?\n)(.*?)\n(?! {4}|\n)', example, re.S).groups()
+        source = os.path.join(self.folder, "example.cpp")
+        with open(source, "w", encoding="utf-8") as file:
+            file.write(f"#include <cstdio>\n{head}int main() {{\n{body}\n}}\n")
+        includes = os.path.join(self.prefix, "include", "qzgpuinfo")
+        call(cached("CMAKE_CXX_COMPILER"), "-std=c++17", "-Wall", "-Werror", "-fsyntax-only", "-I", includes, source)
 
     @unittest.skipUnless(shutil.which("pkg-config"), "SKIPPED: pkg-config is not installed")
     def test_pkg_config(self):

@@ -1,0 +1,154 @@
+// The reader on segments that the program's own writer makes: both sides mean the same lock, byte and
+// instant.
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <atomic>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <thread>
+
+#include "reader/GpuSegmentReader.h"
+#include "support/qzSharedMemory.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+/// Every record and count of the block carries the same number, so that a torn copy shows.
+GpuInfoBlock uniformBlock(std::int32_t number) {
+    GpuInfoBlock block;
+    block.dataReady = 1;
+    block.cudaCount = block.amdCount = block.metalCount = GpuInfoBlock::capacity;
+    for (GpuDevice* gpus : {block.cudaGpus, block.amdGpus, block.metalGpus})
+        for (int i = 0; i < GpuInfoBlock::capacity; ++i) {
+            gpus[i].statsValid = gpus[i].hasUsage = 1;
+            gpus[i].usagePercent = number;
+        }
+    block.summary.statsValid = block.summary.hasUsage = 1;
+    block.summary.usagePercent = number;
+    return block;
+}
+
+bool isTorn(const GpuSnapshot& snapshot) {
+    for (int i = 0; i < snapshot.gpuCount(); ++i)
+        if (snapshot.gpu(i).usagePercent != snapshot.block.summary.usagePercent)
+            return true;
+    return snapshot.gpuCount() != 3 * GpuInfoBlock::capacity;
+}
+
+} // namespace
+
+class test_ReaderAndWriter : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<qzSharedMemory> m_writer;
+
+    SegmentResult read(GpuSnapshot& snapshot, std::chrono::milliseconds wait = 1000ms) const {
+        return GpuSegmentReader(m_folder->path().toStdString()).read(snapshot, wait);
+    }
+
+    void publish(const GpuInfoBlock& block) const {
+        QVERIFY(m_writer->lock());
+        QVERIFY(m_writer->write(&block, publishedSize));
+        QVERIFY(m_writer->unlock());
+    }
+
+  private slots:
+    void init() {
+        m_folder = std::make_unique<QTemporaryDir>();
+        m_writer = std::make_unique<qzSharedMemory>(_qzString8_allSize<250>(segmentKey), 7,
+                                                    m_folder->path().toUtf8().constData());
+        QVERIFY(m_writer->create(sizeof(GpuInfoBlock), true, false));
+    }
+    void cleanup() { m_writer.reset(); }
+
+    void createdIsNotReady() {
+        GpuSnapshot snapshot;
+        QCOMPARE(read(snapshot), SegmentResult::NotReady);
+        QVERIFY(snapshot.writerAttached);
+    }
+
+    void publishedIsRead() {
+        GpuInfoBlock block = uniformBlock(42);
+        setGpuName(block.amdGpus[2], "Navi");
+        publish(block);
+        GpuSnapshot snapshot;
+        QCOMPARE(read(snapshot), SegmentResult::Ok);
+        QVERIFY(snapshot.writerAttached);
+        QVERIFY(snapshot.ageSeconds < 10.0);
+        QCOMPARE(snapshot.gpu(18).name, "Navi");
+        QVERIFY(!isTorn(snapshot));
+    }
+
+    void aPublishingMakesTheDataYoungAgain() {
+        const QByteArray path = (m_folder->path() + "/" + segmentKey).toUtf8();
+        const timespec longAgo[] = {{1000, 0}, {1000, 0}};
+        publish(uniformBlock(1));
+        QCOMPARE(::utimensat(AT_FDCWD, path.constData(), longAgo, 0), 0);
+        GpuSnapshot snapshot;
+        QCOMPARE(read(snapshot), SegmentResult::Ok);
+        QCOMPARE(snapshot.publishedAt, 1000.0);
+        QVERIFY(snapshot.ageSeconds > 1e9);
+        publish(uniformBlock(2));
+        QCOMPARE(read(snapshot), SegmentResult::Ok);
+        QVERIFY(snapshot.ageSeconds < 10.0);
+    }
+
+    void theWritersLockKeepsTheReaderOut() {
+        publish(uniformBlock(1));
+        QVERIFY(m_writer->lock());
+        GpuSnapshot snapshot;
+        QCOMPARE(read(snapshot, 50ms), SegmentResult::Locked);
+        QVERIFY(m_writer->unlock());
+        QCOMPARE(read(snapshot, 50ms), SegmentResult::Ok);
+    }
+
+    /// A reader never counts as attached: the writer is the last one all the same, and removes the segment.
+    void readingKeepsNothingAlive() {
+        publish(uniformBlock(1));
+        GpuSnapshot snapshot;
+        QCOMPARE(read(snapshot), SegmentResult::Ok);
+        m_writer->detach();
+        QCOMPARE(read(snapshot), SegmentResult::Missing);
+    }
+
+    void noCopyIsTorn() {
+        publish(uniformBlock(0));
+        std::atomic<bool> done{false};
+        std::atomic<int> published{0};
+        std::thread writing([&] {
+            for (std::int32_t number = 1; !done; ++number) {
+                const GpuInfoBlock block = uniformBlock(number);
+                if (m_writer->lock()) {
+                    m_writer->write(&block, publishedSize);
+                    m_writer->unlock();
+                    ++published;
+                }
+            }
+        });
+        int torn = 0;
+        int readings = 0;
+        QElapsedTimer timer;
+        timer.start();
+        while (timer.elapsed() < 1000) {
+            GpuSnapshot snapshot;
+            if (read(snapshot) == SegmentResult::Ok) {
+                ++readings;
+                torn += isTorn(snapshot);
+            }
+        }
+        done = true;
+        writing.join();
+        QCOMPARE(torn, 0);
+        QVERIFY2(
+            readings > 10 && published > 10,
+            qPrintable(QStringLiteral("%1 readings, %2 publishings").arg(readings).arg(published.load())));
+    }
+};
+
+QTEST_GUILESS_MAIN(test_ReaderAndWriter)
+#include "test_ReaderAndWriter.moc"
