@@ -1,0 +1,380 @@
+#include <QtTest>
+
+#include <cstring>
+
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "ChildProcess.h"
+#include "support/ourProcessAlreadyExists.h"
+
+namespace {
+
+/// A process list on disk.
+class ProcTree {
+  public:
+    ProcTree() { addProcess(1, "init", "/sbin/init", QByteArray("/sbin/init\0", 11)); }
+
+    QByteArray root() const { return QFile::encodeName(directory.path()); }
+
+    void addProcess(int pid, const QByteArray& comm, const QByteArray& exe, const QByteArray& cmdline,
+                    char state = 'S') const {
+        remove(pid);
+        QDir(directory.path()).mkdir(QString::number(pid));
+        write(pid, "stat",
+              QByteArray::number(pid) + " (" + comm + ") " + state +
+                  " 1 1 1 0 -1 4194560 1 0 0 0 3 1 0 0 20 0 1 0 " + QByteArray::number(1000 + pid) + " 0\n");
+        write(pid, "comm", comm + '\n');
+        write(pid, "cmdline", cmdline);
+        if (!exe.isEmpty())
+            QVERIFY(symlink(exe.constData(), (root() + '/' + QByteArray::number(pid) + "/exe").constData()) ==
+                    0);
+    }
+
+    void write(int pid, const char* entry, const QByteArray& bytes) const {
+        QFile file(path(pid) + QLatin1Char('/') + QLatin1String(entry));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QCOMPARE(file.write(bytes), qint64(bytes.size()));
+    }
+
+    void removeEntry(int pid, const char* entry) const {
+        QFile::remove(path(pid) + QLatin1Char('/') + QLatin1String(entry));
+    }
+    void remove(int pid) const { QDir(path(pid)).removeRecursively(); }
+
+    QString path(int pid) const { return directory.path() + QLatin1Char('/') + QString::number(pid); }
+
+  private:
+    QTemporaryDir directory;
+};
+
+bool exists(const char* name, const ProcTree& tree, qint64* pid = nullptr) {
+    return ourProcessAlreadyExists(name, true, true, pid, tree.root().constData());
+}
+
+/// Makes this very program the watched one.
+constexpr char waitForInput[] = "--wait-for-input";
+
+/// A name that nothing else on the machine has.
+QByteArray uniqueName(const char* end) {
+    return "qz" + QByteArray::number(getpid()) + end;
+}
+
+} // namespace
+
+class TestOurProcessAlreadyExists : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void found_data() {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<QByteArray>("comm");
+        QTest::addColumn<QByteArray>("exe");
+        QTest::addColumn<QByteArray>("cmdline");
+        QTest::addColumn<bool>("expected");
+        const auto row = [](const char* title, const char* name, const char* comm, const char* exe,
+                            const QByteArray& cmdline, bool expected) {
+            QTest::newRow(title) << QByteArray(name) << QByteArray(comm) << QByteArray(exe) << cmdline
+                                 << expected;
+        };
+        const QByteArray other("other\0", 6);
+        row("by command name", "render", "render", "/x/other", other, true);
+        row("by executable", "render", "other", "/x/render", other, true);
+        row("by deleted executable", "render", "other", "/x/render (deleted)", other, true);
+        row("an executable with the mark as its name", "render (deleted)", "other", "/x/render (deleted)",
+            other, true);
+        row("by argv[0]", "render", "other", "/x/other", QByteArray("/y/render\0-v\0", 13), true);
+        row("by none", "render", "other", "/x/other", other, false);
+        row("argv[1] of another program", "render", "vi", "/bin/vi", QByteArray("vi\0render\0", 10), false);
+        row("long name by executable", "render-manager-gtk", "render-manager-", "/x/render-manager-gtk",
+            other, true);
+        row("long name, namesake of 15 characters", "render-manager-gtk", "render-manager-",
+            "/x/render-manager-qt", other, false);
+        row("script", "render-manager.py", "render-manager.", "/usr/bin/python3",
+            QByteArray("/usr/bin/python3\0/x/render-manager.py\0", 38), true);
+        row("script of another end", "render-manager.py", "render-manager.", "/usr/bin/python3",
+            QByteArray("/usr/bin/python3\0/x/render-manager.sh\0", 38), false);
+        row("no executable, no arguments", "kthreadd", "kthreadd", "", "", true);
+        row("other case", "Render", "render", "/x/render", QByteArray("render\0", 7), false);
+        row("brackets and blanks", "a) Z (b", "a) Z (b", "", "", true);
+        row("name of 25 bytes is a beginning", "abcdefghijklmnopqrstuvwxy", "abcdefghijklmno",
+            "/x/abcdefghijklmnopqrstuvwxyz-and-more", "", true);
+        row("name of 24 bytes is not", "abcdefghijklmnopqrstuvwx", "abcdefghijklmno",
+            "/x/abcdefghijklmnopqrstuvwxyz", "", false);
+        row("name beyond 25 bytes", "abcdefghijklmnopqrstuvwxyz0", "abcdefghijklmno",
+            "/x/abcdefghijklmnopqrstuvwxyz0", "", true);
+        row("path of more than 25 bytes", "/opt/some/directory/with/render", "render",
+            "/opt/some/directory/with/render", "", true);
+        row("name with a slash", "/opt/render", "other", "/usr/bin/render", "", true);
+        row("empty name", "", "", "/x/other", "", false);
+        row("name of slashes", "//", "other", "/x/", QByteArray("/\0", 2), false);
+    }
+
+    void found() {
+        QFETCH(QByteArray, name);
+        QFETCH(QByteArray, comm);
+        QFETCH(QByteArray, exe);
+        QFETCH(QByteArray, cmdline);
+        QFETCH(bool, expected);
+        const ProcTree tree;
+        tree.addProcess(4711, comm, exe, cmdline);
+        qint64 pid = -5;
+        QCOMPARE(exists(name.constData(), tree, &pid), expected);
+        QCOMPARE(pid, qint64(expected ? 4711 : 0));
+        // And once more, with the match remembered.
+        QCOMPARE(exists(name.constData(), tree, &pid), expected);
+        QCOMPARE(pid, qint64(expected ? 4711 : 0));
+    }
+
+    void caseFlag() {
+        const ProcTree tree;
+        tree.addProcess(4711, "Render", "", "");
+        QVERIFY(!ourProcessAlreadyExists("rENDER", true, true, nullptr, tree.root().constData()));
+        QVERIFY(ourProcessAlreadyExists("rENDER", false, true, nullptr, tree.root().constData()));
+        QVERIFY(!ourProcessAlreadyExists("rENDER", true, true, nullptr, tree.root().constData()));
+    }
+
+    void zombieDoesNotCount() {
+        const ProcTree tree;
+        tree.addProcess(4711, "render", "/x/render", "", 'Z');
+        QVERIFY(!exists("render", tree));
+        tree.addProcess(4712, "render", "", "");
+        QVERIFY(exists("render", tree));
+        tree.addProcess(4712, "render", "", "", 'Z');
+        QVERIFY(!exists("render", tree));
+    }
+
+    void callerIsLeftOutOnRequest() {
+        const ProcTree tree;
+        tree.addProcess(getpid(), "render", "", "");
+        qint64 pid = 0;
+        QVERIFY(!exists("render", tree));
+        QVERIFY(ourProcessAlreadyExists("render", true, false, &pid, tree.root().constData()));
+        QCOMPARE(pid, qint64(getpid()));
+        QVERIFY(!exists("render", tree));
+        tree.addProcess(getpid() + 1, "render", "", "");
+        QVERIFY(exists("render", tree, &pid));
+        QCOMPARE(pid, qint64(getpid() + 1));
+    }
+
+    void judgedByWhatCanBeRead() {
+        const ProcTree tree;
+        tree.addProcess(4711, "render", "/x/program", QByteArray("/y/title\0", 9));
+        tree.removeEntry(4711, "stat");
+        QVERIFY(exists("render", tree));
+        QVERIFY(exists("program", tree));
+        QVERIFY(exists("title", tree));
+        tree.removeEntry(4711, "comm");
+        QVERIFY(!exists("render", tree));
+        QVERIFY(exists("program", tree));
+        tree.removeEntry(4711, "exe");
+        QVERIFY(!exists("program", tree));
+        QVERIFY(exists("title", tree));
+        tree.removeEntry(4711, "cmdline");
+        QVERIFY(!exists("title", tree));
+    }
+
+    void entriesThatAreNoFiles() {
+        const ProcTree tree;
+        QVERIFY(QDir().mkpath(tree.path(4711) + QStringLiteral("/stat")));
+        QVERIFY(QDir().mkpath(tree.path(4711) + QStringLiteral("/exe")));
+        QVERIFY(mkfifo(QFile::encodeName(tree.path(4711) + QStringLiteral("/cmdline")).constData(), 0600) ==
+                0);
+        QVERIFY(!exists("render", tree));
+        tree.addProcess(4712, "render", "", "");
+        QVERIFY(exists("render", tree));
+    }
+
+    void otherEntriesAreNoProcesses() {
+        const ProcTree tree;
+        for (const char* name : {"self", "0", "-7", "99999999999999", "12x"}) {
+            const QString path = QFile::decodeName(tree.root()) + QLatin1Char('/') + QLatin1String(name);
+            QVERIFY(QDir().mkpath(path));
+            QFile comm(path + QStringLiteral("/comm"));
+            QVERIFY(comm.open(QIODevice::WriteOnly) && comm.write("render\n") > 0);
+        }
+        QVERIFY(!exists("render", tree));
+    }
+
+    void gone() {
+        const ProcTree tree;
+        tree.addProcess(4711, "render", "", "");
+        QVERIFY(exists("render", tree));
+        tree.remove(4711);
+        QVERIFY(!exists("render", tree));
+    }
+
+    void numberGivenAnew() {
+        const ProcTree tree;
+        tree.addProcess(4711, "render", "", "");
+        QVERIFY(exists("render", tree));
+        tree.addProcess(4711, "other", "", "");
+        QVERIFY(!exists("render", tree));
+        tree.addProcess(4712, "render", "", "");
+        qint64 pid = 0;
+        QVERIFY(exists("render", tree, &pid));
+        QCOMPARE(pid, qint64(4712));
+    }
+
+    void severalOfOneName() {
+        const ProcTree tree;
+        tree.addProcess(4711, "render", "", "");
+        tree.addProcess(4712, "render", "", "");
+        qint64 first = 0;
+        qint64 second = 0;
+        QVERIFY(exists("render", tree, &first));
+        tree.remove(int(first));
+        QVERIFY(exists("render", tree, &second));
+        QCOMPARE(first + second, qint64(4711 + 4712));
+    }
+
+    void rememberedMatchNeedsNoList() {
+        const ProcTree tree;
+        tree.addProcess(4711, "render", "", "");
+        chmod(tree.root().constData(), 0755);
+        Signpost asked;
+        Signpost unlistable;
+        ChildProcess child([&] {
+            // Root may list what it likes.
+            if (geteuid() == 0 && setuid(65534) != 0)
+                return 2;
+            qint64 first = 0;
+            qint64 second = 0;
+            qint64 other = -5;
+            exists("render", tree, &first);
+            asked.give();
+            unlistable.await();
+            exists("render", tree, &second);
+            const bool guessed = exists("other", tree, &other);
+            return first == 4711 && second == 4711 && guessed && other == 0 ? 0 : 1;
+        });
+        QVERIFY(asked.await());
+        chmod(tree.root().constData(), 0311);
+        unlistable.give();
+        const int result = child.result();
+        chmod(tree.root().constData(), 0700);
+        QCOMPARE(result, 0);
+    }
+
+    void absenceIsClaimedOnlyWhereItWasSeen() {
+        qint64 pid = -5;
+        QVERIFY(ourProcessAlreadyExists("render", true, true, &pid, "/nonexistent/proc"));
+        QCOMPARE(pid, qint64(0));
+        const QTemporaryDir unmounted;
+        QVERIFY(ourProcessAlreadyExists("render", true, true, &pid,
+                                        QFile::encodeName(unmounted.path()).constData()));
+        QCOMPARE(pid, qint64(0));
+        QVERIFY(!ourProcessAlreadyExists("", true, true, nullptr, "/nonexistent/proc"));
+    }
+
+    void withoutDescriptors_data() {
+        QTest::addColumn<int>("left");
+        QTest::newRow("none for the list") << 0;
+        QTest::newRow("none for an entry") << 1;
+    }
+
+    void withoutDescriptors() {
+        QFETCH(int, left);
+        ChildProcess child([left] {
+            const int next = dup(0);
+            close(next);
+            const auto limit = rlim_t(next + left);
+            const struct rlimit few { limit, limit };
+            if (setrlimit(RLIMIT_NOFILE, &few) != 0)
+                return 2;
+            qint64 pid = -5;
+            const bool found = ourProcessAlreadyExists("no-such-process", true, true, &pid);
+            return found && pid == 0 ? 0 : 1;
+        });
+        QCOMPARE(child.result(), 0);
+        QVERIFY(!ourProcessAlreadyExists("no-such-process", true, true, nullptr));
+    }
+
+    void realProcessByCommandName() {
+        const QByteArray name = uniqueName("c");
+        Signpost ready;
+        QVERIFY(!ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+        ChildProcess child([&] {
+            prctl(PR_SET_NAME, name.constData());
+            ready.give();
+            pause();
+            return 0;
+        });
+        QVERIFY(ready.await());
+        qint64 pid = 0;
+        QVERIFY(ourProcessAlreadyExists(name.constData(), true, true, &pid));
+        QCOMPARE(pid, qint64(child.id()));
+        QVERIFY(ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+        child.kill();
+        // A zombie until it is collected.
+        QTRY_VERIFY(!ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+        child.result();
+        QVERIFY(!ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+    }
+
+    void realExecutable_data() {
+        QTest::addColumn<QByteArray>("end");
+        QTest::addColumn<bool>("script");
+        QTest::addColumn<bool>("removed");
+        QTest::newRow("executable of 30 characters")
+            << QByteArray("-a-name-of-many-characters") << false << false;
+        QTest::newRow("executable of 20 characters") << QByteArray("-a-longer-one") << false << false;
+        QTest::newRow("removed executable") << QByteArray("-a-removed-one") << false << true;
+        QTest::newRow("script") << QByteArray("-a-longer-script") << true << false;
+        QTest::newRow("short script") << QByteArray("-s.py") << true << false;
+    }
+
+    void realExecutable() {
+        QFETCH(QByteArray, end);
+        QFETCH(bool, script);
+        QFETCH(bool, removed);
+        const QTemporaryDir directory;
+        const QByteArray name = uniqueName(end.constData());
+        const QByteArray path = QFile::encodeName(directory.path()) + '/' + name;
+        const QString file = QFile::decodeName(path);
+        if (script) {
+            QFile text(file);
+            QVERIFY(text.open(QIODevice::WriteOnly) && text.write("#!/bin/sh\nread x\n") > 0);
+        } else {
+            QVERIFY(QFile::copy(QStringLiteral("/proc/self/exe"), file));
+        }
+        QVERIFY(QFile::setPermissions(file, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        int input[2] = {-1, -1};
+        QVERIFY(pipe2(input, O_CLOEXEC) == 0);
+        ChildProcess child([&] {
+            dup2(input[0], 0);
+            execl(path.constData(), script ? path.constData() : "another-title", waitForInput, nullptr);
+            return 1;
+        });
+        qint64 pid = 0;
+        QTRY_VERIFY(ourProcessAlreadyExists(name.constData(), true, true, &pid));
+        QCOMPARE(pid, qint64(child.id()));
+        if (removed) {
+            QVERIFY(QFile::remove(file));
+            QVERIFY(ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+        }
+        child.kill();
+        child.result();
+        QVERIFY(!ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+        close(input[0]);
+        close(input[1]);
+    }
+
+    void leavesNoDescriptorOpen() {
+        const QStringList before = QDir(QStringLiteral("/proc/self/fd")).entryList();
+        ourProcessAlreadyExists("no-such-process", true, true, nullptr);
+        QCOMPARE(QDir(QStringLiteral("/proc/self/fd")).entryList(), before);
+    }
+};
+
+int main(int argc, char** argv) {
+    char byte = 0;
+    if (argc == 2 && std::strcmp(argv[1], waitForInput) == 0)
+        return read(0, &byte, 1) < 0 ? 1 : 0;
+    TestOurProcessAlreadyExists tests;
+    return QTest::qExec(&tests, argc, argv);
+}
+
+#include "test_ourProcessAlreadyExists.moc"

@@ -1,0 +1,668 @@
+// One process and a segment in real shared memory.
+#include <QtTest>
+
+#include <cerrno>
+#include <cstring>
+#include <limits>
+#include <memory>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "ChildProcess.h"
+#include "SegmentDirectory.h"
+#include "support/qzSharedMemory.h"
+
+namespace {
+
+constexpr char key[] = "segment";
+constexpr unsigned char mode = 7;
+constexpr qint64 blockSize = 7472;
+
+/// The limits of a segment's texts.
+bool isSentenceAbout(const QByteArray& text, const char* name) {
+    return text.startsWith("The shared memory \"" + QByteArray(name) + "\" ") && text.endsWith('.') &&
+           text.size() <= 250 && !text.contains('\n');
+}
+
+QByteArray textOf(const qzSharedMemory& segment) {
+    return segment.errorString().c_str();
+}
+
+} // namespace
+
+class TestQzSharedMemory : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void errorCodes() {
+        QCOMPARE(int(qzSharedMemory::None), 0);
+        QCOMPARE(int(qzSharedMemory::PermissionDenied), 1);
+        QCOMPARE(int(qzSharedMemory::InvalidSize), 2);
+        QCOMPARE(int(qzSharedMemory::BadKey), 3);
+        QCOMPARE(int(qzSharedMemory::AlreadyExists), 4);
+        QCOMPARE(int(qzSharedMemory::NotFound), 5);
+        QCOMPARE(int(qzSharedMemory::LockFailed), 6);
+        QCOMPARE(int(qzSharedMemory::OutOfResources), 7);
+        QCOMPARE(int(qzSharedMemory::Unknown), 8);
+        QCOMPARE(int(qzSharedMemory::ModeRead), 4);
+        QCOMPARE(int(qzSharedMemory::ModeWrite), 2);
+        QCOMPARE(int(qzSharedMemory::ModeLifetime), 1);
+    }
+
+    void standsInDevShm() {
+        const QByteArray name = "qzTest-key-" + QByteArray::number(getpid());
+        const QByteArray path = "/dev/shm/" + name;
+        struct stat found {};
+        qzSharedMemory segment(name.constData(), mode);
+        QVERIFY(segment.create(blockSize, true, false));
+        QCOMPARE(stat(path.constData(), &found), 0);
+        QCOMPARE(qint64(found.st_size), blockSize);
+        QVERIFY(segment.detach());
+        QVERIFY(stat(path.constData(), &found) != 0);
+    }
+
+    void constructorTouchesNothing() {
+        const SegmentDirectory directory;
+        const qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(!segment.isAttached());
+        QCOMPARE(segment.size(), qint64(0));
+        QCOMPARE(segment.error(), 0);
+        QCOMPARE(textOf(segment), QByteArray());
+        QCOMPARE(directory.names(), QStringList());
+    }
+
+    void create_data() {
+        QTest::addColumn<qint64>("size");
+        QTest::addColumn<bool>("clear");
+        QTest::addColumn<int>("mask");
+        QTest::newRow("the block") << blockSize << true << 022;
+        QTest::newRow("not to be cleared") << blockSize << false << 022;
+        QTest::newRow("one byte") << qint64(1) << true << 022;
+        QTest::newRow("a page") << qint64(4096) << true << 022;
+        QTest::newRow("a megabyte") << qint64(1024 * 1024) << true << 022;
+        QTest::newRow("umask 0") << blockSize << true << 0;
+        QTest::newRow("umask 0777") << blockSize << true << 0777;
+    }
+
+    void create() {
+        QFETCH(qint64, size);
+        QFETCH(bool, clear);
+        QFETCH(int, mask);
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        const mode_t before = umask(mode_t(mask));
+        const bool created = segment.create(size, clear, false);
+        umask(before);
+        QVERIFY2(created, textOf(segment).constData());
+        QVERIFY(segment.isAttached());
+        QCOMPARE(segment.error(), 0);
+        QCOMPARE(textOf(segment), QByteArray());
+        QCOMPARE(segment.size(), size);
+        QCOMPARE(directory.names(), QStringList{key});
+        const struct stat found = directory.status(key);
+        QCOMPARE(qint64(found.st_size), size);
+        QCOMPARE(int(found.st_mode), int(S_IFREG | 0600));
+        QCOMPARE(qint64(found.st_nlink), qint64(1));
+        QVERIFY(found.st_blocks * 512 >= size);
+        QCOMPARE(directory.bytes(key), QByteArray(int(size), '\0'));
+        QVERIFY(segment.isIntact());
+    }
+
+    void createWithoutASize_data() {
+        QTest::addColumn<qint64>("size");
+        QTest::newRow("none") << qint64(0);
+        QTest::newRow("negative") << qint64(-1);
+        QTest::newRow("most negative") << std::numeric_limits<qint64>::min();
+    }
+
+    void createWithoutASize() {
+        QFETCH(qint64, size);
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(!segment.create(size, true, false));
+        QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+        QCOMPARE(directory.names(), QStringList());
+    }
+
+    void createTooLarge_data() {
+        QTest::addColumn<qint64>("size");
+        QTest::newRow("more than there is") << (qint64(1) << 50);
+        QTest::newRow("as large as a number gets") << std::numeric_limits<qint64>::max();
+    }
+
+    void createTooLarge() {
+        QFETCH(qint64, size);
+        const SegmentDirectory directory;
+        const QStringList descriptors = openDescriptors();
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(!segment.create(size, true, false));
+        QCOMPARE(segment.error(), int(qzSharedMemory::OutOfResources));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+        QVERIFY(!segment.isAttached());
+        QCOMPARE(directory.names(), QStringList());
+        QCOMPARE(openDescriptors(), descriptors);
+    }
+
+    void keys_data() {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<bool>("good");
+        QTest::newRow("empty") << QByteArray() << false;
+        QTest::newRow("slash inside") << QByteArray("a/b") << false;
+        QTest::newRow("slash first") << QByteArray("/a") << false;
+        QTest::newRow("slash alone") << QByteArray("/") << false;
+        QTest::newRow("the directory") << QByteArray(".") << false;
+        QTest::newRow("the one above") << QByteArray("..") << false;
+        QTest::newRow("three dots") << QByteArray("...") << true;
+        QTest::newRow("blank") << QByteArray(" ") << true;
+        QTest::newRow("bytes above 0x7f") << QByteArray("\xc3\xa4\xff") << true;
+        QTest::newRow("placeholder") << QByteArray("%1") << true;
+        QTest::newRow("250 bytes") << QByteArray(250, 'k') << true;
+    }
+
+    void keys() {
+        QFETCH(QByteArray, name);
+        QFETCH(bool, good);
+        const SegmentDirectory directory;
+        qzSharedMemory segment(name.constData(), mode, directory.path());
+        QCOMPARE(segment.create(blockSize, true, false), good);
+        QCOMPARE(segment.error(), int(good ? qzSharedMemory::None : qzSharedMemory::BadKey));
+        if (good)
+            QVERIFY(S_ISREG(directory.status(name.constData()).st_mode));
+        else
+            QCOMPARE(directory.names(), QStringList());
+        segment.detach();
+        QVERIFY(!segment.attach());
+        QCOMPARE(segment.error(), int(good ? qzSharedMemory::NotFound : qzSharedMemory::BadKey));
+        QVERIFY(textOf(segment).size() <= 250 && textOf(segment).endsWith('.'));
+    }
+
+    void createOnATakenName() {
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile(key, "somebody's"));
+        qzSharedMemory segment(key, mode, directory.path());
+        errno = 0;
+        const bool created = segment.create(blockSize, true, false);
+        const int reason = errno;
+        QVERIFY(!created);
+        QCOMPARE(reason, EEXIST);
+        QCOMPARE(segment.error(), 4);
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+        QVERIFY(!segment.isAttached());
+        QCOMPARE(directory.bytes(key), QByteArray("somebody's"));
+        QCOMPARE(directory.names(), QStringList{key});
+    }
+
+    void createFails_data() {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("no directory") << QStringLiteral("/missing");
+        QTest::newRow("a file in its place") << QStringLiteral("/file");
+    }
+
+    void createFails() {
+        QFETCH(QString, path);
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile("file", ""));
+        qzSharedMemory segment(key, mode, (directory.path() + path.toUtf8()).constData());
+        QVERIFY(!segment.create(blockSize, true, false));
+        const int reason = errno;
+        QCOMPARE(segment.error(), int(qzSharedMemory::OutOfResources));
+        QVERIFY(reason == ENOENT || reason == ENOTDIR);
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+        QVERIFY(!segment.attach());
+        QCOMPARE(segment.error(), int(qzSharedMemory::NotFound));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+    }
+
+    void replaceTakesTheName() {
+        const SegmentDirectory directory;
+        qzSharedMemory old(key, mode, directory.path());
+        qzSharedMemory fresh(key, mode, directory.path());
+        QVERIFY(old.create(4000, true, false));
+        QVERIFY(old.write("old", 3));
+        QVERIFY(fresh.create(blockSize, false, true));
+        QCOMPARE(directory.names(), QStringList{key});
+        QCOMPARE(directory.bytes(key), QByteArray(int(blockSize), '\0'));
+        QCOMPARE(int(directory.status(key).st_mode & 07777), 0600);
+        QVERIFY(fresh.isIntact());
+        QVERIFY(!old.isIntact());
+        QCOMPARE(old.error(), int(qzSharedMemory::NotFound));
+        QVERIFY(old.detach());
+        QCOMPARE(directory.names(), QStringList{key});
+        QVERIFY(fresh.detach());
+        QCOMPARE(directory.names(), QStringList());
+    }
+
+    void replaceWhereNothingIs() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, true));
+        QCOMPARE(directory.names(), QStringList{key});
+    }
+
+    void replaceFails() {
+        const SegmentDirectory directory;
+        QVERIFY(QDir().mkdir(directory.file(key)));
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(!segment.create(blockSize, true, true));
+        QVERIFY(!segment.isAttached());
+        QCOMPARE(directory.names(), QStringList{key}); // no temporary name is left
+    }
+
+    void createWhileAttached() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        QVERIFY(!segment.create(4000, true, false));
+        QCOMPARE(segment.error(), int(qzSharedMemory::AlreadyExists));
+        QVERIFY(segment.isAttached());
+        QCOMPARE(segment.size(), blockSize);
+        QVERIFY(QFile::remove(directory.file(key)));
+        QVERIFY(!segment.isIntact());
+        QVERIFY(segment.create(4000, true, false)); // made anew
+        QCOMPARE(segment.size(), qint64(4000));
+        QVERIFY(segment.isIntact());
+        QCOMPARE(directory.names(), QStringList{key});
+    }
+
+    void attach_data() {
+        QTest::addColumn<int>("size");
+        for (const int size : {0, 1, 4000, 7472, 10000})
+            QTest::addRow("%d bytes", size) << size;
+    }
+
+    void attach() {
+        QFETCH(int, size);
+        const SegmentDirectory directory;
+        const QByteArray content(size, 'x');
+        QVERIFY(directory.makeFile(key, content));
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.attach());
+        QVERIFY(segment.isAttached());
+        QCOMPARE(segment.size(), qint64(size));
+        QCOMPARE(segment.error(), 0);
+        QCOMPARE(directory.bytes(key), content);
+        QVERIFY(segment.isIntact());
+        QVERIFY(segment.attach());
+        QCOMPARE(segment.error(), 0);
+        const void* bytes = segment.data();
+        QCOMPARE(bytes == nullptr, size == 0);
+        QCOMPARE(segment.error(), 0);
+        QVERIFY(bytes == nullptr || std::memcmp(bytes, content.constData(), std::size_t(size)) == 0);
+    }
+
+    void attachToNothing() {
+        const SegmentDirectory directory;
+        const QStringList descriptors = openDescriptors();
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(!segment.attach());
+        QCOMPARE(segment.error(), int(qzSharedMemory::NotFound));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+        QVERIFY(!segment.isAttached());
+        QCOMPARE(openDescriptors(), descriptors);
+    }
+
+    void withoutASegment() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(!segment.lock());
+        QCOMPARE(segment.error(), int(qzSharedMemory::LockFailed));
+        QVERIFY(!segment.unlock());
+        QCOMPARE(segment.error(), int(qzSharedMemory::LockFailed));
+        QVERIFY(segment.data() == nullptr);
+        QCOMPARE(segment.error(), int(qzSharedMemory::NotFound));
+        QVERIFY(!segment.write("x", 1));
+        QCOMPARE(segment.error(), int(qzSharedMemory::NotFound));
+        QVERIFY(!segment.isIntact());
+        QCOMPARE(segment.error(), int(qzSharedMemory::NotFound));
+        QVERIFY(!segment.detach());
+        QCOMPARE(segment.error(), int(qzSharedMemory::NotFound));
+    }
+
+    void data() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        qzSharedMemory reader(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        QVERIFY(reader.attach());
+        char* bytes = static_cast<char*>(segment.data());
+        QVERIFY(bytes != nullptr);
+        QCOMPARE(segment.data(), static_cast<void*>(bytes));
+        bytes[0] = 'a';
+        bytes[blockSize - 1] = 'z';
+        QCOMPARE(directory.bytes(key).at(0), 'a');
+        QCOMPARE(directory.bytes(key).at(int(blockSize) - 1), 'z');
+        QVERIFY(reader.data() != nullptr && reader.data() != bytes);
+        QCOMPARE(static_cast<char*>(reader.data())[0], 'a');
+        QVERIFY(segment.write("b", 1));
+        QCOMPARE(bytes[0], 'b');
+    }
+
+    void dataThatCanNotBeMapped() {
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile(key, "x"));
+        QCOMPARE(truncate(directory.file(key).constData(), off_t(1) << 50),
+                 0); // more than there are addresses
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.attach());
+        QVERIFY(segment.data() == nullptr);
+        QCOMPARE(segment.error(), int(qzSharedMemory::OutOfResources));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+    }
+
+    void dataOfAShrunkenSegment() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        QCOMPARE(truncate(directory.file(key).constData(), 10), 0);
+        QVERIFY(segment.data() == nullptr);
+        QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
+    }
+
+    void readersMappingRefusesWriting() {
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile(key, QByteArray(int(blockSize), 'x')));
+        qzSharedMemory reader(key, qzSharedMemory::ModeRead, directory.path());
+        qzSharedMemory writer(key, mode, directory.path());
+        QVERIFY(reader.attach() && writer.attach());
+        // The kernel tells what may be written, without a signal.
+        const int zero = open("/dev/zero", O_RDONLY | O_CLOEXEC);
+        QCOMPARE(read(zero, writer.data(), 1), ssize_t(1));
+        QCOMPARE(read(zero, reader.data(), 1), ssize_t(-1));
+        close(zero);
+        QVERIFY(!reader.write("y", 1));
+        QCOMPARE(reader.error(), int(qzSharedMemory::PermissionDenied));
+        QVERIFY(reader.lock() && reader.unlock() && reader.detach());
+        QCOMPARE(directory.names(), QStringList{key});
+    }
+
+    void write() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        const timespec old[2] = {{1000, 0}, {1000, 0}};
+        QCOMPARE(utimensat(AT_FDCWD, directory.file(key).constData(), old, 0), 0);
+        const QByteArray block(7469, 'b');
+        const std::time_t before = std::time(nullptr);
+        QVERIFY(segment.write(block.constData(), block.size()));
+        QCOMPARE(segment.error(), 0);
+        QCOMPARE(directory.bytes(key), block + QByteArray(3, '\0'));
+        QVERIFY(directory.status(key).st_mtime >= before - 1);
+    }
+
+    /// Written through a mapping the time would stay, and so it does when nothing is written.
+    void writeOfNothingSetsTheTime() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        const timespec old[2] = {{1000, 0}, {1000, 0}};
+        QCOMPARE(utimensat(AT_FDCWD, directory.file(key).constData(), old, 0), 0);
+        QVERIFY(segment.write("", 0));
+        QVERIFY(directory.status(key).st_mtime > 1000);
+    }
+
+    void writeRefused_data() {
+        QTest::addColumn<qint64>("count");
+        QTest::newRow("one byte more") << blockSize + 1;
+        QTest::newRow("negative") << qint64(-1);
+        QTest::newRow("huge") << std::numeric_limits<qint64>::max();
+    }
+
+    void writeRefused() {
+        QFETCH(qint64, count);
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        const QByteArray bytes(int(blockSize) + 1, 'x');
+        QVERIFY(!segment.write(bytes.constData(), count));
+        QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+        QCOMPARE(directory.bytes(key), QByteArray(int(blockSize), '\0'));
+    }
+
+    void truncatedWhileMapped() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        QVERIFY(segment.data() != nullptr);
+        QCOMPARE(truncate(directory.file(key).constData(), 0), 0);
+        const QByteArray block(int(blockSize), 'b');
+        QVERIFY(!segment.write(block.constData(), block.size()));
+        QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
+        QCOMPARE(qint64(directory.status(key).st_size), qint64(0));
+        QVERIFY(!segment.isIntact());
+        QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+        QVERIFY(segment.lock() && segment.unlock());
+        QVERIFY(segment.detach());
+        // Smaller than what was asked for: not this segment's to remove.
+        QCOMPARE(directory.names(), QStringList{key});
+    }
+
+    void isIntact_data() {
+        QTest::addColumn<int>("size");
+        QTest::addColumn<bool>("asked");
+        QTest::addColumn<bool>("intact");
+        QTest::newRow("exact") << 7472 << true << true;
+        QTest::newRow("larger") << 10000 << true << true;
+        QTest::newRow("a byte too small") << 7471 << true << false;
+        QTest::newRow("small, but none was asked for") << 10 << false << true;
+    }
+
+    void isIntact() {
+        QFETCH(int, size);
+        QFETCH(bool, asked);
+        QFETCH(bool, intact);
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile(key, QByteArray(size, 'x')));
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(!asked || !segment.create(blockSize, true, false));
+        QVERIFY(segment.attach());
+        QCOMPARE(segment.isIntact(), intact);
+        QCOMPARE(segment.error(), int(intact ? qzSharedMemory::None : qzSharedMemory::InvalidSize));
+        QVERIFY(segment.detach());
+        QCOMPARE(directory.names(), intact ? QStringList() : QStringList{key});
+    }
+
+    void nameGoneOrAnothers_data() {
+        QTest::addColumn<QString>("now");
+        QTest::newRow("gone") << QString();
+        QTest::newRow("another file") << QStringLiteral("file");
+        QTest::newRow("a link to the segment itself") << QStringLiteral("link");
+    }
+
+    void nameGoneOrAnothers() {
+        QFETCH(QString, now);
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        QVERIFY(segment.data() != nullptr);
+        if (now == QLatin1String("link")) {
+            QCOMPARE(rename(directory.file(key).constData(), directory.file("moved").constData()), 0);
+            QCOMPARE(symlink("moved", directory.file(key).constData()), 0);
+        } else {
+            QVERIFY(QFile::remove(directory.file(key)));
+            QVERIFY(now.isEmpty() || directory.makeFile(key, QByteArray(int(blockSize), 'x')));
+        }
+        const QStringList names = directory.names();
+        QVERIFY(!segment.isIntact());
+        QCOMPARE(segment.error(), int(qzSharedMemory::NotFound));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+        QVERIFY(segment.write("still writable", 14));
+        QVERIFY(segment.detach());
+        QCOMPARE(directory.names(), names);
+    }
+
+    void detach_data() {
+        QTest::addColumn<int>("modeBits");
+        QTest::addColumn<bool>("removed");
+        for (int bits = 0; bits < 8; ++bits)
+            QTest::addRow("mode %d", bits) << bits << ((bits & 1) != 0);
+    }
+
+    void detach() {
+        QFETCH(int, modeBits);
+        QFETCH(bool, removed);
+        const SegmentDirectory directory;
+        const QStringList descriptors = openDescriptors();
+        qzSharedMemory segment(key, static_cast<unsigned char>(modeBits), directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        QVERIFY(segment.detach());
+        QCOMPARE(segment.error(), 0);
+        QVERIFY(!segment.isAttached());
+        QCOMPARE(segment.size(), qint64(0));
+        QCOMPARE(directory.names(), removed ? QStringList() : QStringList{key});
+        QCOMPARE(openDescriptors(), descriptors);
+        QVERIFY(directory.makeFile(key, "x"));
+        QVERIFY(segment.attach());
+    }
+
+    void lastOneOutRemoves() {
+        const SegmentDirectory directory;
+        qzSharedMemory first(key, mode, directory.path());
+        qzSharedMemory second(key, mode, directory.path());
+        qzSharedMemory third(key, qzSharedMemory::ModeRead, directory.path());
+        QVERIFY(first.create(blockSize, true, false) && second.attach() && third.attach());
+        QVERIFY(first.detach());
+        QCOMPARE(directory.names(), QStringList{key});
+        QVERIFY(third.detach());
+        QCOMPARE(directory.names(), QStringList{key});
+        QVERIFY(second.detach());
+        QCOMPARE(directory.names(), QStringList());
+    }
+
+    void destructorDetaches() {
+        const SegmentDirectory directory;
+        const QStringList descriptors = openDescriptors();
+        {
+            qzSharedMemory segment(key, mode, directory.path());
+            QVERIFY(segment.create(blockSize, true, false));
+            QVERIFY(segment.data() != nullptr);
+        }
+        QCOMPARE(directory.names(), QStringList());
+        QCOMPARE(openDescriptors(), descriptors);
+    }
+
+    void lock() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        const int reader = open(directory.file(key).constData(), O_RDONLY | O_CLOEXEC);
+        QVERIFY(segment.lock());
+        QVERIFY(segment.lock());
+        QVERIFY(flock(reader, LOCK_EX | LOCK_NB) != 0);
+        QVERIFY(segment.unlock());
+        QCOMPARE(flock(reader, LOCK_EX | LOCK_NB), 0);
+        close(reader);
+        QVERIFY(segment.lock());
+        QCOMPARE(segment.error(), 0);
+    }
+
+    void lockWaitsABoundedTime() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        qzSharedMemory other(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false) && other.attach() && other.lock());
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(!segment.lock());
+        const qint64 waited = timer.elapsed();
+        QVERIFY2(waited >= 990 && waited < 1500, QByteArray::number(waited).constData());
+        QCOMPARE(segment.error(), int(qzSharedMemory::LockFailed));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+        QVERIFY(textOf(segment).contains("lock was not free in time"));
+        QVERIFY(other.unlock() && segment.lock());
+        QCOMPARE(textOf(segment), QByteArray());
+    }
+
+    void lockIsTakenWhenItGetsFree() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        qzSharedMemory other(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false) && other.attach() && other.lock());
+        std::thread release([&other] {
+            QTest::qSleep(200);
+            other.unlock();
+        });
+        QElapsedTimer timer;
+        timer.start();
+        const bool locked = segment.lock();
+        const qint64 waited = timer.elapsed();
+        release.join();
+        QVERIFY(locked);
+        QVERIFY2(waited >= 150 && waited < 900, QByteArray::number(waited).constData());
+    }
+
+    void everyErrorTextNamesTheSegment() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(QByteArray(250, 'k').constData(), mode, directory.path());
+        QVERIFY(!segment.attach());
+        const QByteArray text = textOf(segment);
+        QVERIFY2(text.startsWith("The shared memory \"" + QByteArray(100, 'k') + "...\" "), text.constData());
+        QVERIFY(text.endsWith("does not exist."));
+    }
+
+    void descriptorsAreClosedOnExec() {
+        const SegmentDirectory directory;
+        qzSharedMemory made(key, mode, directory.path());
+        qzSharedMemory replaced("other", mode, directory.path());
+        qzSharedMemory attached(key, mode, directory.path());
+        QVERIFY(made.create(blockSize, true, false) && replaced.create(blockSize, true, true) &&
+                attached.attach());
+        int checked = 0;
+        for (const QString& number : openDescriptors()) {
+            const QString target = QFile::symLinkTarget(QStringLiteral("/proc/self/fd/") + number);
+            if (!target.startsWith(QLatin1String(directory.path())))
+                continue;
+            QVERIFY((fcntl(number.toInt(), F_GETFD) & FD_CLOEXEC) != 0);
+            ++checked;
+        }
+        QCOMPARE(checked, 3);
+    }
+
+    /// A signal would end the process that goes past this limit.
+    void fileSizeLimit() {
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile("existing", QByteArray(200, 'x')));
+        ChildProcess child([&directory] {
+            const struct rlimit small { 100, 100 };
+            if (setrlimit(RLIMIT_FSIZE, &small) != 0)
+                return 1;
+            qzSharedMemory segment(key, mode, directory.path());
+            if (segment.create(101, true, false) || segment.error() != qzSharedMemory::OutOfResources)
+                return 2;
+            if (!segment.create(100, true, false))
+                return 3;
+            qzSharedMemory existing("existing", mode, directory.path());
+            const QByteArray bytes(200, 'y');
+            if (!existing.attach() || existing.write(bytes.constData(), 200) ||
+                existing.error() != qzSharedMemory::OutOfResources)
+                return 4;
+            return existing.write(bytes.constData(), 100) ? 0 : 5;
+        });
+        QCOMPARE(child.result(), 0);
+    }
+
+    void withoutDescriptors() {
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile("existing", "x"));
+        ChildProcess child([&directory] {
+            const struct rlimit none { 0, 0 };
+            if (setrlimit(RLIMIT_NOFILE, &none) != 0)
+                return 1;
+            qzSharedMemory segment(key, mode, directory.path());
+            if (segment.create(100, true, false) || segment.error() != qzSharedMemory::OutOfResources)
+                return 2;
+            qzSharedMemory existing("existing", mode, directory.path());
+            return existing.attach() || existing.error() != qzSharedMemory::OutOfResources ? 3 : 0;
+        });
+        QCOMPARE(child.result(), 0);
+        QCOMPARE(directory.names(), QStringList{"existing"});
+    }
+};
+
+QTEST_APPLESS_MAIN(TestQzSharedMemory)
+#include "test_qzSharedMemory.moc"

@@ -1,0 +1,160 @@
+#include <QtTest>
+
+#include "support/qzString.h"
+
+class TestQzString : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void fromText_data() {
+        QTest::addColumn<QByteArray>("given");
+        QTest::addColumn<QByteArray>("held");
+        QTest::newRow("empty") << QByteArray("") << QByteArray("");
+        QTest::newRow("short") << QByteArray("-bench") << QByteArray("-bench");
+        QTest::newRow("one below the capacity") << QByteArray(24, 'x') << QByteArray(24, 'x');
+        QTest::newRow("exactly the capacity") << QByteArray(25, 'x') << QByteArray(25, 'x');
+        QTest::newRow("one above the capacity") << QByteArray(25, 'x') + "y" << QByteArray(25, 'x');
+        QTest::newRow("10000 characters") << QByteArray(10000, 'x') << QByteArray(25, 'x');
+        QTest::newRow("bytes above 0x7f") << QByteArray("\xc3\xa4\xff") << QByteArray("\xc3\xa4\xff");
+        QTest::newRow("cut inside a character")
+            << QByteArray(24, 'x') + "\xc3\xa4" << QByteArray(24, 'x') + "\xc3";
+        QTest::newRow("embedded NUL") << QByteArray("ab\0cd", 5) << QByteArray("ab");
+    }
+
+    void fromText() {
+        QFETCH(QByteArray, given);
+        QFETCH(QByteArray, held);
+        const _qzString8_allSize<25> text(given.constData());
+        QCOMPARE(QByteArray(text.c_str()), held);
+        QCOMPARE(text.length(), std::size_t(held.size()));
+    }
+
+    void readsNothingBeyondTheCapacity() {
+        const char unterminated[25] = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l', 'm',
+                                       'n', 'o', 'p', 'q', 'r', 's', 't', 'u', 'v', 'w', 'x', 'y'};
+        QCOMPARE(QByteArray(_qzString8_allSize<25>(unterminated).c_str()), QByteArray(unterminated, 25));
+    }
+
+    void nullAndDefaultAreEmpty() {
+        const char* null = nullptr;
+        QCOMPARE(_qzString8_allSize<100>(null).length(), std::size_t(0));
+        QCOMPARE(QByteArray(_qzString8_allSize<100>(null).c_str()), QByteArray(""));
+        QCOMPARE(_qzString8_allSize<100>().length(), std::size_t(0));
+        QCOMPARE(QString(_qzString8_allSize<100>()), QString());
+        QCOMPARE(_qzString<50>(null).length(), std::size_t(0));
+        QCOMPARE(_qzString<50>().length(), std::size_t(0));
+    }
+
+    void fromQString() {
+        QCOMPARE(QByteArray(_qzString8_allSize<25>(QStringLiteral("render")).c_str()), QByteArray("render"));
+        QCOMPARE(QByteArray(_qzString8_allSize<25>(QString::fromUtf8("\xc3\xa4")).c_str()),
+                 QByteArray("\xc3\xa4"));
+        QCOMPARE(_qzString8_allSize<25>(QString(26, QLatin1Char('x'))).length(), std::size_t(25));
+        QCOMPARE(_qzString8_allSize<25>(QString()).length(), std::size_t(0));
+    }
+
+    void toQString_data() {
+        QTest::addColumn<QString>("text");
+        QTest::newRow("plain") << QStringLiteral("qzGpuInfo_v2");
+        QTest::newRow("beyond ASCII") << QString::fromUtf8("Gr\xc3\xb6\xc3\x9f"
+                                                           "e \xe2\x82\xac");
+        QTest::newRow("beyond 16 bits") << QString::fromUtf8("\xf0\x9f\x98\x80!");
+    }
+
+    void toQString() {
+        QFETCH(QString, text);
+        QCOMPARE(QString(_qzString8_allSize<100>(text.toUtf8().constData())), text);
+        QCOMPARE(QString(_qzString8_allSize<250>(text.toUtf8().constData())), text);
+        QCOMPARE(QString(_qzString<500>(text.toUtf8().constData())), text);
+        QCOMPARE(QString(_qzString<500>(text)), text);
+    }
+
+    void isEqual_data() {
+        QTest::addColumn<QByteArray>("left");
+        QTest::addColumn<QByteArray>("right");
+        QTest::addColumn<bool>("equal");
+        QTest::newRow("same") << QByteArray("-v") << QByteArray("-v") << true;
+        QTest::newRow("both empty") << QByteArray() << QByteArray() << true;
+        QTest::newRow("other case") << QByteArray("-v") << QByteArray("-V") << false;
+        QTest::newRow("beginning") << QByteArray("-bench") << QByteArray("-benchShort") << false;
+        QTest::newRow("longer") << QByteArray("-benchShort") << QByteArray("-bench") << false;
+        QTest::newRow("empty and not") << QByteArray() << QByteArray("-v") << false;
+        QTest::newRow("cut at 100") << QByteArray(101, 'x') << QByteArray(100, 'x') << true;
+        QTest::newRow("option and more")
+            << QByteArray("-v") + QByteArray(200, ' ') << QByteArray("-v") << false;
+    }
+
+    void isEqual() {
+        QFETCH(QByteArray, left);
+        QFETCH(QByteArray, right);
+        QFETCH(bool, equal);
+        QCOMPARE(_qzString8_allSize<100>(left.constData()).isEqual(right.constData()), equal);
+    }
+
+    void startsWith() {
+        QVERIFY(_qzString8_allSize<100>("-bench").startsWith('-'));
+        QVERIFY(!_qzString8_allSize<100>("render-").startsWith('-'));
+        QVERIFY(!_qzString8_allSize<100>("").startsWith('-'));
+        QVERIFY(!_qzString8_allSize<100>("").startsWith('\0'));
+    }
+
+    void plus_data() {
+        QTest::addColumn<QByteArray>("left");
+        QTest::addColumn<QByteArray>("right");
+        QTest::addColumn<QByteArray>("sum");
+        QTest::newRow("both") << QByteArray("11-21 03:24:10") << QByteArray("| ")
+                              << QByteArray("11-21 03:24:10| ");
+        QTest::newRow("nothing added") << QByteArray("a") << QByteArray("") << QByteArray("a");
+        QTest::newRow("to nothing") << QByteArray("") << QByteArray("b") << QByteArray("b");
+        QTest::newRow("fills") << QByteArray(249, 'x') << QByteArray("y") << QByteArray(249, 'x') + "y";
+        QTest::newRow("cut") << QByteArray(249, 'x') << QByteArray("yz") << QByteArray(249, 'x') + "y";
+        QTest::newRow("no room") << QByteArray(250, 'x') << QByteArray("y") << QByteArray(250, 'x');
+    }
+
+    void plus() {
+        QFETCH(QByteArray, left);
+        QFETCH(QByteArray, right);
+        QFETCH(QByteArray, sum);
+        const _qzString8_allSize<250> text(left.constData());
+        QCOMPARE(QByteArray((text + right.constData()).c_str()), sum);
+        QCOMPARE(QByteArray(text.c_str()), left);
+    }
+
+    void plusNull() {
+        const char* null = nullptr;
+        QCOMPARE(QByteArray((_qzString8_allSize<250>("a") + null).c_str()), QByteArray("a"));
+    }
+
+    void wide_data() {
+        QTest::addColumn<QString>("given");
+        QTest::addColumn<QString>("held");
+        QTest::newRow("exactly the capacity")
+            << QString(50, QLatin1Char('x')) << QString(50, QLatin1Char('x'));
+        QTest::newRow("above it") << QString(51, QLatin1Char('x')) << QString(50, QLatin1Char('x'));
+        QTest::newRow("characters, not bytes") << QString(51, QChar(0x20ac)) << QString(50, QChar(0x20ac));
+    }
+
+    void wide() {
+        QFETCH(QString, given);
+        QFETCH(QString, held);
+        const _qzString<50> text(given.toUtf8().constData());
+        QCOMPARE(QString(text), held);
+        QCOMPARE(text.length(), std::size_t(50));
+        QCOMPARE(std::wcslen(text.c_str()), std::size_t(50));
+    }
+
+    void wideHoldsOneCodePointACharacter() {
+        const _qzString<50> text("\xf0\x9f\x98\x80");
+        QCOMPARE(text.length(), std::size_t(1));
+        QCOMPARE(quint32(text.c_str()[0]), quint32(0x1f600));
+    }
+
+    void storedInline() {
+        QVERIFY(sizeof(_qzString8_allSize<250>) > 250);
+        QVERIFY(std::is_trivially_copyable_v<_qzString8_allSize<250>>);
+        QVERIFY(std::is_trivially_copyable_v<_qzString<500>>);
+    }
+};
+
+QTEST_APPLESS_MAIN(TestQzString)
+#include "test_qzString.moc"

@@ -1,0 +1,239 @@
+// How an object comes to its name where the system lacks one of the ways.
+#include <QtTest>
+
+#include <cerrno>
+#include <cstddef>
+
+#include <fcntl.h>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+
+#include "ChildProcess.h"
+#include "SegmentDirectory.h"
+#include "support/segmentObject.h"
+
+namespace {
+
+constexpr int notPossible = 99; ///< a child's result: the machine doesn't allow what the test needs
+constexpr qint64 size = 7472;
+
+/// From here on, for this process: `call` fails with `reason` where its third argument has all bits of
+/// `flags`.
+bool refuse(unsigned call, unsigned flags, unsigned reason) {
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 4),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args) + 2 * sizeof(std::uint64_t)),
+        BPF_STMT(BPF_ALU | BPF_AND | BPF_K, flags),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, flags, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | reason),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog filter{sizeof program / sizeof program[0], program};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+/// The flag of O_TMPFILE that no other way of opening has.
+constexpr unsigned unnamedFlag = unsigned(O_TMPFILE) & ~unsigned(O_DIRECTORY);
+
+FileDescriptor create(const SegmentDirectory& directory, bool replace = false) {
+    return createSegmentObject(directory.path(), directory.file("segment"), size, replace);
+}
+
+bool isWhole(const SegmentDirectory& directory) {
+    const struct stat found = directory.status("segment");
+    return directory.names() == QStringList{"segment"} && found.st_size == size && found.st_nlink == 1 &&
+           found.st_mode == (S_IFREG | 0600);
+}
+
+} // namespace
+
+class TestSegmentObject : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void otherWays_data() {
+        QTest::addColumn<int>("call");
+        QTest::addColumn<uint>("flags");
+        QTest::addColumn<int>("reason");
+        QTest::newRow("all there") << -1 << 0u << 0;
+        QTest::newRow("no unnamed files: not supported") << int(SYS_openat) << unnamedFlag << EOPNOTSUPP;
+        QTest::newRow("no unnamed files: taken for a directory") << int(SYS_openat) << unnamedFlag << EISDIR;
+        QTest::newRow("no unnamed files: unknown flag") << int(SYS_openat) << unnamedFlag << EINVAL;
+        QTest::newRow("nothing can be linked") << int(SYS_linkat) << 0u << EPERM;
+    }
+
+    void otherWays() {
+        QFETCH(int, call);
+        QFETCH(uint, flags);
+        QFETCH(int, reason);
+        const SegmentDirectory directory;
+        ChildProcess child([&] {
+            if (call >= 0 && !refuse(unsigned(call), flags, unsigned(reason)))
+                return notPossible;
+            const FileDescriptor object = create(directory);
+            if (!object.isOpen() || !isWhole(directory) || objectSize(object.get()) != size)
+                return 1;
+            if (create(directory).isOpen() || errno != EEXIST || !isWhole(directory))
+                return 2;
+            return 0;
+        });
+        const int result = child.result();
+        if (result == notPossible)
+            QSKIP("SKIPPED: system calls can't be filtered here");
+        QCOMPARE(result, 0);
+        QVERIFY(isWhole(directory));
+    }
+
+    /// The name's being free is settled when it is given, not when it was looked at.
+    void nameTakenMeanwhile_data() {
+        QTest::addColumn<bool>("unnamed");
+        QTest::newRow("linked") << true;
+        QTest::newRow("renamed") << false;
+    }
+
+    void nameTakenMeanwhile() {
+        QFETCH(bool, unnamed);
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile("segment", "another's"));
+        ChildProcess child([&] {
+            // The look doesn't see it.
+            if (!refuse(SYS_newfstatat, 0, ENOENT) || !refuse(SYS_lstat, 0, ENOENT))
+                return notPossible;
+            if (!unnamed && !refuse(SYS_openat, unnamedFlag, EOPNOTSUPP))
+                return notPossible;
+            const FileDescriptor object = create(directory);
+            return !object.isOpen() && errno == EEXIST ? 0 : 1;
+        });
+        const int result = child.result();
+        if (result == notPossible)
+            QSKIP("SKIPPED: system calls can't be filtered here");
+        QCOMPARE(result, 0);
+        QCOMPARE(directory.bytes("segment"), QByteArray("another's"));
+        QCOMPARE(directory.names(), QStringList{"segment"});
+    }
+
+    void failedReasonsStay_data() {
+        QTest::addColumn<int>("call");
+        QTest::addColumn<uint>("flags");
+        QTest::addColumn<int>("reason");
+        QTest::addColumn<bool>("replace");
+        for (const bool replace : {false, true}) {
+            const char* how = replace ? "replace" : "create";
+            QTest::addRow("%s: no rights set", how) << int(SYS_fchmod) << 0u << EPERM << replace;
+            QTest::addRow("%s: no room", how) << int(SYS_fallocate) << 0u << ENOSPC << replace;
+            QTest::addRow("%s: no record lock", how) << int(SYS_fcntl) << 0u << ENOLCK << replace;
+            QTest::addRow("%s: no descriptor", how)
+                << int(SYS_openat) << unsigned(O_RDWR) << EMFILE << replace;
+        }
+        QTest::newRow("replace: no renaming") << int(SYS_renameat) << 0u << EIO << true;
+    }
+
+    void failedReasonsStay() {
+        QFETCH(int, call);
+        QFETCH(uint, flags);
+        QFETCH(int, reason);
+        QFETCH(bool, replace);
+        const SegmentDirectory directory;
+        ChildProcess child([&] {
+            if (!refuse(unsigned(call), flags, unsigned(reason)))
+                return notPossible;
+            const FileDescriptor object = create(directory, replace);
+            return !object.isOpen() && errno == reason ? 0 : 1;
+        });
+        const int result = child.result();
+        if (result == notPossible)
+            QSKIP("SKIPPED: system calls can't be filtered here");
+        QCOMPARE(result, 0);
+        QCOMPARE(directory.names(), QStringList());
+    }
+
+    void renamingFails() {
+        const SegmentDirectory directory;
+        ChildProcess child([&] {
+            if (!refuse(SYS_openat, unnamedFlag, EOPNOTSUPP) || !refuse(SYS_renameat2, 0, EINVAL))
+                return notPossible;
+            const FileDescriptor object = create(directory);
+            return !object.isOpen() && errno == EINVAL ? 0 : 1;
+        });
+        const int result = child.result();
+        if (result == notPossible)
+            QSKIP("SKIPPED: system calls can't be filtered here");
+        QCOMPARE(result, 0);
+        QCOMPARE(directory.names(), QStringList());
+    }
+
+    void openFails_data() {
+        QTest::addColumn<int>("call");
+        QTest::addColumn<int>("reason");
+        QTest::newRow("interrupted without end") << int(SYS_openat) << EINTR;
+        QTest::newRow("no record lock") << int(SYS_fcntl) << ENOLCK;
+    }
+
+    void openFails() {
+        QFETCH(int, call);
+        QFETCH(int, reason);
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile("segment", "x"));
+        ChildProcess child([&] {
+            if (!refuse(unsigned(call), 0, unsigned(reason)))
+                return notPossible;
+            const FileDescriptor object = openSegmentObject(directory.file("segment"), true);
+            return !object.isOpen() && errno == (reason == EINTR ? EAGAIN : reason) ? 0 : 1;
+        });
+        const int result = child.result();
+        if (result == notPossible)
+            QSKIP("SKIPPED: system calls can't be filtered here");
+        QCOMPARE(result, 0);
+    }
+
+    void rightsThatCanNotBeNarrowed() {
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile("segment", "x"));
+        QCOMPARE(chmod(directory.file("segment").constData(), 0644), 0);
+        ChildProcess child([&] {
+            if (!refuse(SYS_fchmod, 0, EPERM))
+                return notPossible;
+            const FileDescriptor object = openSegmentObject(directory.file("segment"), true);
+            return !object.isOpen() && errno == EPERM ? 0 : 1;
+        });
+        const int result = child.result();
+        if (result == notPossible)
+            QSKIP("SKIPPED: system calls can't be filtered here");
+        QCOMPARE(result, 0);
+    }
+
+    void temporaryNameIsFresh() {
+        const SegmentDirectory directory;
+        ChildProcess child([&] {
+            const QByteArray taken = ".qzSegment-" + QByteArray::number(getpid()) + "-0";
+            if (!directory.makeFile(taken.constData(), "another's"))
+                return 1;
+            const FileDescriptor object = create(directory, true);
+            if (!object.isOpen() || directory.bytes(taken.constData()) != "another's")
+                return 2;
+            return directory.names().size() == 2 ? 0 : 3;
+        });
+        QCOMPARE(child.result(), 0);
+    }
+
+    void fileSizeLimit() {
+        QVERIFY(isWithinFileSizeLimit(std::numeric_limits<qint64>::max()));
+        ChildProcess child([] {
+            const struct rlimit small { 100, 100 };
+            setrlimit(RLIMIT_FSIZE, &small);
+            return isWithinFileSizeLimit(100) && !isWithinFileSizeLimit(101) ? 0 : 1;
+        });
+        QCOMPARE(child.result(), 0);
+    }
+
+    void sizeOfNothing() { QCOMPARE(objectSize(-1), qint64(-1)); }
+};
+
+QTEST_APPLESS_MAIN(TestSegmentObject)
+#include "test_segmentObject.moc"
