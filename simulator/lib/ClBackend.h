@@ -25,11 +25,12 @@ class ClBackend {
     virtual cl_int setArgument(cl_kernel kernel, cl_uint index, std::size_t size, const void* value) = 0;
     virtual cl_int write(cl_command_queue queue, cl_mem buffer, std::size_t offset, std::size_t size,
                          const void* data) = 0;
-    virtual cl_int read(cl_command_queue queue, cl_mem buffer, std::size_t offset, std::size_t size, void* data) = 0;
+    virtual cl_int read(cl_command_queue queue, cl_mem buffer, std::size_t offset, std::size_t size,
+                        void* data) = 0;
 
-    /// `dimensions` is 1 to 3; `round` counts the kernel's launches from 1.
-    virtual cl_int launch(cl_command_queue queue, cl_kernel kernel, cl_uint dimensions, const std::size_t* global,
-                          const std::size_t* local, std::uint64_t round) = 0;
+    /// `dimensions` is 1 to 3.
+    virtual cl_int launch(cl_command_queue queue, cl_kernel kernel, cl_uint dimensions,
+                          const std::size_t* global, const std::size_t* local) = 0;
     virtual cl_int finish(cl_command_queue queue) = 0;
     virtual cl_int release(ClKind kind, void* handle) = 0;
 };

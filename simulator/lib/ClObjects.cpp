@@ -19,9 +19,8 @@ void ClObjects::created(ClKind kind, const void* handle, std::size_t size) {
 
 bool ClObjects::isLive(ClKind kind, const void* handle, const char* function) {
     const auto found = m_objects.find(handle);
-    if (found != m_objects.end() && found->second.kind == kind && found->second.lives) {
+    if (found != m_objects.end() && found->second.kind == kind && found->second.lives)
         return true;
-    }
     const bool wasReleased = found != m_objects.end() && found->second.kind == kind;
     Session::instance().misuse(std::string(function) + (wasReleased ? " of a released " : " of what is no ") +
                                kindName(kind));
@@ -29,9 +28,8 @@ bool ClObjects::isLive(ClKind kind, const void* handle, const char* function) {
 }
 
 bool ClObjects::released(ClKind kind, const void* handle, const char* function) {
-    if (!isLive(kind, handle, function)) {
+    if (!isLive(kind, handle, function))
         return false;
-    }
     m_objects[handle].lives = false;
     Session::instance().counters().add(std::string("live:") + kindName(kind), -1);
     return true;

@@ -18,15 +18,13 @@ void* mapCounterFile(const std::string& path) {
         const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
         if (descriptor >= 0) {
             // Growing to the size it has already changes nothing, so every library may do it.
-            if (ftruncate(descriptor, static_cast<off_t>(size)) == 0) {
+            if (ftruncate(descriptor, static_cast<off_t>(size)) == 0)
                 memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-            }
             close(descriptor);
         }
     }
-    if (memory == MAP_FAILED) {
+    if (memory == MAP_FAILED)
         memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    }
     return memory;
 }
 
@@ -34,29 +32,28 @@ void* mapCounterFile(const std::string& path) {
 
 Counters::Counters(const std::string& path) {
     void* memory = mapCounterFile(path);
-    if (memory == MAP_FAILED) {
+    if (memory == MAP_FAILED)
         throw std::bad_alloc();
-    }
     m_file = static_cast<CounterFile*>(memory);
     std::memcpy(m_file->magic, "QZSIM 1", sizeof(m_file->magic));
 }
 
-Counters::~Counters() { munmap(m_file, sizeof(CounterFile)); }
+Counters::~Counters() {
+    munmap(m_file, sizeof(CounterFile));
+}
 
 CounterSlot* Counters::slot(std::string_view name) {
     const std::string key(name.substr(0, sizeof(CounterSlot::name) - 1));
     const auto known = m_known.find(key);
-    if (known != m_known.end()) {
+    if (known != m_known.end())
         return known->second;
-    }
     const auto taken = std::min(m_file->slotCount.load(), CounterFile::maxSlots);
     CounterSlot* found = std::find_if(m_file->slots, m_file->slots + taken,
                                       [&key](const CounterSlot& slot) { return key == slot.name; });
     if (found == m_file->slots + taken) {
         const auto index = m_file->slotCount.fetch_add(1);
-        if (index >= CounterFile::maxSlots) {
+        if (index >= CounterFile::maxSlots)
             return nullptr;
-        }
         found = &m_file->slots[index];
         std::memcpy(found->name, key.data(), key.size());
     }
@@ -71,13 +68,11 @@ std::int64_t Counters::add(std::string_view name, std::int64_t amount) {
 
 std::int64_t Counters::happened(std::string_view name) {
     CounterSlot* counted = slot(name);
-    if (counted == nullptr) {
+    if (counted == nullptr)
         return 0;
-    }
     const auto event = m_file->eventCount.fetch_add(1);
-    if (event < CounterFile::maxEvents) {
+    if (event < CounterFile::maxEvents)
         m_file->events[event] = static_cast<std::uint16_t>(counted - m_file->slots);
-    }
     return counted->value.fetch_add(1) + 1;
 }
 

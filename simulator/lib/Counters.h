@@ -1,5 +1,5 @@
-// Named counters and the order of events, in a file shared with whoever watches, so that they outlive a program
-// that is killed. The launcher decodes the file by the layout below.
+// Named counters and the order of events, in a file shared with whoever watches, so that they outlive a
+// program that is killed. The launcher decodes the file by the layout below.
 #pragma once
 
 #include <atomic>
@@ -33,13 +33,15 @@ static_assert(offsetof(CounterFile, events) == 16 + 128 * CounterFile::maxSlots)
 
 class Counters {
   public:
-    /// Maps `path`, which is made when it is not there; an empty path, or one that fails, counts in memory only.
+    /// Maps `path`, which is made when it is not there; an empty path, or one that fails, counts in memory
+    /// only.
     explicit Counters(const std::string& path);
     ~Counters();
     Counters(const Counters&) = delete;
     Counters& operator=(const Counters&) = delete;
 
-    /// Adds and gives the new value. A new name when all slots are taken is not counted; the answer is then 0.
+    /// Adds and gives the new value. A new name when all slots are taken is not counted; the answer is then
+    /// 0.
     std::int64_t add(std::string_view name, std::int64_t amount = 1);
 
     /// As add(name, 1), and noted in the order of events.

@@ -1,4 +1,5 @@
-// The form of a description file: sections of "key = value" lines. What the keys mean is MachineReader's matter.
+// The form of a description file: sections of "key = value" lines. What the keys mean is MachineReader's
+// matter.
 #pragma once
 
 #include "simulator/lib/Text.h"

@@ -5,8 +5,8 @@
 namespace qzsim {
 
 const std::vector<LibraryInfo>& knownLibraries() {
-    static const std::vector<std::string_view> runtime = {
-        "cudaGetDeviceCount", "cudaGetDeviceProperties", "cudaGetDeviceProperties_v2"};
+    static const std::vector<std::string_view> runtime = {"cudaGetDeviceCount", "cudaGetDeviceProperties",
+                                                          "cudaGetDeviceProperties_v2"};
     static const std::vector<LibraryInfo> libraries = {
         {"libnvidia-ml.so.1",
          "libnvidia-ml.so",
@@ -24,30 +24,43 @@ const std::vector<LibraryInfo>& knownLibraries() {
         {"libOpenCL.so.1",
          "libOpenCL.so",
          "libqzsim-opencl.so",
-         {"clGetPlatformIDs", "clGetPlatformInfo", "clGetDeviceIDs", "clGetDeviceInfo", "clCreateContext",
-          "clCreateCommandQueue", "clCreateProgramWithSource", "clBuildProgram", "clGetProgramBuildInfo",
-          "clCreateKernel", "clCreateBuffer", "clEnqueueWriteBuffer", "clEnqueueReadBuffer",
-          "clEnqueueNDRangeKernel", "clSetKernelArg", "clFinish", "clReleaseKernel", "clReleaseProgram",
-          "clReleaseCommandQueue", "clReleaseContext", "clReleaseMemObject"}},
+         {"clGetPlatformIDs",
+          "clGetPlatformInfo",
+          "clGetDeviceIDs",
+          "clGetDeviceInfo",
+          "clCreateContext",
+          "clCreateCommandQueue",
+          "clCreateProgramWithSource",
+          "clBuildProgram",
+          "clGetProgramBuildInfo",
+          "clCreateKernel",
+          "clCreateBuffer",
+          "clEnqueueWriteBuffer",
+          "clEnqueueReadBuffer",
+          "clEnqueueNDRangeKernel",
+          "clSetKernelArg",
+          "clFinish",
+          "clReleaseKernel",
+          "clReleaseProgram",
+          "clReleaseCommandQueue",
+          "clReleaseContext",
+          "clReleaseMemObject"}},
     };
     return libraries;
 }
 
 const LibraryInfo* findLibrary(std::string_view name) {
-    for (const auto& library : knownLibraries()) {
-        if (library.name == name || library.plainName == name) {
+    for (const auto& library : knownLibraries())
+        if (library.name == name || library.plainName == name)
             return &library;
-        }
-    }
     return nullptr;
 }
 
 bool isKnownFunction(std::string_view name) {
     for (const auto& library : knownLibraries()) {
         const auto& functions = library.functions;
-        if (std::find(functions.begin(), functions.end(), name) != functions.end()) {
+        if (std::find(functions.begin(), functions.end(), name) != functions.end())
             return true;
-        }
     }
     return false;
 }

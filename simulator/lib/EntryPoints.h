@@ -7,9 +7,9 @@
 namespace qzsim {
 
 struct LibraryInfo {
-    std::string_view name;                  ///< the versioned name it is opened under
-    std::string_view plainName;             ///< the development link's name
-    std::string_view file;                  ///< the stand-in's file in the build folder
+    std::string_view name;                   ///< the versioned name it is opened under
+    std::string_view plainName;              ///< the development link's name
+    std::string_view file;                   ///< the stand-in's file in the build folder
     std::vector<std::string_view> functions; ///< names that a fault may give
 };
 

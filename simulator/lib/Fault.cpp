@@ -44,18 +44,16 @@ const ActionForm* findForm(std::string_view word, TargetKind kind) {
         const bool fits = kind == TargetKind::Function  ? form.ofFunction
                           : kind == TargetKind::Library ? form.ofLibrary
                                                         : form.ofFile;
-        if (fits && form.word == word) {
+        if (fits && form.word == word)
             return &form;
-        }
     }
     return nullptr;
 }
 
 /// "card0/hwmon/hwmon3/temp1_input" is short for the path that the program opens.
 std::string fullFilePath(const std::string& target) {
-    if (target.rfind("/sys/", 0) == 0) {
+    if (target.rfind("/sys/", 0) == 0)
         return target;
-    }
     const auto slash = target.find('/');
     return "/sys/class/drm/" + target.substr(0, slash) + "/device" + target.substr(slash);
 }
@@ -65,9 +63,8 @@ void setTarget(Fault& fault, std::string_view text, const Place& place) {
     fault.target = text.substr(0, mark);
     if (mark != std::string_view::npos) {
         const auto device = parseNumber(text.substr(mark + 1));
-        if (!device || *device < 0 || *device > 1000) {
+        if (!device || *device < 0 || *device > 1000)
             throw DescriptionError(place, "not a device number: " + std::string(text));
-        }
         fault.device = static_cast<int>(*device);
     }
     if (isKnownFunction(fault.target)) {
@@ -81,56 +78,46 @@ void setTarget(Fault& fault, std::string_view text, const Place& place) {
     } else {
         throw DescriptionError(place, "neither a function, a library nor a file: " + fault.target);
     }
-    if (fault.device && fault.kind != TargetKind::Function) {
+    if (fault.device && fault.kind != TargetKind::Function)
         throw DescriptionError(place, "only a function's fault can be one device's: " + std::string(text));
-    }
 }
 
 void setArgument(Fault& fault, Argument form, const std::string& word, const Place& place) {
     if (form == Argument::Number) {
         const auto number = parseNumber(word);
-        if (!number || (fault.action != Action::Fail && *number < 0)) {
+        if (!number || (fault.action != Action::Fail && *number < 0))
             throw DescriptionError(place, "not a number that can be used here: " + word);
-        }
         fault.number = *number;
     } else if (form == Argument::Errno) {
         const auto number = parseErrno(word);
-        if (!number) {
+        if (!number)
             throw DescriptionError(place, "not an errno: " + word);
-        }
         fault.number = *number;
     } else {
         const auto text = unquoted(word);
-        if (!text) {
+        if (!text)
             throw DescriptionError(place, "an escape that is none: " + word);
-        }
         fault.text = *text;
     }
     const LibraryInfo* library = findLibrary(fault.target);
     if (fault.action == Action::Omit && library != nullptr) {
-        for (const auto function : library->functions) {
-            if (function == fault.text) {
+        for (const auto function : library->functions)
+            if (function == fault.text)
                 return;
-            }
-        }
         throw DescriptionError(place, fault.target + " has no function " + fault.text);
     }
 }
 
 void setCalls(Fault& fault, const std::string& word, const std::string& number, const Place& place) {
     const auto call = parseNumber(number);
-    if (!call || *call < 1) {
+    if (!call || *call < 1)
         throw DescriptionError(place, "calls are counted from 1: " + number);
-    }
-    if (word == "at" || word == "from") {
+    if (word == "at" || word == "from")
         fault.first = static_cast<std::uint64_t>(*call);
-    }
-    if (word == "at" || word == "until") {
+    if (word == "at" || word == "until")
         fault.last = static_cast<std::uint64_t>(*call);
-    }
-    if (word != "at" && word != "from" && word != "until") {
+    if (word != "at" && word != "from" && word != "until")
         throw DescriptionError(place, "neither \"at\", \"from\" nor \"until\": " + word);
-    }
 }
 
 } // namespace
@@ -139,15 +126,14 @@ std::optional<int> parseErrno(std::string_view text) {
     const struct {
         std::string_view name;
         int number;
-    } names[] = {{"EPERM", EPERM},         {"ENOENT", ENOENT}, {"EINTR", EINTR},   {"EIO", EIO},
-                 {"ENXIO", ENXIO},         {"EAGAIN", EAGAIN}, {"ENOMEM", ENOMEM}, {"EACCES", EACCES},
-                 {"EBUSY", EBUSY},         {"ENODEV", ENODEV}, {"EISDIR", EISDIR}, {"EINVAL", EINVAL},
-                 {"EOPNOTSUPP", EOPNOTSUPP}, {"ENODATA", ENODATA}, {"ETIMEDOUT", ETIMEDOUT}};
-    for (const auto& entry : names) {
-        if (entry.name == text) {
+    } names[] = {
+        {"EPERM", EPERM},           {"ENOENT", ENOENT},   {"EINTR", EINTR},        {"EIO", EIO},
+        {"ENXIO", ENXIO},           {"EAGAIN", EAGAIN},   {"ENOMEM", ENOMEM},      {"EACCES", EACCES},
+        {"EBUSY", EBUSY},           {"ENODEV", ENODEV},   {"EISDIR", EISDIR},      {"EINVAL", EINVAL},
+        {"EOPNOTSUPP", EOPNOTSUPP}, {"ENODATA", ENODATA}, {"ETIMEDOUT", ETIMEDOUT}};
+    for (const auto& entry : names)
+        if (entry.name == text)
             return entry.number;
-        }
-    }
     const auto number = parseNumber(text);
     return number && *number > 0 && *number < 4096 ? std::optional(static_cast<int>(*number)) : std::nullopt;
 }
@@ -158,25 +144,22 @@ Fault parseFault(const Entry& entry) {
     const auto words = splitWords(entry.value);
     const ActionForm* form = words.empty() ? nullptr : findForm(words[0], fault.kind);
     if (form == nullptr) {
-        throw DescriptionError(entry.place, "not something that can happen to " + fault.target + ": " + entry.value);
+        throw DescriptionError(entry.place,
+                               "not something that can happen to " + fault.target + ": " + entry.value);
     }
     fault.action = form->action;
     std::size_t next = 1;
     if (form->argument != Argument::None) {
-        if (words.size() < 2) {
+        if (words.size() < 2)
             throw DescriptionError(entry.place, "\"" + words[0] + "\" needs to be told what");
-        }
         setArgument(fault, form->argument, words[next++], entry.place);
     }
-    if ((words.size() - next) % 2 != 0) {
+    if ((words.size() - next) % 2 != 0)
         throw DescriptionError(entry.place, "a word too many or too few: " + entry.value);
-    }
-    for (; next < words.size(); next += 2) {
+    for (; next < words.size(); next += 2)
         setCalls(fault, words[next], words[next + 1], entry.place);
-    }
-    if (fault.first > fault.last) {
+    if (fault.first > fault.last)
         throw DescriptionError(entry.place, "the last call comes before the first: " + entry.value);
-    }
     return fault;
 }
 

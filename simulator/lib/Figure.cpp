@@ -21,25 +21,27 @@ std::optional<Figure> Figure::parse(std::string_view text) {
     figure.m_values.clear();
     for (const auto& part : parts) {
         const auto value = parseNumber(part);
-        if (!value) {
+        if (!value)
             return std::nullopt;
-        }
         figure.m_values.push_back(*value);
     }
     return figure.m_values.empty() ? std::nullopt : std::optional(figure);
 }
 
 std::int64_t Figure::at(std::uint64_t reading, std::int64_t cycleStart) const {
-    if (m_cycleFactor) {
+    if (m_cycleFactor)
         return (static_cast<std::int64_t>(reading) + cycleStart) * *m_cycleFactor;
-    }
     const std::uint64_t index = reading > 0 ? reading - 1 : 0;
     const std::uint64_t count = m_values.size();
     return m_values[m_repeats ? index % count : std::min(index, count - 1)];
 }
 
-std::int64_t Figure::smallest() const { return *std::min_element(m_values.begin(), m_values.end()); }
+std::int64_t Figure::smallest() const {
+    return *std::min_element(m_values.begin(), m_values.end());
+}
 
-std::int64_t Figure::largest() const { return *std::max_element(m_values.begin(), m_values.end()); }
+std::int64_t Figure::largest() const {
+    return *std::max_element(m_values.begin(), m_values.end());
+}
 
 } // namespace qzsim

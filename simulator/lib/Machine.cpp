@@ -18,12 +18,12 @@ void readOsRelease(SectionReader& section, Machine& machine) {
     const auto id = section.text("id");
     const bool missing = section.flag("missing", false);
     if (int{text.has_value()} + int{id.has_value()} + int{missing} != 1) {
-        throw DescriptionError(section.section().place, "[os-release] has one of text, id and \"missing = yes\"");
+        throw DescriptionError(section.section().place,
+                               "[os-release] has one of text, id and \"missing = yes\"");
     }
     machine.osRelease = text;
-    if (id) {
+    if (id)
         machine.osRelease = "PRETTY_NAME=\"Simulated\"\nID=" + *id + "\nID_LIKE=debian\n";
-    }
     section.finish();
 }
 
@@ -34,9 +34,8 @@ std::optional<std::uint32_t> readReportedDevices(SectionReader& section) {
 }
 
 void readFaults(const Section& section, Machine& machine) {
-    for (const Entry& entry : section.entries) {
+    for (const Entry& entry : section.entries)
         machine.faults.push_back(parseFault(entry));
-    }
 }
 
 void readSection(const Section& section, Machine& machine, LibraryChoice& libraries) {
@@ -78,23 +77,18 @@ void readSection(const Section& section, Machine& machine, LibraryChoice& librar
 
 /// Without [cuda-device] sections CUDA sees the GPUs of NVML that tell their compute capability.
 void deriveCudaDevices(Machine& machine) {
-    if (!machine.cudaDevices.empty()) {
+    if (!machine.cudaDevices.empty())
         return;
-    }
-    for (const NvmlGpu& gpu : machine.nvmlGpus) {
-        if (gpu.compute) {
+    for (const NvmlGpu& gpu : machine.nvmlGpus)
+        if (gpu.compute)
             machine.cudaDevices.push_back({gpu.name, gpu.pci, *gpu.compute, true, true});
-        }
-    }
 }
 
 void numberDevices(Machine& machine) {
     int index = 0;
-    for (ClPlatform& platform : machine.openCl.platforms) {
-        for (ClDevice& device : platform.devices) {
+    for (ClPlatform& platform : machine.openCl.platforms)
+        for (ClDevice& device : platform.devices)
             device.index = index++;
-        }
-    }
 }
 
 } // namespace
@@ -116,15 +110,16 @@ Machine parseMachine(std::string_view text, const std::string& file) {
     return machine;
 }
 
-Machine readMachine(const std::string& path) { return parseMachine(readDescriptionFile(path), path); }
+Machine readMachine(const std::string& path) {
+    return parseMachine(readDescriptionFile(path), path);
+}
 
 void addFaults(Machine& machine, std::string_view text, const std::string& source) {
     Place place{source, 0};
     for (const std::string& line : splitList(text, '\n')) {
         ++place.line;
-        if (!line.empty()) {
+        if (!line.empty())
             machine.faults.push_back(parseFault(parseEntry(line, place)));
-        }
     }
 }
 

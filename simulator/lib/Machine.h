@@ -69,10 +69,10 @@ struct ClPlatform {
 
 struct OpenClStack {
     bool usesPocl = true;
-    double share = 1.0;                             ///< of the work-groups that PoCL runs
-    Figure roundMs;                                 ///< duration of a scripted round
-    bool sleeps = true;                             ///< or the program's clock is moved on instead
-    std::vector<float> results = {1, 2, 3, 4};      ///< what a scripted read gives, over and over
+    double share = 1.0;                        ///< of the work-groups that PoCL runs
+    Figure roundMs;                            ///< duration of a scripted round
+    bool sleeps = true;                        ///< or the program's clock is moved on instead
+    std::vector<float> results = {1, 2, 3, 4}; ///< what a scripted read gives, over and over
     std::string buildLog = "scripted build log\n";
     std::optional<std::uint32_t> reportedPlatforms;
     std::vector<ClPlatform> platforms;
@@ -88,8 +88,8 @@ struct SysfsFile {
 };
 
 struct Card {
-    std::string name;    ///< card0
-    std::string address; ///< the last part of the device link's target
+    std::string name;                                     ///< card0
+    std::string address;                                  ///< the last part of the device link's target
     SysfsFile::Kind deviceEntry = SysfsFile::Kind::Bytes; ///< Bytes: the usual link
     std::vector<SysfsFile> files;
     std::vector<std::string> hwmonDirs;

@@ -17,7 +17,8 @@ struct RealOpenCl {
     void* library = nullptr;
     cl_device_id device = nullptr;
 
-    template <typename Function> Function* get(const char* name) const {
+    template <typename Function>
+    Function* get(const char* name) const {
         void* symbol = dlsym(library, name);
         if (symbol == nullptr) {
             std::fprintf(stderr, "simulator: the real OpenCL loader has no %s\n", name);
@@ -33,18 +34,18 @@ struct RealOpenCl {
 cl_device_id findPoclDevice(const RealOpenCl& real) {
     std::array<cl_platform_id, 16> platforms{};
     cl_uint count = 0;
-    if (real.QZSIM_REAL(clGetPlatformIDs)(static_cast<cl_uint>(platforms.size()), platforms.data(), &count) != 0) {
+    if (real.QZSIM_REAL(clGetPlatformIDs)(static_cast<cl_uint>(platforms.size()), platforms.data(), &count) !=
+        0)
         return nullptr;
-    }
     count = std::min(count, static_cast<cl_uint>(platforms.size()));
     for (cl_uint i = 0; i < count; ++i) {
         std::array<char, 256> name{};
         cl_device_id device = nullptr;
-        real.QZSIM_REAL(clGetPlatformInfo)(platforms[i], CL_PLATFORM_NAME, name.size() - 1, name.data(), nullptr);
+        real.QZSIM_REAL(clGetPlatformInfo)(platforms[i], CL_PLATFORM_NAME, name.size() - 1, name.data(),
+                                           nullptr);
         if (std::string(name.data()).find("Portable Computing Language") != std::string::npos &&
-            real.QZSIM_REAL(clGetDeviceIDs)(platforms[i], CL_DEVICE_TYPE_ALL, 1, &device, nullptr) == 0) {
+            real.QZSIM_REAL(clGetDeviceIDs)(platforms[i], CL_DEVICE_TYPE_ALL, 1, &device, nullptr) == 0)
             return device;
-        }
     }
     return nullptr;
 }
@@ -54,9 +55,8 @@ RealOpenCl openReal() {
     const char* path = std::getenv("QZSIM_REAL_OPENCL");
     real.library = path == nullptr ? nullptr : dlopen(path, RTLD_LAZY | RTLD_NODELETE);
     real.device = real.library == nullptr ? nullptr : findPoclDevice(real);
-    if (real.device == nullptr) {
+    if (real.device == nullptr)
         std::fprintf(stderr, "simulator: no PoCL behind the OpenCL loader %s\n", path == nullptr ? "" : path);
-    }
     return real;
 }
 
@@ -112,22 +112,24 @@ class PoclBackend : public ClBackend {
                                                        nullptr);
     }
 
-    cl_int read(cl_command_queue queue, cl_mem buffer, std::size_t offset, std::size_t size, void* data) override {
+    cl_int read(cl_command_queue queue, cl_mem buffer, std::size_t offset, std::size_t size,
+                void* data) override {
         return m_real.QZSIM_REAL(clEnqueueReadBuffer)(queue, buffer, CL_TRUE, offset, size, data, 0, nullptr,
                                                       nullptr);
     }
 
     cl_int launch(cl_command_queue queue, cl_kernel kernel, cl_uint dimensions, const std::size_t* global,
-                  const std::size_t* local, std::uint64_t) override {
+                  const std::size_t* local) override {
         std::array<std::size_t, 3> size{};
         std::copy_n(global, dimensions, size.begin());
         // The last dimension's groups are the ones to leave out: those that run still begin with item 0.
         const std::size_t last = dimensions - 1;
         const std::size_t groupSize = local == nullptr ? 1 : local[last];
         const auto groups = static_cast<double>(size[last] / groupSize);
-        size[last] = std::max<std::size_t>(1, static_cast<std::size_t>(std::floor(groups * m_share))) * groupSize;
-        return m_real.QZSIM_REAL(clEnqueueNDRangeKernel)(queue, kernel, dimensions, nullptr, size.data(), local, 0,
-                                                         nullptr, nullptr);
+        size[last] =
+            std::max<std::size_t>(1, static_cast<std::size_t>(std::floor(groups * m_share))) * groupSize;
+        return m_real.QZSIM_REAL(clEnqueueNDRangeKernel)(queue, kernel, dimensions, nullptr, size.data(),
+                                                         local, 0, nullptr, nullptr);
     }
 
     cl_int finish(cl_command_queue queue) override { return m_real.QZSIM_REAL(clFinish)(queue); }

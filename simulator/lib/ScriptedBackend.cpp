@@ -15,42 +15,51 @@ namespace {
 void passTime(std::int64_t milliseconds, bool sleeps) {
     using Advance = void (*)(std::int64_t);
     void* symbol = sleeps ? nullptr : dlsym(RTLD_DEFAULT, "qzsim_advanceClock");
-    if (symbol == nullptr) {
+    if (symbol == nullptr)
         sleepMilliseconds(milliseconds);
-    } else {
+    else
         reinterpret_cast<Advance>(symbol)(milliseconds);
-    }
 }
 
 class ScriptedBackend : public ClBackend {
   public:
     explicit ScriptedBackend(const OpenClStack& stack) : m_stack(stack) {}
 
-    cl_context createContext(cl_int& status) override { return make<cl_context>(status); }
-    cl_command_queue createQueue(cl_context, cl_int& status) override { return make<cl_command_queue>(status); }
+    cl_context createContext(cl_int& status) override {
+        // A benchmark has a context of its own, so each begins with the first round of the script.
+        m_round = 0;
+        return make<cl_context>(status);
+    }
+    cl_command_queue createQueue(cl_context, cl_int& status) override {
+        return make<cl_command_queue>(status);
+    }
     cl_program createProgram(cl_context, const std::string&, cl_int& status) override {
         return make<cl_program>(status);
     }
     cl_int build(cl_program) override { return CL_SUCCESS; }
     std::string buildLog(cl_program) override { return m_stack.buildLog; }
-    cl_kernel createKernel(cl_program, const char*, cl_int& status) override { return make<cl_kernel>(status); }
+    cl_kernel createKernel(cl_program, const char*, cl_int& status) override {
+        return make<cl_kernel>(status);
+    }
     cl_mem createBuffer(cl_context, cl_mem_flags, std::size_t, cl_int& status) override {
         return make<cl_mem>(status);
     }
     cl_int setArgument(cl_kernel, cl_uint, std::size_t, const void*) override { return CL_SUCCESS; }
-    cl_int write(cl_command_queue, cl_mem, std::size_t, std::size_t, const void*) override { return CL_SUCCESS; }
+    cl_int write(cl_command_queue, cl_mem, std::size_t, std::size_t, const void*) override {
+        return CL_SUCCESS;
+    }
 
     cl_int read(cl_command_queue, cl_mem, std::size_t, std::size_t size, void* data) override {
         auto* bytes = static_cast<unsigned char*>(data);
         for (std::size_t i = 0; i < size / sizeof(float); ++i) {
-            std::memcpy(bytes + i * sizeof(float), &m_stack.results[i % m_stack.results.size()], sizeof(float));
+            std::memcpy(bytes + i * sizeof(float), &m_stack.results[i % m_stack.results.size()],
+                        sizeof(float));
         }
         return CL_SUCCESS;
     }
 
-    cl_int launch(cl_command_queue, cl_kernel, cl_uint, const std::size_t*, const std::size_t*,
-                  std::uint64_t round) override {
-        m_pendingMs += m_stack.roundMs.at(round);
+    cl_int launch(cl_command_queue, cl_kernel, cl_uint, const std::size_t*, const std::size_t*) override {
+        m_pendingMs += m_stack.roundMs.at(++m_round);
         return CL_SUCCESS;
     }
 
@@ -63,7 +72,8 @@ class ScriptedBackend : public ClBackend {
     cl_int release(ClKind, void*) override { return CL_SUCCESS; }
 
   private:
-    template <typename Handle> Handle make(cl_int& status) {
+    template <typename Handle>
+    Handle make(cl_int& status) {
         // The tokens stay to the end, so that no address comes twice and a released one is recognised.
         m_tokens.push_back(std::make_unique<char[]>(16));
         status = CL_SUCCESS;
@@ -73,6 +83,7 @@ class ScriptedBackend : public ClBackend {
     const OpenClStack& m_stack;
     std::vector<std::unique_ptr<char[]>> m_tokens;
     std::int64_t m_pendingMs = 0;
+    std::uint64_t m_round = 0;
 };
 
 } // namespace

@@ -7,8 +7,8 @@ namespace {
 void checkRange(const Entry& entry, std::int64_t smallest, std::int64_t largest, std::int64_t least,
                 std::int64_t most) {
     if (smallest < least || largest > most) {
-        throw DescriptionError(entry.place, entry.key + " must lie between " + std::to_string(least) + " and " +
-                                                std::to_string(most) + ": " + entry.value);
+        throw DescriptionError(entry.place, entry.key + " must lie between " + std::to_string(least) +
+                                                " and " + std::to_string(most) + ": " + entry.value);
     }
 }
 
@@ -16,11 +16,9 @@ void checkRange(const Entry& entry, std::int64_t smallest, std::int64_t largest,
 
 SectionReader::SectionReader(const Section& section) : m_section(section) {
     std::set<std::string> seen;
-    for (const Entry& entry : section.entries) {
-        if (!seen.insert(entry.key).second) {
+    for (const Entry& entry : section.entries)
+        if (!seen.insert(entry.key).second)
             throw DescriptionError(entry.place, "the key stands twice in one section: " + entry.key);
-        }
-    }
 }
 
 const Entry* SectionReader::take(std::string_view key) {
@@ -30,13 +28,11 @@ const Entry* SectionReader::take(std::string_view key) {
 
 std::optional<std::string> SectionReader::text(std::string_view key) {
     const Entry* entry = take(key);
-    if (entry == nullptr) {
+    if (entry == nullptr)
         return std::nullopt;
-    }
     const auto bytes = unquoted(entry->value);
-    if (!bytes) {
+    if (!bytes)
         throw DescriptionError(entry->place, "an escape that is none: " + entry->value);
-    }
     return bytes;
 }
 
@@ -44,52 +40,49 @@ std::string SectionReader::text(std::string_view key, std::string_view fallback)
     return text(key).value_or(std::string(fallback));
 }
 
-std::optional<std::int64_t> SectionReader::number(std::string_view key, std::int64_t least, std::int64_t most) {
+std::optional<std::int64_t> SectionReader::number(std::string_view key, std::int64_t least,
+                                                  std::int64_t most) {
     const Entry* entry = take(key);
-    if (entry == nullptr) {
+    if (entry == nullptr)
         return std::nullopt;
-    }
     const auto value = parseNumber(entry->value);
-    if (!value) {
+    if (!value)
         throw DescriptionError(entry->place, entry->key + " must be a number: " + entry->value);
-    }
     checkRange(*entry, *value, *value, least, most);
     return value;
 }
 
 double SectionReader::real(std::string_view key, double fallback, double least, double most) {
     const Entry* entry = take(key);
-    if (entry == nullptr) {
+    if (entry == nullptr)
         return fallback;
-    }
     const auto value = parseReal(entry->value);
     if (!value || *value < least || *value > most) {
-        throw DescriptionError(entry->place, entry->key + " must be a number between " + std::to_string(least) +
-                                                 " and " + std::to_string(most) + ": " + entry->value);
+        throw DescriptionError(entry->place, entry->key + " must be a number between " +
+                                                 std::to_string(least) + " and " + std::to_string(most) +
+                                                 ": " + entry->value);
     }
     return *value;
 }
 
 bool SectionReader::flag(std::string_view key, bool fallback) {
     const Entry* entry = take(key);
-    if (entry == nullptr) {
+    if (entry == nullptr)
         return fallback;
-    }
-    if (entry->value != "yes" && entry->value != "no") {
+    if (entry->value != "yes" && entry->value != "no")
         throw DescriptionError(entry->place, entry->key + " must be yes or no: " + entry->value);
-    }
     return entry->value == "yes";
 }
 
-Figure SectionReader::figure(std::string_view key, std::int64_t fallback, std::int64_t least, std::int64_t most) {
+Figure SectionReader::figure(std::string_view key, std::int64_t fallback, std::int64_t least,
+                             std::int64_t most) {
     const Entry* entry = take(key);
-    if (entry == nullptr) {
+    if (entry == nullptr)
         return Figure(fallback);
-    }
     const auto figure = Figure::parse(entry->value);
     if (!figure) {
-        throw DescriptionError(entry->place, entry->key + " must be a number, a list of them or \"cycle\": " +
-                                                 entry->value);
+        throw DescriptionError(
+            entry->place, entry->key + " must be a number, a list of them or \"cycle\": " + entry->value);
     }
     checkRange(*entry, figure->smallest(), figure->largest(), least, most);
     return *figure;
@@ -101,11 +94,9 @@ std::vector<std::string> SectionReader::list(std::string_view key) {
 }
 
 void SectionReader::finish() const {
-    for (const Entry& entry : m_section.entries) {
-        if (m_taken.count(entry.key) == 0) {
+    for (const Entry& entry : m_section.entries)
+        if (m_taken.count(entry.key) == 0)
             throw DescriptionError(entry.place, "[" + m_section.name + "] has no key " + entry.key);
-        }
-    }
 }
 
 } // namespace qzsim

@@ -1,4 +1,5 @@
-// Takes the entries of one section by key, each as the type that is wanted, and complains of what nobody took.
+// Takes the entries of one section by key, each as the type that is wanted, and complains of what nobody
+// took.
 #pragma once
 
 #include "simulator/lib/Description.h"
@@ -13,8 +14,8 @@
 
 namespace qzsim {
 
-/// Every getter gives the fallback (or nothing) when the key is absent and throws DescriptionError when the value
-/// is not of its type or out of range.
+/// Every getter gives the fallback (or nothing) when the key is absent and throws DescriptionError when the
+/// value is not of its type or out of range.
 class SectionReader {
   public:
     /// A key that stands twice is an error.

@@ -20,9 +20,8 @@ std::string environment(const char* name) {
 Machine machineOfEnvironment() {
     try {
         const std::string path = environment("QZSIM_MACHINE");
-        if (path.empty()) {
+        if (path.empty())
             throw DescriptionError(Place{"QZSIM_MACHINE", 0}, "no machine is named");
-        }
         Machine machine = readMachine(path);
         addFaults(machine, environment("QZSIM_FAULTS"), "QZSIM_FAULTS");
         return machine;
@@ -51,23 +50,20 @@ Verdict Session::call(std::string_view function, int device) {
     const std::string name = "call:" + std::string(function);
     const auto call = static_cast<std::uint64_t>(m_counters.happened(name));
     auto callOfDevice = call;
-    if (device >= 0) {
+    if (device >= 0)
         callOfDevice = static_cast<std::uint64_t>(m_counters.add(name + "#" + std::to_string(device)));
-    }
     Verdict verdict;
     verdict.call = callOfDevice;
     for (const Fault& fault : m_machine.faults) {
         if (fault.kind != TargetKind::Function || !fault.concerns(function, device) ||
-            !fault.strikesAt(fault.device ? callOfDevice : call)) {
+            !fault.strikesAt(fault.device ? callOfDevice : call))
             continue;
-        }
-        if (fault.action == Action::Fail) {
+        if (fault.action == Action::Fail)
             verdict.code = static_cast<int>(fault.number);
-        } else if (fault.action == Action::Answer) {
+        else if (fault.action == Action::Answer)
             verdict.answer = fault.text;
-        } else {
+        else
             happen(fault);
-        }
     }
     return verdict;
 }
@@ -76,14 +72,12 @@ const Fault* Session::opened(std::string_view path, std::uint64_t& reading) {
     reading = static_cast<std::uint64_t>(m_counters.happened("open:" + std::string(path)));
     const Fault* struck = nullptr;
     for (const Fault& fault : m_machine.faults) {
-        if (fault.kind != TargetKind::File || fault.target != path || !fault.strikesAt(reading)) {
+        if (fault.kind != TargetKind::File || fault.target != path || !fault.strikesAt(reading))
             continue;
-        }
-        if (fault.action == Action::Fail || fault.action == Action::Refuse) {
+        if (fault.action == Action::Fail || fault.action == Action::Refuse)
             struck = &fault;
-        } else {
+        else
             happen(fault);
-        }
     }
     return struck;
 }
@@ -94,12 +88,10 @@ LibraryPresence::LibraryPresence(std::string_view name, std::string_view liveCou
     const auto load = static_cast<std::uint64_t>(session.counters().happened("load:" + m_name));
     for (const Fault& fault : session.machine().faults) {
         if (fault.kind != TargetKind::Library || findLibrary(fault.target) != findLibrary(m_name) ||
-            !fault.strikesAt(load)) {
+            !fault.strikesAt(load))
             continue;
-        }
-        if (fault.action == Action::CrashAtExit) {
+        if (fault.action == Action::CrashAtExit)
             stayLoaded(this);
-        }
         happen(fault);
     }
 }
@@ -108,14 +100,12 @@ LibraryPresence::~LibraryPresence() {
     Session& session = Session::instance();
     session.counters().happened("unload:" + m_name);
     for (const Fault& fault : session.machine().faults) {
-        if (fault.kind != TargetKind::Library || findLibrary(fault.target) != findLibrary(m_name)) {
+        if (fault.kind != TargetKind::Library || findLibrary(fault.target) != findLibrary(m_name))
             continue;
-        }
         const bool isUsed = !m_liveCounter.empty() && session.counters().value(m_liveCounter) != 0;
         if (fault.action == Action::CrashAtUnload || fault.action == Action::CrashAtExit ||
-            (fault.action == Action::CrashWithoutShutdown && isUsed)) {
+            (fault.action == Action::CrashWithoutShutdown && isUsed))
             crash();
-        }
     }
 }
 

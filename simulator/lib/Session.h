@@ -1,4 +1,5 @@
-// One library's view of the simulated machine: the description, what goes wrong at which call, and the counters.
+// One library's view of the simulated machine: the description, what goes wrong at which call, and the
+// counters.
 #pragma once
 
 #include "simulator/lib/Counters.h"
@@ -17,15 +18,15 @@ namespace qzsim {
 struct Verdict {
     std::optional<int> code;           ///< return this at once, touching nothing
     std::optional<std::string> answer; ///< say this instead of what the machine says
-    std::uint64_t call = 0;            ///< the call's number, counted from 1, of this device where there is one
+    std::uint64_t call = 0; ///< the call's number, counted from 1, of this device where there is one
 
     /// The answer as a number, else `otherwise`.
     std::int64_t number(std::int64_t otherwise) const;
 };
 
-/// Reads QZSIM_MACHINE (the description's path), QZSIM_FAULTS (further faults, one a line), QZSIM_COUNTERS (the
-/// counters' file) and QZSIM_CYCLE_START when it is first asked for. A description that cannot be used ends the
-/// process with status 99 and one line on standard error: a test must not go on with half a machine.
+/// Reads QZSIM_MACHINE (the description's path), QZSIM_FAULTS (further faults, one a line), QZSIM_COUNTERS
+/// (the counters' file) and QZSIM_CYCLE_START when it is first asked for. A description that cannot be used
+/// ends the process with status 99 and one line on standard error: a test must not go on with half a machine.
 class Session {
   public:
     static Session& instance();
@@ -33,7 +34,8 @@ class Session {
     const Machine& machine() const { return m_machine; }
     Counters& counters() { return m_counters; }
 
-    /// Counts the call of an entry point, lets happen what the faults say, and tells what the entry point does.
+    /// Counts the call of an entry point, lets happen what the faults say, and tells what the entry point
+    /// does.
     Verdict call(std::string_view function, int device = -1);
 
     /// The value of a figure at a reading, the cycle numbers' start included.
@@ -55,7 +57,8 @@ class Session {
     std::int64_t m_cycleStart = 0;
 };
 
-/// A static object of this kind in a stand-in notes that it was loaded and unloaded and lets its faults happen.
+/// A static object of this kind in a stand-in notes that it was loaded and unloaded and lets its faults
+/// happen.
 class LibraryPresence {
   public:
     /// `liveCounter` names the counter that must be 0 at the end where "crash-without-shutdown" is set.

@@ -12,9 +12,8 @@ constexpr std::string_view blanks = " \t\r\n";
 std::optional<char> hexByte(std::string_view digits) {
     unsigned value = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
-    if (digits.size() != 2 || error != std::errc() || end != digits.data() + digits.size()) {
+    if (digits.size() != 2 || error != std::errc() || end != digits.data() + digits.size())
         return std::nullopt;
-    }
     return static_cast<char>(value);
 }
 
@@ -22,23 +21,20 @@ std::optional<char> hexByte(std::string_view digits) {
 
 std::string_view trimmed(std::string_view text) {
     const auto first = text.find_first_not_of(blanks);
-    if (first == std::string_view::npos) {
+    if (first == std::string_view::npos)
         return {};
-    }
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
 std::vector<std::string> splitList(std::string_view text, char separator) {
     std::vector<std::string> parts;
-    if (trimmed(text).empty()) {
+    if (trimmed(text).empty())
         return parts;
-    }
     for (;;) {
         const auto end = text.find(separator);
         parts.emplace_back(trimmed(text.substr(0, end)));
-        if (end == std::string_view::npos) {
+        if (end == std::string_view::npos)
             return parts;
-        }
         text.remove_prefix(end + 1);
     }
 }
@@ -64,9 +60,8 @@ std::vector<std::string> splitWords(std::string_view text) {
         }
         word += c;
     }
-    if (!word.empty()) {
+    if (!word.empty())
         words.push_back(std::move(word));
-    }
     return words;
 }
 
@@ -84,9 +79,8 @@ std::optional<std::int64_t> parseNumber(std::string_view text) {
         }
     }
     const bool negative = !text.empty() && text.front() == '-';
-    if (negative) {
+    if (negative)
         text.remove_prefix(1);
-    }
     int base = 10;
     if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
         base = 16;
@@ -95,17 +89,15 @@ std::optional<std::int64_t> parseNumber(std::string_view text) {
     std::int64_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
     if (text.empty() || text.front() == '-' || error != std::errc() || end != text.data() + text.size() ||
-        value > (INT64_MAX >> shift)) {
+        value > (INT64_MAX >> shift))
         return std::nullopt;
-    }
     value <<= shift;
     return negative ? -value : value;
 }
 
 std::optional<double> parseReal(std::string_view text) {
-    if (text.empty() || text.find_first_not_of("0123456789.-") != std::string_view::npos) {
+    if (text.empty() || text.find_first_not_of("0123456789.-") != std::string_view::npos)
         return std::nullopt;
-    }
     const std::string copy(text);
     char* end = nullptr;
     const double value = std::strtod(copy.c_str(), &end);
@@ -117,9 +109,8 @@ bool isQuoted(std::string_view text) {
 }
 
 std::optional<std::string> unquoted(std::string_view text) {
-    if (!isQuoted(text)) {
+    if (!isQuoted(text))
         return std::string(text);
-    }
     text = text.substr(1, text.size() - 2);
     std::string bytes;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -141,9 +132,8 @@ std::optional<std::string> unquoted(std::string_view text) {
             break;
         case 'x': {
             const auto byte = hexByte(text.substr(i + 1, 2));
-            if (!byte) {
+            if (!byte)
                 return std::nullopt;
-            }
             bytes += *byte;
             i += 2;
             break;
@@ -158,9 +148,8 @@ std::optional<std::string> unquoted(std::string_view text) {
 std::string numbered(std::string_view text, int index) {
     std::string result(text);
     const std::string number = std::to_string(index);
-    for (auto at = result.find("{i}"); at != std::string::npos; at = result.find("{i}", at + number.size())) {
+    for (auto at = result.find("{i}"); at != std::string::npos; at = result.find("{i}", at + number.size()))
         result.replace(at, 3, number);
-    }
     return result;
 }
 

@@ -17,26 +17,24 @@ constexpr cl_int platformNotFoundKhr = -1001;
 
 LibraryPresence presence("libOpenCL.so.1");
 
-const std::vector<ClPlatform>& platforms() { return Session::instance().machine().openCl.platforms; }
+const std::vector<ClPlatform>& platforms() {
+    return Session::instance().machine().openCl.platforms;
+}
 
 const ClPlatform* findPlatform(cl_platform_id id) {
-    for (const ClPlatform& platform : platforms()) {
-        if (reinterpret_cast<cl_platform_id>(const_cast<ClPlatform*>(&platform)) == id) {
+    for (const ClPlatform& platform : platforms())
+        if (reinterpret_cast<cl_platform_id>(const_cast<ClPlatform*>(&platform)) == id)
             return &platform;
-        }
-    }
     return nullptr;
 }
 
 /// Hands bytes over as every OpenCL query does.
 cl_int giveBytes(const void* bytes, std::size_t size, std::size_t room, void* value, std::size_t* needed) {
-    if (needed != nullptr) {
+    if (needed != nullptr)
         *needed = size;
-    }
     if (value != nullptr) {
-        if (room < size) {
+        if (room < size)
             return CL_INVALID_VALUE;
-        }
         std::memcpy(value, bytes, size);
     }
     return CL_SUCCESS;
@@ -48,9 +46,8 @@ cl_int giveText(const std::string& text, std::size_t room, void* value, std::siz
 
 cl_int giveBus(const ClDevice& device, cl_device_info what, std::uint32_t bus, std::size_t room, void* value,
                std::size_t* needed) {
-    if (what == devicePciBusIdNv) {
+    if (what == devicePciBusIdNv)
         return giveBytes(&bus, sizeof bus, room, value, needed);
-    }
     if (what == devicePciBusInfoKhr) {
         const std::uint32_t info[4] = {device.khrDomain, bus, 0, 0};
         return giveBytes(info, sizeof info, room, value, needed);
@@ -62,7 +59,9 @@ cl_int giveBus(const ClDevice& device, cl_device_info what, std::uint32_t bus, s
 }
 
 const ClAttribute& busAttribute(const ClDevice& device, cl_device_info what) {
-    return what == devicePciBusIdNv ? device.nvBus : what == deviceTopologyAmd ? device.amdBus : device.khrBus;
+    return what == devicePciBusIdNv    ? device.nvBus
+           : what == deviceTopologyAmd ? device.amdBus
+                                       : device.khrBus;
 }
 
 } // namespace
@@ -71,11 +70,9 @@ namespace qzsim {
 
 const ClDevice* findClDevice(cl_device_id id) {
     for (const ClPlatform& platform : platforms()) {
-        for (const ClDevice& device : platform.devices) {
-            if (clDeviceId(device) == id) {
+        for (const ClDevice& device : platform.devices)
+            if (clDeviceId(device) == id)
                 return &device;
-            }
-        }
     }
     return nullptr;
 }
@@ -88,18 +85,14 @@ cl_device_id clDeviceId(const ClDevice& device) {
 
 cl_int clGetPlatformIDs(cl_uint room, cl_platform_id* ids, cl_uint* count) {
     const Verdict verdict = Session::instance().call("clGetPlatformIDs");
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if ((ids != nullptr && room == 0) || (ids == nullptr && count == nullptr)) {
+    if ((ids != nullptr && room == 0) || (ids == nullptr && count == nullptr))
         return CL_INVALID_VALUE;
-    }
     const auto real = static_cast<cl_uint>(platforms().size());
-    if (ids != nullptr) {
-        for (cl_uint i = 0; i < std::min(room, real); ++i) {
+    if (ids != nullptr)
+        for (cl_uint i = 0; i < std::min(room, real); ++i)
             ids[i] = reinterpret_cast<cl_platform_id>(const_cast<ClPlatform*>(&platforms()[i]));
-        }
-    }
     if (count != nullptr) {
         const auto& reported = Session::instance().machine().openCl.reportedPlatforms;
         *count = static_cast<cl_uint>(verdict.number(reported.value_or(real)));
@@ -110,54 +103,50 @@ cl_int clGetPlatformIDs(cl_uint room, cl_platform_id* ids, cl_uint* count) {
 cl_int clGetPlatformInfo(cl_platform_id id, cl_platform_info what, std::size_t room, void* value,
                          std::size_t* needed) {
     const Verdict verdict = Session::instance().call("clGetPlatformInfo");
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
     const ClPlatform* platform = findPlatform(id);
     if (platform == nullptr) {
         Session::instance().misuse("clGetPlatformInfo of what is no platform");
         return CL_INVALID_PLATFORM;
     }
-    if (what != CL_PLATFORM_NAME || !platform->answersName) {
+    if (what != CL_PLATFORM_NAME || !platform->answersName)
         return CL_INVALID_VALUE;
-    }
     return giveText(verdict.answer.value_or(platform->name), room, value, needed);
 }
 
-cl_int clGetDeviceIDs(cl_platform_id id, cl_device_type type, cl_uint room, cl_device_id* ids, cl_uint* count) {
+cl_int clGetDeviceIDs(cl_platform_id id, cl_device_type type, cl_uint room, cl_device_id* ids,
+                      cl_uint* count) {
     const Verdict verdict = Session::instance().call("clGetDeviceIDs");
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
     const ClPlatform* platform = findPlatform(id);
     if (platform == nullptr) {
         Session::instance().misuse("clGetDeviceIDs of what is no platform");
         return CL_INVALID_PLATFORM;
     }
-    if ((ids != nullptr && room == 0) || (ids == nullptr && count == nullptr)) {
+    if ((ids != nullptr && room == 0) || (ids == nullptr && count == nullptr))
         return CL_INVALID_VALUE;
-    }
     cl_uint real = 0;
     for (const ClDevice& device : platform->devices) {
         if ((device.type & type) != 0) {
-            if (ids != nullptr && real < room) {
+            if (ids != nullptr && real < room)
                 ids[real] = clDeviceId(device);
-            }
             ++real;
         }
     }
-    if (count != nullptr) {
+    if (count != nullptr)
         *count = static_cast<cl_uint>(verdict.number(platform->reportedDevices.value_or(real)));
-    }
     return real == 0 && !platform->reportedDevices ? CL_DEVICE_NOT_FOUND : CL_SUCCESS;
 }
 
-cl_int clGetDeviceInfo(cl_device_id id, cl_device_info what, std::size_t room, void* value, std::size_t* needed) {
+cl_int clGetDeviceInfo(cl_device_id id, cl_device_info what, std::size_t room, void* value,
+                       std::size_t* needed) {
     const ClDevice* device = findClDevice(id);
-    const Verdict verdict = Session::instance().call("clGetDeviceInfo", device == nullptr ? -1 : device->index);
-    if (verdict.code) {
+    const Verdict verdict =
+        Session::instance().call("clGetDeviceInfo", device == nullptr ? -1 : device->index);
+    if (verdict.code)
         return *verdict.code;
-    }
     if (device == nullptr) {
         Session::instance().misuse("clGetDeviceInfo of what is no device");
         return CL_INVALID_DEVICE;
@@ -174,9 +163,8 @@ cl_int clGetDeviceInfo(cl_device_id id, cl_device_info what, std::size_t room, v
     case deviceTopologyAmd:
     case devicePciBusInfoKhr: {
         const ClAttribute& attribute = busAttribute(*device, what);
-        if (!attribute.value) {
+        if (!attribute.value)
             return attribute.refusal;
-        }
         const auto bus = static_cast<std::uint32_t>(verdict.number(*attribute.value));
         return giveBus(*device, what, bus, room, value, needed);
     }

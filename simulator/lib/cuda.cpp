@@ -1,4 +1,5 @@
-// Stand-in for libcuda.so.1, the driver's own library: the four functions that tell a device's place and capability.
+// Stand-in for libcuda.so.1, the driver's own library: the four functions that tell a device's place and
+// capability.
 #include "simulator/lib/Session.h"
 
 namespace {
@@ -27,11 +28,9 @@ bool isReady = false;
 
 std::vector<const CudaDevice*> visibleDevices() {
     std::vector<const CudaDevice*> devices;
-    for (const CudaDevice& device : Session::instance().machine().cudaDevices) {
-        if (device.inDriver) {
+    for (const CudaDevice& device : Session::instance().machine().cudaDevices)
+        if (device.inDriver)
             devices.push_back(&device);
-        }
-    }
     return devices;
 }
 
@@ -48,59 +47,49 @@ int checkReady(const char* function) {
 
 QZSIM_API int cuInit(unsigned flags) {
     const Verdict verdict = Session::instance().call("cuInit");
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if (flags != 0) {
+    if (flags != 0)
         return CUDA_ERROR_INVALID_VALUE;
-    }
-    if (visibleDevices().empty()) {
+    if (visibleDevices().empty())
         return CUDA_ERROR_NO_DEVICE;
-    }
     isReady = true;
     return CUDA_SUCCESS;
 }
 
 QZSIM_API int cuDeviceGetCount(int* count) {
     const Verdict verdict = Session::instance().call("cuDeviceGetCount");
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if (const int bad = checkReady("cuDeviceGetCount")) {
+    if (const int bad = checkReady("cuDeviceGetCount"))
         return bad;
-    }
     const auto& reported = Session::instance().machine().reportedCudaDevices;
-    *count = static_cast<int>(verdict.number(reported.value_or(static_cast<unsigned>(visibleDevices().size()))));
+    *count =
+        static_cast<int>(verdict.number(reported.value_or(static_cast<unsigned>(visibleDevices().size()))));
     return CUDA_SUCCESS;
 }
 
 QZSIM_API int cuDeviceGet(int* device, int ordinal) {
     const Verdict verdict = Session::instance().call("cuDeviceGet", ordinal);
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if (const int bad = checkReady("cuDeviceGet")) {
+    if (const int bad = checkReady("cuDeviceGet"))
         return bad;
-    }
-    if (ordinal < 0 || static_cast<std::size_t>(ordinal) >= visibleDevices().size()) {
+    if (ordinal < 0 || static_cast<std::size_t>(ordinal) >= visibleDevices().size())
         return CUDA_ERROR_INVALID_DEVICE;
-    }
     *device = ordinal;
     return CUDA_SUCCESS;
 }
 
 QZSIM_API int cuDeviceGetAttribute(int* value, int attribute, int device) {
     const Verdict verdict = Session::instance().call("cuDeviceGetAttribute", device);
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if (const int bad = checkReady("cuDeviceGetAttribute")) {
+    if (const int bad = checkReady("cuDeviceGetAttribute"))
         return bad;
-    }
     const auto devices = visibleDevices();
-    if (device < 0 || static_cast<std::size_t>(device) >= devices.size()) {
+    if (device < 0 || static_cast<std::size_t>(device) >= devices.size())
         return CUDA_ERROR_INVALID_DEVICE;
-    }
     const CudaDevice& asked = *devices[static_cast<std::size_t>(device)];
     std::int64_t fact = 0;
     switch (attribute) {

@@ -1,4 +1,5 @@
-// Stand-in for the CUDA runtime, built once for each major version: the layout of cudaDeviceProp is the version's.
+// Stand-in for the CUDA runtime, built once for each major version: the layout of cudaDeviceProp is the
+// version's.
 #include "simulator/lib/Session.h"
 
 #include <cstring>
@@ -14,8 +15,8 @@ enum : int {
     cudaErrorInvalidDevice = 101,
 };
 
-/// Where cudaDeviceProp keeps what the stand-in fills in; all of the rest is noise, so that a reader at a wrong
-/// place does not find zeros there by luck.
+/// Where cudaDeviceProp keeps what the stand-in fills in; all of the rest is noise, so that a reader at a
+/// wrong place does not find zeros there by luck.
 struct PropLayout {
     std::size_t size;
     std::size_t pciBusId;
@@ -44,26 +45,21 @@ LibraryPresence presence(libraryName);
 
 std::vector<const CudaDevice*> visibleDevices() {
     std::vector<const CudaDevice*> devices;
-    for (const CudaDevice& device : Session::instance().machine().cudaDevices) {
-        if (device.inRuntime) {
+    for (const CudaDevice& device : Session::instance().machine().cudaDevices)
+        if (device.inRuntime)
             devices.push_back(&device);
-        }
-    }
     return devices;
 }
 
 int fillProperties(const char* function, const PropLayout& layout, unsigned char* properties, int index) {
     const Verdict verdict = Session::instance().call(function, index);
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
     const auto devices = visibleDevices();
-    if (properties == nullptr) {
+    if (properties == nullptr)
         return cudaErrorInvalidValue;
-    }
-    if (index < 0 || static_cast<std::size_t>(index) >= devices.size()) {
+    if (index < 0 || static_cast<std::size_t>(index) >= devices.size())
         return cudaErrorInvalidDevice;
-    }
     const CudaDevice& device = *devices[static_cast<std::size_t>(index)];
     const auto put = [properties](std::size_t offset, std::int64_t value) {
         const auto number = static_cast<std::int32_t>(value);
@@ -84,14 +80,13 @@ int fillProperties(const char* function, const PropLayout& layout, unsigned char
 
 QZSIM_API int cudaGetDeviceCount(int* count) {
     const Verdict verdict = Session::instance().call("cudaGetDeviceCount");
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if (count == nullptr) {
+    if (count == nullptr)
         return cudaErrorInvalidValue;
-    }
     const auto& reported = Session::instance().machine().reportedCudaDevices;
-    *count = static_cast<int>(verdict.number(reported.value_or(static_cast<unsigned>(visibleDevices().size()))));
+    *count =
+        static_cast<int>(verdict.number(reported.value_or(static_cast<unsigned>(visibleDevices().size()))));
     return *count == 0 ? cudaErrorNoDevice : cudaSuccess;
 }
 

@@ -1,5 +1,5 @@
-// qzsim-describe FILE [FAULT]...: checks a description and tells the launcher, as one JSON object, what to lay
-// around the program. Bytes above 0x7f stand as the Latin-1 characters of their value.
+// qzsim-describe FILE [FAULT]...: checks a description and tells the launcher, as one JSON object, what to
+// lay around the program. Bytes above 0x7f stand as the Latin-1 characters of their value.
 #include "simulator/lib/EntryPoints.h"
 #include "simulator/lib/Machine.h"
 
@@ -26,17 +26,17 @@ std::string jsonText(std::string_view bytes) {
     return text + "\"";
 }
 
-template <typename Items, typename Convert> std::string jsonList(const Items& items, Convert convert) {
+template <typename Items, typename Convert>
+std::string jsonList(const Items& items, Convert convert) {
     std::string text = "[";
-    for (const auto& item : items) {
+    for (const auto& item : items)
         text += (text.size() > 1 ? ", " : "") + convert(item);
-    }
     return text + "]";
 }
 
 const char* kindText(SysfsFile::Kind kind) {
-    static const char* const names[] = {"missing", "bytes", "directory", "dangling", "unreadable", "fails",
-                                        "changing"};
+    static const char* const names[] = {"missing",    "bytes", "directory", "dangling",
+                                        "unreadable", "fails", "changing"};
     return names[static_cast<int>(kind)];
 }
 
@@ -60,18 +60,16 @@ std::string jsonLibrary(const LibraryLink& library, const Machine& machine) {
     std::string form = "good";
     std::vector<std::string> omitted;
     for (const Fault& fault : machine.faults) {
-        const bool isThis = fault.kind == TargetKind::Library && (fault.target == library.link ||
-                                                                  findLibrary(fault.target)->file == library.file);
-        if (!isThis) {
+        const bool isThis = fault.kind == TargetKind::Library &&
+                            (fault.target == library.link || findLibrary(fault.target)->file == library.file);
+        if (!isThis)
             continue;
-        }
         form = fault.action == Action::Absent              ? "absent"
                : fault.action == Action::TextFile          ? "text-file"
                : fault.action == Action::OtherArchitecture ? "other-architecture"
                                                            : form;
-        if (fault.action == Action::Omit) {
+        if (fault.action == Action::Omit)
             omitted.push_back(fault.text);
-        }
     }
     return "{\"link\": " + jsonText(library.link) + ", \"file\": " + jsonText(library.file) +
            ", \"form\": " + jsonText(form) + ", \"omit\": " + jsonList(omitted, jsonText) + "}";
@@ -98,9 +96,8 @@ int main(int count, char** arguments) {
     }
     try {
         Machine machine = readMachine(arguments[1]);
-        for (int i = 2; i < count; ++i) {
+        for (int i = 2; i < count; ++i)
             addFaults(machine, arguments[i], "--fault");
-        }
         std::cout << jsonMachine(machine) << "\n";
     } catch (const std::exception& error) {
         std::cerr << error.what() << "\n";

@@ -1,12 +1,14 @@
-// Preloaded where the description says "fast_random = yes": a cheap rand(), for tests that run many benchmarks and
-// do not look at the input data. A library of its own, so that no other run pays for it.
+// Preloaded where the description says "fast_random = yes": a cheap rand(), for tests that run many
+// benchmarks and do not look at the input data. A library of its own, so that no other run pays for it.
 #include <cstdint>
 
 namespace {
 std::uint32_t state = 1;
 }
 
-extern "C" __attribute__((visibility("default"))) void srand(unsigned seed) { state = seed | 1u; }
+extern "C" __attribute__((visibility("default"))) void srand(unsigned seed) {
+    state = seed | 1u;
+}
 
 extern "C" __attribute__((visibility("default"))) int rand() {
     state = state * 1664525u + 1013904223u;

@@ -28,9 +28,8 @@ void sleepMilliseconds(std::int64_t milliseconds) {
 
 void stayLoaded(const void* address) {
     Dl_info info;
-    if (dladdr(address, &info) != 0) {
+    if (dladdr(address, &info) != 0)
         dlopen(info.dli_fname, RTLD_LAZY | RTLD_NODELETE);
-    }
 }
 
 void happen(const Fault& fault) {
@@ -39,9 +38,8 @@ void happen(const Fault& fault) {
         sleepMilliseconds(fault.number);
         break;
     case Action::Hang:
-        for (;;) {
+        for (;;)
             pause();
-        }
     case Action::Crash:
         crash();
     case Action::Exit:

@@ -17,7 +17,6 @@ enum : nvmlReturn_t {
     NVML_SUCCESS = 0,
     NVML_ERROR_UNINITIALIZED = 1,
     NVML_ERROR_INVALID_ARGUMENT = 2,
-    NVML_ERROR_INSUFFICIENT_SIZE = 7,
 };
 
 /// Version 3 of the record.
@@ -48,18 +47,20 @@ constexpr const char* liveInits = "live:nvml";
 
 LibraryPresence presence("libnvidia-ml.so.1", liveInits);
 
-Session& session() { return Session::instance(); }
+Session& session() {
+    return Session::instance();
+}
 
-bool isInitialised() { return session().counters().value(liveInits) > 0; }
+bool isInitialised() {
+    return session().counters().value(liveInits) > 0;
+}
 
 /// The device's number, or -1 for a handle that is none.
 int indexOf(nvmlDevice_t device) {
     const auto& gpus = session().machine().nvmlGpus;
-    for (std::size_t i = 0; i < gpus.size(); ++i) {
-        if (&gpus[i] == device) {
+    for (std::size_t i = 0; i < gpus.size(); ++i)
+        if (&gpus[i] == device)
             return static_cast<int>(i);
-        }
-    }
     return -1;
 }
 
@@ -80,33 +81,28 @@ nvmlReturn_t checkDevice(const char* function, int index, bool hasRoom) {
 
 QZSIM_API nvmlReturn_t nvmlInit_v2() {
     const Verdict verdict = session().call("nvmlInit_v2");
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
     session().counters().add(liveInits);
     return NVML_SUCCESS;
 }
 
 QZSIM_API nvmlReturn_t nvmlShutdown() {
     const Verdict verdict = session().call("nvmlShutdown");
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if (!isInitialised()) {
+    if (!isInitialised())
         return NVML_ERROR_UNINITIALIZED;
-    }
     session().counters().add(liveInits, -1);
     return NVML_SUCCESS;
 }
 
 QZSIM_API nvmlReturn_t nvmlDeviceGetCount_v2(unsigned* count) {
     const Verdict verdict = session().call("nvmlDeviceGetCount_v2");
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if (const auto bad = checkDevice("nvmlDeviceGetCount_v2", 0, count != nullptr)) {
+    if (const auto bad = checkDevice("nvmlDeviceGetCount_v2", 0, count != nullptr))
         return bad;
-    }
     const Machine& machine = session().machine();
     *count = static_cast<unsigned>(
         verdict.number(machine.reportedNvmlDevices.value_or(static_cast<unsigned>(machine.nvmlGpus.size()))));
@@ -116,16 +112,13 @@ QZSIM_API nvmlReturn_t nvmlDeviceGetCount_v2(unsigned* count) {
 QZSIM_API nvmlReturn_t nvmlDeviceGetHandleByIndex_v2(unsigned index, nvmlDevice_t* device) {
     const int number = index > 1000 ? 1000 : static_cast<int>(index);
     const Verdict verdict = session().call("nvmlDeviceGetHandleByIndex_v2", number);
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if (const auto bad = checkDevice("nvmlDeviceGetHandleByIndex_v2", 0, device != nullptr)) {
+    if (const auto bad = checkDevice("nvmlDeviceGetHandleByIndex_v2", 0, device != nullptr))
         return bad;
-    }
     const auto& gpus = session().machine().nvmlGpus;
-    if (index >= gpus.size() || !gpus[index].hasHandle) {
+    if (index >= gpus.size() || !gpus[index].hasHandle)
         return NVML_ERROR_INVALID_ARGUMENT;
-    }
     *device = &gpus[index];
     return NVML_SUCCESS;
 }
@@ -133,12 +126,10 @@ QZSIM_API nvmlReturn_t nvmlDeviceGetHandleByIndex_v2(unsigned index, nvmlDevice_
 QZSIM_API nvmlReturn_t nvmlDeviceGetPciInfo_v3(nvmlDevice_t device, nvmlPciInfo_t* pci) {
     const int index = indexOf(device);
     const Verdict verdict = session().call("nvmlDeviceGetPciInfo_v3", index);
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if (const auto bad = checkDevice("nvmlDeviceGetPciInfo_v3", index, pci != nullptr)) {
+    if (const auto bad = checkDevice("nvmlDeviceGetPciInfo_v3", index, pci != nullptr))
         return bad;
-    }
     *pci = {};
     pci->domain = device->pci.domain;
     pci->bus = static_cast<unsigned>(verdict.number(device->pci.bus));
@@ -152,34 +143,24 @@ QZSIM_API nvmlReturn_t nvmlDeviceGetPciInfo_v3(nvmlDevice_t device, nvmlPciInfo_
 QZSIM_API nvmlReturn_t nvmlDeviceGetName(nvmlDevice_t device, char* name, unsigned length) {
     const int index = indexOf(device);
     const Verdict verdict = session().call("nvmlDeviceGetName", index);
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if (const auto bad = checkDevice("nvmlDeviceGetName", index, name != nullptr)) {
+    if (const auto bad = checkDevice("nvmlDeviceGetName", index, name != nullptr))
         return bad;
-    }
     const std::string& text = verdict.answer ? *verdict.answer : device->name;
-    // A name that fills the room comes without its terminator, as a careless driver would hand it over.
-    if (text.size() > length) {
-        std::memcpy(name, text.data(), length);
-        return verdict.answer ? NVML_SUCCESS : NVML_ERROR_INSUFFICIENT_SIZE;
-    }
-    std::memcpy(name, text.data(), text.size());
-    if (text.size() < length) {
-        name[text.size()] = '\0';
-    }
+    // A name that is too long fills the room and comes without its terminator, as a careless driver would do
+    // it.
+    std::memcpy(name, text.c_str(), std::min<std::size_t>(text.size() + 1, length));
     return NVML_SUCCESS;
 }
 
 QZSIM_API nvmlReturn_t nvmlDeviceGetUtilizationRates(nvmlDevice_t device, nvmlUtilization_t* utilisation) {
     const int index = indexOf(device);
     const Verdict verdict = session().call("nvmlDeviceGetUtilizationRates", index);
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if (const auto bad = checkDevice("nvmlDeviceGetUtilizationRates", index, utilisation != nullptr)) {
+    if (const auto bad = checkDevice("nvmlDeviceGetUtilizationRates", index, utilisation != nullptr))
         return bad;
-    }
     utilisation->gpu =
         static_cast<unsigned>(verdict.number(session().valueAt(device->utilisation, verdict.call)));
     utilisation->memory = 0;
@@ -189,32 +170,30 @@ QZSIM_API nvmlReturn_t nvmlDeviceGetUtilizationRates(nvmlDevice_t device, nvmlUt
 QZSIM_API nvmlReturn_t nvmlDeviceGetTemperature(nvmlDevice_t device, int sensor, unsigned* temperature) {
     const int index = indexOf(device);
     const Verdict verdict = session().call("nvmlDeviceGetTemperature", index);
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if (const auto bad = checkDevice("nvmlDeviceGetTemperature", index, temperature != nullptr && sensor == 0)) {
+    if (const auto bad =
+            checkDevice("nvmlDeviceGetTemperature", index, temperature != nullptr && sensor == 0))
         return bad;
-    }
-    *temperature = static_cast<unsigned>(verdict.number(session().valueAt(device->temperature, verdict.call)));
+    *temperature =
+        static_cast<unsigned>(verdict.number(session().valueAt(device->temperature, verdict.call)));
     return NVML_SUCCESS;
 }
 
 QZSIM_API nvmlReturn_t nvmlDeviceGetMemoryInfo(nvmlDevice_t device, nvmlMemory_t* memory) {
     const int index = indexOf(device);
     const Verdict verdict = session().call("nvmlDeviceGetMemoryInfo", index);
-    if (verdict.code) {
+    if (verdict.code)
         return *verdict.code;
-    }
-    if (const auto bad = checkDevice("nvmlDeviceGetMemoryInfo", index, memory != nullptr)) {
+    if (const auto bad = checkDevice("nvmlDeviceGetMemoryInfo", index, memory != nullptr))
         return bad;
-    }
     const auto at = [&](const Figure& figure) {
         return static_cast<unsigned long long>(session().valueAt(figure, verdict.call));
     };
     memory->total = at(device->memoryTotal);
     memory->free = at(device->memoryFree);
-    memory->used = static_cast<unsigned long long>(
-        verdict.number(static_cast<std::int64_t>(at(device->memoryUsed))));
+    memory->used =
+        static_cast<unsigned long long>(verdict.number(static_cast<std::int64_t>(at(device->memoryUsed))));
     return NVML_SUCCESS;
 }
 
@@ -222,21 +201,37 @@ QZSIM_API const char* nvmlErrorString(nvmlReturn_t result) {
     // A function of its own kind: it cannot fail, so a "fail" answers null and an "answer" another text.
     static std::string answered;
     const Verdict verdict = session().call("nvmlErrorString");
-    if (verdict.code) {
+    if (verdict.code)
         return nullptr;
-    }
     if (verdict.answer) {
         answered = *verdict.answer;
         return answered.c_str();
     }
-    static const char* const texts[] = {
-        "Success", "Uninitialized", "Invalid Argument", "Not Supported", "Insufficient Permissions",
-        "Already Initialized", "Not Found", "Insufficient Size", "Insufficient External Power",
-        "Driver Not Loaded", "Timeout", "Interrupt Request Issue", "NVML Shared Library Not Found",
-        "Function Not Found", "Corrupted infoROM", "GPU is lost", "GPU requires reset",
-        "The operating system has blocked the request", "Driver/library version mismatch",
-        "In use by another client", "Insufficient Memory", "No data",
-        "VGPU ECC operation not supported", "Insufficient Resources", "Frequency not supported"};
+    static const char* const texts[] = {"Success",
+                                        "Uninitialized",
+                                        "Invalid Argument",
+                                        "Not Supported",
+                                        "Insufficient Permissions",
+                                        "Already Initialized",
+                                        "Not Found",
+                                        "Insufficient Size",
+                                        "Insufficient External Power",
+                                        "Driver Not Loaded",
+                                        "Timeout",
+                                        "Interrupt Request Issue",
+                                        "NVML Shared Library Not Found",
+                                        "Function Not Found",
+                                        "Corrupted infoROM",
+                                        "GPU is lost",
+                                        "GPU requires reset",
+                                        "The operating system has blocked the request",
+                                        "Driver/library version mismatch",
+                                        "In use by another client",
+                                        "Insufficient Memory",
+                                        "No data",
+                                        "VGPU ECC operation not supported",
+                                        "Insufficient Resources",
+                                        "Frequency not supported"};
     constexpr int count = sizeof texts / sizeof *texts;
     return result >= 0 && result < count ? texts[result] : "Unknown Error";
 }

@@ -22,23 +22,22 @@ SysfsFile readFile(const Entry& entry, std::string path, int index) {
         file.kind = SysfsFile::Kind::Unreadable;
     } else if (first == "@fails") {
         const auto number = words.size() == 2 ? parseErrno(words[1]) : std::nullopt;
-        if (!number) {
+        if (!number)
             throw DescriptionError(entry.place, "@fails needs an errno: " + entry.value);
-        }
         file.kind = SysfsFile::Kind::Fails;
         file.errorNumber = *number;
     } else if (!first.empty() && first[0] == '@') {
         throw DescriptionError(entry.place, "not a kind of file: " + first);
     } else if (isQuoted(entry.value)) {
         const auto bytes = unquoted(entry.value);
-        if (!bytes) {
+        if (!bytes)
             throw DescriptionError(entry.place, "an escape that is none: " + entry.value);
-        }
         file.bytes = numbered(*bytes, index);
     } else if (const auto figure = Figure::parse(entry.value); figure && figure->changes()) {
         file.kind = SysfsFile::Kind::Changing;
         file.figure = *figure;
-    } else if (const auto size = parseNumber(entry.value); size && entry.value.find("iB") != std::string::npos) {
+    } else if (const auto size = parseNumber(entry.value);
+               size && entry.value.find("iB") != std::string::npos) {
         file.bytes = std::to_string(*size) + "\n";
     } else {
         file.bytes = entry.value.empty() ? std::string() : numbered(entry.value, index) + "\n";
@@ -49,10 +48,10 @@ SysfsFile readFile(const Entry& entry, std::string path, int index) {
 /// card1 for card0 and index 1: the digits at the end are counted on.
 std::string numberedCard(const std::string& name, int index) {
     const auto digits = name.find_last_not_of("0123456789") + 1;
-    if (index == 0 || digits >= name.size()) {
+    if (index == 0 || digits >= name.size())
         return name;
-    }
-    return name.substr(0, digits) + std::to_string(std::stoul(name.substr(digits, 6)) + static_cast<unsigned>(index));
+    return name.substr(0, digits) +
+           std::to_string(std::stoul(name.substr(digits, 6)) + static_cast<unsigned>(index));
 }
 
 /// 0000:04:00.0 for 0000:03:00.0 and index 1; a text of another form stays.
@@ -61,9 +60,8 @@ std::string numberedAddress(const std::string& address, int index) {
     unsigned bus = 0;
     unsigned device = 0;
     unsigned function = 0;
-    if (index == 0 || std::sscanf(address.c_str(), "%4x:%2x:%2x.%1u", &domain, &bus, &device, &function) != 4) {
+    if (index == 0 || std::sscanf(address.c_str(), "%4x:%2x:%2x.%1u", &domain, &bus, &device, &function) != 4)
         return address;
-    }
     char text[48];
     std::snprintf(text, sizeof text, "%04x:%02x:%02x.%u", domain, bus + static_cast<unsigned>(index), device,
                   function);
@@ -77,27 +75,22 @@ bool isFileName(const std::string& name) {
 void readHwmon(SectionReader& section, Card& card, int index) {
     card.hwmonDirs = section.list("hwmon");
     for (const auto& dir : card.hwmonDirs) {
-        if (!isFileName(dir)) {
+        if (!isFileName(dir))
             throw DescriptionError(section.section().place, "not a directory's name: " + dir);
-        }
         const std::string key = dir + "/temp1_input";
-        if (const Entry* entry = section.take(key)) {
+        if (const Entry* entry = section.take(key))
             card.files.push_back(readFile(*entry, "hwmon/" + key, index));
-        }
     }
 }
 
 SysfsFile::Kind readDeviceEntry(SectionReader& section) {
     const std::string form = section.text("device_entry", "link");
-    if (form == "link") {
+    if (form == "link")
         return SysfsFile::Kind::Bytes;
-    }
-    if (form == "directory") {
+    if (form == "directory")
         return SysfsFile::Kind::Directory;
-    }
-    if (form == "dangling") {
+    if (form == "dangling")
         return SysfsFile::Kind::Dangling;
-    }
     if (form != "missing") {
         throw DescriptionError(section.section().place,
                                "device_entry must be link, directory, dangling or missing: " + form);
@@ -108,25 +101,23 @@ SysfsFile::Kind readDeviceEntry(SectionReader& section) {
 } // namespace
 
 void readCard(SectionReader& section, Machine& machine) {
-    if (!isFileName(section.section().argument)) {
+    if (!isFileName(section.section().argument))
         throw DescriptionError(section.section().place, "a card needs its name: [card card0]");
-    }
     const int count = repetitions(section);
     for (int i = 0; i < count; ++i) {
         Card card;
         card.name = numberedCard(section.section().argument, i);
         card.address = numberedAddress(section.text("address", "0000:01:00.0"), i);
         if (!isFileName(card.address)) {
-            throw DescriptionError(section.section().place, "an address is one name of a folder: " + card.address);
+            throw DescriptionError(section.section().place,
+                                   "an address is one name of a folder: " + card.address);
         }
         card.deviceEntry = readDeviceEntry(section);
         card.connectors = section.list("connectors");
         for (const char* key : {"vendor", "product_name", "label", "mem_info_vram_total", "gpu_busy_percent",
-                                "mem_info_vram_used"}) {
-            if (const Entry* entry = section.take(key)) {
+                                "mem_info_vram_used"})
+            if (const Entry* entry = section.take(key))
                 card.files.push_back(readFile(*entry, key, i));
-            }
-        }
         readHwmon(section, card, i);
         machine.cards.push_back(card);
     }

@@ -23,42 +23,41 @@ PciPlace readPci(SectionReader& section, int index) {
 
 std::optional<ComputeCapability> readCompute(SectionReader& section) {
     const Entry* entry = section.take("compute");
-    if (entry == nullptr || entry->value == "none") {
+    if (entry == nullptr || entry->value == "none")
         return std::nullopt;
-    }
     const auto parts = splitList(entry->value, '.');
     const auto major = parts.size() == 2 ? parseNumber(parts[0]) : std::nullopt;
     const auto minor = parts.size() == 2 ? parseNumber(parts[1]) : std::nullopt;
-    if (!major || !minor || *major < 0 || *major > 999 || *minor < 0 || *minor > 999) {
+    if (!major || !minor || *major < 0 || *major > 999 || *minor < 0 || *minor > 999)
         throw DescriptionError(entry->place, "compute must be MAJOR.MINOR or none: " + entry->value);
-    }
     return ComputeCapability{static_cast<int>(*major), static_cast<int>(*minor)};
 }
 
 void addCudart(std::vector<LibraryLink>& links, const std::string& major, const Place& place, bool plain) {
     const std::string name = "libcudart.so." + (major == "11" ? "11.0" : major);
     const LibraryInfo* library = findLibrary(name);
-    if (library == nullptr) {
+    if (library == nullptr)
         throw DescriptionError(place, "a CUDA runtime is 11, 12 or 13: " + major);
-    }
     links.push_back({plain ? std::string(library->plainName) : name, std::string(library->file)});
 }
 
 void addNamed(std::vector<LibraryLink>& links, const std::string& name, std::string_view expected,
               const Place& place) {
-    if (name == "none") {
+    if (name == "none")
         return;
-    }
     const LibraryInfo* library = findLibrary(name);
     if (library == nullptr || library->name != expected) {
-        throw DescriptionError(place, "neither \"none\" nor a name of " + std::string(expected) + ": " + name);
+        throw DescriptionError(place,
+                               "neither \"none\" nor a name of " + std::string(expected) + ": " + name);
     }
     links.push_back({name, std::string(library->file)});
 }
 
 } // namespace
 
-int repetitions(SectionReader& section) { return static_cast<int>(section.number("count", 1, 64).value_or(1)); }
+int repetitions(SectionReader& section) {
+    return static_cast<int>(section.number("count", 1, 64).value_or(1));
+}
 
 std::string numberedText(SectionReader& section, std::string_view key, std::string_view fallback, int index) {
     return numbered(section.text(key, fallback), index);
@@ -74,7 +73,8 @@ void readNvidia(SectionReader& section, Machine& machine) {
         gpu.temperature = section.figure("temperature", 40, 0, maxU32);
         gpu.memoryTotal = section.figure("memory_total", 8 * gibibyte, 0, INT64_MAX);
         gpu.memoryUsed = section.figure("memory_used", gibibyte, 0, INT64_MAX);
-        gpu.memoryFree = section.figure("memory_free", gpu.memoryTotal.at(1) - gpu.memoryUsed.at(1), 0, INT64_MAX);
+        gpu.memoryFree =
+            section.figure("memory_free", gpu.memoryTotal.at(1) - gpu.memoryUsed.at(1), 0, INT64_MAX);
         gpu.hasHandle = section.flag("handle", true);
         gpu.compute = readCompute(section);
         machine.nvmlGpus.push_back(gpu);
@@ -91,7 +91,8 @@ void readCudaDevice(SectionReader& section, Machine& machine) {
         device.compute = readCompute(section).value_or(ComputeCapability{});
         const std::string seenBy = section.text("seen_by", "both");
         if (seenBy != "both" && seenBy != "runtime" && seenBy != "driver") {
-            throw DescriptionError(section.section().place, "seen_by must be runtime, driver or both: " + seenBy);
+            throw DescriptionError(section.section().place,
+                                   "seen_by must be runtime, driver or both: " + seenBy);
         }
         device.inRuntime = seenBy != "driver";
         device.inDriver = seenBy != "runtime";
@@ -106,12 +107,10 @@ LibraryChoice readLibraries(SectionReader& section) {
     choice.nvml = section.text("nvml");
     choice.openCl = section.text("opencl");
     choice.plainCudart = section.text("cudart_plain");
-    if (section.take("cudart") != nullptr) {
+    if (section.take("cudart") != nullptr)
         choice.cudart = section.list("cudart");
-    }
-    if (section.take("cuda") != nullptr) {
+    if (section.take("cuda") != nullptr)
         choice.cuda = section.flag("cuda", true);
-    }
     section.finish();
     return choice;
 }
@@ -120,19 +119,17 @@ std::vector<LibraryLink> chosenLibraries(const LibraryChoice& choice, bool hasNv
     std::vector<LibraryLink> links;
     addNamed(links, choice.nvml.value_or(hasNvidia ? "libnvidia-ml.so.1" : "none"), "libnvidia-ml.so.1",
              choice.place);
-    const std::vector<std::string> usual = hasNvidia ? std::vector<std::string>{"12"} : std::vector<std::string>();
-    for (const std::string& major : choice.cudart.value_or(usual)) {
-        if (major != "none") {
+    const std::vector<std::string> usual =
+        hasNvidia ? std::vector<std::string>{"12"} : std::vector<std::string>();
+    for (const std::string& major : choice.cudart.value_or(usual))
+        if (major != "none")
             addCudart(links, major, choice.place, false);
-        }
-    }
-    if (choice.plainCudart) {
+    if (choice.plainCudart)
         addCudart(links, *choice.plainCudart, choice.place, true);
-    }
-    if (choice.cuda.value_or(hasNvidia)) {
+    if (choice.cuda.value_or(hasNvidia))
         addNamed(links, "libcuda.so.1", "libcuda.so.1", choice.place);
-    }
-    addNamed(links, choice.openCl.value_or(hasOpenCl ? "libOpenCL.so.1" : "none"), "libOpenCL.so.1", choice.place);
+    addNamed(links, choice.openCl.value_or(hasOpenCl ? "libOpenCL.so.1" : "none"), "libOpenCL.so.1",
+             choice.place);
     return links;
 }
 

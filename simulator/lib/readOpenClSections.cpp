@@ -8,9 +8,8 @@ namespace {
 ClAttribute readAttribute(SectionReader& section, std::string_view key, int index) {
     ClAttribute attribute;
     const Entry* entry = section.take(key);
-    if (entry == nullptr) {
+    if (entry == nullptr)
         return attribute;
-    }
     const auto words = splitWords(entry->value);
     const auto last = words.empty() ? std::nullopt : parseNumber(words.back());
     if (words.size() == 1 && last && *last >= 0 && *last <= maxU32) {
@@ -18,7 +17,8 @@ ClAttribute readAttribute(SectionReader& section, std::string_view key, int inde
     } else if (words.size() == 2 && words[0] == "refused" && last && *last < 0 && *last > -100000) {
         attribute.refusal = static_cast<int>(*last);
     } else if (words.size() != 1 || words[0] != "refused") {
-        throw DescriptionError(entry->place, entry->key + " must be a number or \"refused [CODE]\": " + entry->value);
+        throw DescriptionError(entry->place,
+                               entry->key + " must be a number or \"refused [CODE]\": " + entry->value);
     }
     return attribute;
 }
@@ -29,30 +29,25 @@ std::uint64_t readType(SectionReader& section) {
         std::string_view name;
         std::uint64_t bits;
     } types[] = {{"cpu", 2}, {"gpu", 4}, {"accelerator", 8}};
-    for (const auto& known : types) {
-        if (known.name == type) {
+    for (const auto& known : types)
+        if (known.name == type)
             return known.bits;
-        }
-    }
     throw DescriptionError(section.section().place, "a device's type is gpu, cpu or accelerator: " + type);
 }
 
 std::vector<float> readResults(SectionReader& section, std::vector<float> fallback) {
     const Entry* entry = section.take("results");
-    if (entry == nullptr) {
+    if (entry == nullptr)
         return fallback;
-    }
     std::vector<float> results;
     for (const auto& part : splitList(entry->value)) {
         const auto value = parseReal(part);
-        if (!value) {
+        if (!value)
             throw DescriptionError(entry->place, "results must be numbers: " + part);
-        }
         results.push_back(static_cast<float>(*value));
     }
-    if (results.empty()) {
+    if (results.empty())
         throw DescriptionError(entry->place, "results must be numbers");
-    }
     return results;
 }
 
@@ -61,18 +56,16 @@ std::vector<float> readResults(SectionReader& section, std::vector<float> fallba
 void readOpenCl(SectionReader& section, Machine& machine) {
     OpenClStack& stack = machine.openCl;
     const std::string mode = section.text("mode", "pocl");
-    if (mode != "pocl" && mode != "scripted") {
+    if (mode != "pocl" && mode != "scripted")
         throw DescriptionError(section.section().place, "mode must be pocl or scripted: " + mode);
-    }
     stack.usesPocl = mode == "pocl";
     stack.share = section.real("share", stack.share, 0.0, 1.0);
     stack.roundMs = section.figure("round_ms", 20, 0, 3600000);
     stack.sleeps = section.flag("sleep", true);
     stack.results = readResults(section, stack.results);
     stack.buildLog = section.text("build_log", stack.buildLog);
-    if (const auto count = section.number("reported_platforms", 0, maxU32)) {
+    if (const auto count = section.number("reported_platforms", 0, maxU32))
         stack.reportedPlatforms = static_cast<std::uint32_t>(*count);
-    }
     section.finish();
 }
 
@@ -83,18 +76,16 @@ void readPlatform(SectionReader& section, Machine& machine) {
         const Entry* name = section.take("name");
         platform.answersName = name == nullptr || name->value != "@refused";
         platform.name = numberedText(section, "name", "Simulated OpenCL", i);
-        if (const auto reported = section.number("reported_devices", 0, maxU32)) {
+        if (const auto reported = section.number("reported_devices", 0, maxU32))
             platform.reportedDevices = static_cast<std::uint32_t>(*reported);
-        }
         machine.openCl.platforms.push_back(platform);
     }
     section.finish();
 }
 
 void readClDevice(SectionReader& section, Machine& machine) {
-    if (machine.openCl.platforms.empty()) {
+    if (machine.openCl.platforms.empty())
         throw DescriptionError(section.section().place, "a [device] comes after its [platform]");
-    }
     const int count = repetitions(section);
     const auto step = static_cast<int>(section.number("bus_step", 0, 0xffff).value_or(1));
     for (int i = 0; i < count; ++i) {

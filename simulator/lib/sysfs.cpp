@@ -1,5 +1,5 @@
-// Preloaded into the program: counts the openings of files below /sys, lets some of them fail or change, notes when
-// a library is closed, and keeps a clock that scripted rounds can move on.
+// Preloaded into the program: counts the openings of files below /sys, lets some of them fail or change,
+// notes when a library is closed, and keeps a clock that scripted rounds can move on.
 #include "simulator/lib/Session.h"
 
 #include <array>
@@ -21,7 +21,8 @@ namespace {
 using namespace qzsim;
 
 /// The function of that name that this library stands before.
-template <typename Function> Function* next(const char* name) {
+template <typename Function>
+Function* next(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
@@ -44,14 +45,11 @@ bool isWatched(const char* path) {
 const SysfsFile* findFile(std::string_view path) {
     for (const Card& card : Session::instance().machine().cards) {
         const std::string prefix = std::string(drmRoot) + card.name + "/device/";
-        if (path.substr(0, prefix.size()) != prefix) {
+        if (path.substr(0, prefix.size()) != prefix)
             continue;
-        }
-        for (const SysfsFile& file : card.files) {
-            if (path.substr(prefix.size()) == file.path) {
+        for (const SysfsFile& file : card.files)
+            if (path.substr(prefix.size()) == file.path)
                 return &file;
-            }
-        }
     }
     return nullptr;
 }
@@ -59,9 +57,8 @@ const SysfsFile* findFile(std::string_view path) {
 /// The file name that a library was loaded from; empty when it is none.
 std::string libraryName(void* library) {
     link_map* map = nullptr;
-    if (library == nullptr || dlinfo(library, RTLD_DI_LINKMAP, &map) != 0 || map->l_name == nullptr) {
+    if (library == nullptr || dlinfo(library, RTLD_DI_LINKMAP, &map) != 0 || map->l_name == nullptr)
         return {};
-    }
     const char* slash = std::strrchr(map->l_name, '/');
     return slash == nullptr ? map->l_name : slash + 1;
 }
@@ -69,16 +66,16 @@ std::string libraryName(void* library) {
 int openText(const std::string& text) {
     const int descriptor = memfd_create("sysfs value", MFD_CLOEXEC);
     if (descriptor >= 0) {
-        if (write(descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+        if (write(descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
             std::fputs("simulator: a value cannot be written\n", stderr);
-        }
         lseek(descriptor, 0, SEEK_SET);
     }
     return descriptor;
 }
 
 /// Opens a watched path; `openReal` is how to open the file that is really there.
-template <typename OpenReal> int openWatched(const char* path, OpenReal openReal) {
+template <typename OpenReal>
+int openWatched(const char* path, OpenReal openReal) {
     std::uint64_t reading = 0;
     const Fault* fault = Session::instance().opened(path, reading);
     const SysfsFile* file = findFile(path);
@@ -89,9 +86,10 @@ template <typename OpenReal> int openWatched(const char* path, OpenReal openReal
     }
     const bool changes = file != nullptr && file->kind == SysfsFile::Kind::Changing;
     const int descriptor =
-        changes ? openText(std::to_string(Session::instance().valueAt(file->figure, reading)) + "\n") : openReal();
+        changes ? openText(std::to_string(Session::instance().valueAt(file->figure, reading)) + "\n")
+                : openReal();
     if (auto* error = readErrorOf(descriptor)) {
-        *error = fault != nullptr                                                     ? static_cast<int>(fault->number)
+        *error = fault != nullptr                                          ? static_cast<int>(fault->number)
                  : file != nullptr && file->kind == SysfsFile::Kind::Fails ? file->errorNumber
                                                                            : 0;
     }
@@ -101,9 +99,8 @@ template <typename OpenReal> int openWatched(const char* path, OpenReal openReal
 /// Whether a read of that descriptor is to fail; errno is then set.
 bool failsToRead(int descriptor) {
     const auto* error = readErrorOf(descriptor);
-    if (error == nullptr || *error == 0) {
+    if (error == nullptr || *error == 0)
         return false;
-    }
     errno = *error;
     return true;
 }
@@ -114,7 +111,9 @@ mode_t modeOf(int flags, std::va_list arguments) {
 
 } // namespace
 
-QZSIM_API void qzsim_advanceClock(std::int64_t milliseconds) { clockOffsetMs += milliseconds; }
+QZSIM_API void qzsim_advanceClock(std::int64_t milliseconds) {
+    clockOffsetMs += milliseconds;
+}
 
 QZSIM_API int open(const char* path, int flags, ...) {
     static const auto real = next<int(const char*, int, ...)>("open");
@@ -147,8 +146,12 @@ QZSIM_API int openat(int directory, const char* path, int flags, ...) {
 }
 
 // What a program built with _FORTIFY_SOURCE calls.
-QZSIM_API int __open_2(const char* path, int flags) { return open(path, flags); }
-QZSIM_API int __open64_2(const char* path, int flags) { return open64(path, flags); }
+QZSIM_API int __open_2(const char* path, int flags) {
+    return open(path, flags);
+}
+QZSIM_API int __open64_2(const char* path, int flags) {
+    return open64(path, flags);
+}
 
 QZSIM_API ssize_t read(int descriptor, void* buffer, size_t size) {
     static const auto real = next<ssize_t(int, void*, size_t)>("read");
@@ -167,25 +170,22 @@ QZSIM_API ssize_t pread64(int descriptor, void* buffer, size_t size, off64_t off
 
 QZSIM_API int close(int descriptor) {
     static const auto real = next<int(int)>("close");
-    if (auto* error = readErrorOf(descriptor)) {
+    if (auto* error = readErrorOf(descriptor))
         *error = 0;
-    }
     return real(descriptor);
 }
 
 QZSIM_API DIR* opendir(const char* path) {
     static const auto real = next<DIR*(const char*)>("opendir");
-    if (isWatched(path)) {
+    if (isWatched(path))
         Session::instance().counters().happened("list:" + std::string(path));
-    }
     return real(path);
 }
 
 QZSIM_API int dlclose(void* library) {
     static const auto real = next<int(void*)>("dlclose");
-    if (const std::string name = libraryName(library); !name.empty()) {
+    if (const std::string name = libraryName(library); !name.empty())
         Session::instance().counters().happened("close:" + name);
-    }
     return real(library);
 }
 

@@ -26,6 +26,7 @@ def _parser() -> argparse.ArgumentParser:
     parser.add_argument("--report", type=Path, metavar="FILE", help="write what the stand-ins counted, as JSON")
     parser.add_argument("--shm", metavar="DIR", help='host folder to be /dev/shm; or "none", "read-only", a size')
     parser.add_argument("--share-pids", action="store_true", help="show the program the host's processes")
+    parser.add_argument("--no-proc", action="store_true", help="give the program no /proc")
     parser.add_argument("--cycle-start", type=int, default=0, metavar="N", help='what "cycle" figures count from')
     parser.add_argument("--wrap", type=shlex.split, default=[], metavar="COMMAND",
                         help='put a command before the program, such as "strace -f"')
@@ -53,8 +54,8 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
             _list(options.build)
             return 0
         with Simulation(options.machine, options.build, program=options.program, faults=options.fault,
-                        shm=_shm(options.shm), share_pids=options.share_pids, wrap=options.wrap,
-                        cycle_start=options.cycle_start) as simulation:
+                        shm=_shm(options.shm), share_pids=options.share_pids, no_proc=options.no_proc,
+                        wrap=options.wrap, cycle_start=options.cycle_start) as simulation:
             return _run(simulation, options.arguments, options.report)
     except (DescriptionError, SimulationError) as error:
         print(f"simulate: {error}", file=sys.stderr)

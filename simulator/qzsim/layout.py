@@ -112,7 +112,13 @@ class Layout:
         shutil.rmtree(self.root, ignore_errors=True)
 
 
-def default_cache() -> Path:
-    """Where PoCL keeps compiled kernels between runs."""
+def kernel_cache(fallback: Path) -> Path:
+    """Where PoCL keeps compiled kernels between runs; below `fallback` where the user's own cache cannot be used."""
     base = os.environ.get("XDG_CACHE_HOME") or os.path.join(os.path.expanduser("~"), ".cache")
-    return Path(base) / "qzsim-pocl"
+    cache = Path(base) / "qzsim-pocl"
+    try:
+        cache.mkdir(parents=True, exist_ok=True)
+    except OSError:
+        cache = fallback / "pocl"
+        cache.mkdir()
+    return cache

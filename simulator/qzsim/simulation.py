@@ -13,7 +13,7 @@ from typing import Dict, List, Optional, Sequence, Union
 from .counters import Report
 from .description import describe, find_description
 from .host import pocl_is_missing, vendor_libraries
-from .layout import Layout, default_cache
+from .layout import Layout, kernel_cache
 
 
 class SimulationError(Exception):
@@ -31,11 +31,14 @@ class Simulation:
     shm         a host folder to be the program's /dev/shm; "none" for a machine without one, "read-only" for
                 one that cannot be written; a number of bytes for a file system of that size; None for a fresh one
     share_pids  the program sees the host's processes
+    no_proc     the program has no /proc
+    cycle_start what the "cycle" figures count from
+    environment further variables for the program
     wrap        a command put before the program inside, such as ["strace", "-f"]
     """
 
     def __init__(self, machine: str, build: Path, program: Optional[Path] = None, faults: Sequence[str] = (),
-                 shm: Union[Path, str, int, None] = None, share_pids: bool = False, wrap: Sequence[str] = (),
+                 shm: Union[Path, str, int, None] = None, share_pids: bool = False, no_proc: bool = False, wrap: Sequence[str] = (),
                  cycle_start: int = 0, environment: Optional[Dict[str, str]] = None) -> None:
         if shutil.which("bwrap") is None:
             raise SimulationError("bubblewrap is not installed (package bubblewrap)")
@@ -47,11 +50,12 @@ class Simulation:
         self.faults = list(faults)
         self.shm = shm
         self.share_pids = share_pids
+        self.no_proc = no_proc
         self.wrap = list(wrap)
         self.cycle_start = cycle_start
         self.environment = dict(environment or {})
-        self.cache = default_cache()
         self._root = Path(tempfile.mkdtemp(prefix="qzsim-"))
+        self.cache = kernel_cache(self._root)
         self._running: List["Run"] = []
         self._runs = 0
         try:
@@ -114,32 +118,43 @@ class Simulation:
     def _inside(self, environment: Dict[str, str]) -> List[str]:
         """What bubblewrap starts: the machine's processes, then the program in its place."""
         settings = [f"{name}={value}" for name, value in environment.items()]
-        command = [*self.wrap, "env", *settings, str(self.program)]
+        command = ["env", *settings, *self.wrap, str(self.program)]
         if not self.machine.processes:
             return command
         script = "".join(f"(exec -a {shlex.quote(name)} sleep 1000000) & " for name in self.machine.processes)
         return ["bash", "-c", script + 'exec "$@"', "bash", *command]
 
     def _bwrap(self) -> List[str]:
-        command = ["bwrap", "--die-with-parent", "--bind", "/", "/", "--dev", "/dev"]
+        command = ["bwrap", "--die-with-parent", "--bind", "/", "/"] + self._dev()
         command += ["--bind", str(self.layout.sys), "/sys",
                     "--ro-bind-try", "/sys/devices/system", "/sys/devices/system"]
         for path in vendor_libraries():
             command += ["--ro-bind", "/dev/null", path]
         command += self._os_release() + self._shm() + self._processes()
-        self.cache.mkdir(parents=True, exist_ok=True)
         return command
 
     def _processes(self) -> List[str]:
-        return ["--ro-bind", "/proc", "/proc"] if self.share_pids else ["--unshare-pid", "--proc", "/proc"]
+        own = [] if self.share_pids else ["--unshare-pid"]
+        if self.no_proc:
+            return [*own, "--tmpfs", "/proc"]
+        return ["--ro-bind", "/proc", "/proc"] if self.share_pids else [*own, "--proc", "/proc"]
+
+    def _dev(self) -> List[str]:
+        if self.shm != "none":
+            return ["--dev", "/dev"]
+        # bubblewrap's own /dev always has a folder shm.
+        command = ["--tmpfs", "/dev"]
+        for name in ("null", "zero", "full", "random", "urandom", "tty"):
+            command += ["--dev-bind", f"/dev/{name}", f"/dev/{name}"]
+        return command
 
     def _shm(self) -> List[str]:
+        if self.shm == "none":
+            return []
         if self.shm is None:
             return ["--tmpfs", "/dev/shm"]
         if isinstance(self.shm, int):
             return ["--size", str(self.shm), "--tmpfs", "/dev/shm"]
-        if self.shm == "none":
-            return ["--ro-bind", "/dev/null", "/dev/shm"]
         if self.shm == "read-only":
             return ["--tmpfs", "/dev/shm", "--remount-ro", "/dev/shm"]
         return ["--bind", str(Path(self.shm).resolve()), "/dev/shm"]
