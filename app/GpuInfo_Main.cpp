@@ -28,13 +28,18 @@ int countOf(const std::unique_ptr<GpuInfo>& provider) {
     return provider != nullptr ? provider->gpuCount() : 0;
 }
 
+/// A driver may report anything: a sum that no integer holds wraps.
+std::int32_t wrappedSum(std::int32_t a, std::int32_t b) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+}
+
 void addToSummary(GpuDevice& summary, const GpuDevice& gpu) {
     if (gpu.hasSpeed) {
         summary.speedGps += gpu.speedGps;
         summary.hasSpeed = 1;
     }
     if (gpu.hasUsage) {
-        summary.usagePercent += gpu.usagePercent;
+        summary.usagePercent = wrappedSum(summary.usagePercent, gpu.usagePercent);
         summary.hasUsage = 1;
     }
     if (gpu.hasTemperature) {
