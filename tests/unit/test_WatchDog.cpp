@@ -1,0 +1,194 @@
+#include <QtTest>
+
+#include <sys/prctl.h>
+
+#include "CaptureStdout.h"
+#include "ChildProcess.h"
+#include "app/WatchDog.h"
+#include "app/log/logLine.h"
+
+namespace {
+
+/// A process of that command name that does nothing until it is killed.
+int idleAs(const QByteArray& name) {
+    prctl(PR_SET_NAME, name.constData());
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    for (;;)
+        pause();
+}
+
+int idleWithProgramName(const char* name) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    return execl("/bin/sleep", name, "60", nullptr);
+}
+
+/// Of no other process on the machine.
+QByteArray ownName(const char* word) {
+    return QByteArray(word) + '-' + QByteArray::number(getpid());
+}
+
+} // namespace
+
+class TestWatchDog : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void cleanup() { logLevel = 3; }
+
+    void methods() {
+        const QMetaObject& meta = WatchDog::staticMetaObject;
+        QCOMPARE(QByteArray(meta.className()), QByteArray("WatchDog"));
+        QCOMPARE(meta.methodCount() - meta.methodOffset(), 2);
+        const QMetaMethod first = meta.method(meta.methodOffset());
+        QCOMPARE(first.methodSignature(), QByteArray("processKilled()"));
+        QCOMPARE(first.methodType(), QMetaMethod::Signal);
+        const QMetaMethod second = meta.method(meta.methodOffset() + 1);
+        QCOMPARE(second.methodSignature(), QByteArray("onTimeout()"));
+        QCOMPARE(second.methodType(), QMetaMethod::Slot);
+        WatchDog watchDog("x", 1000);
+        QVERIFY(watchDog.parent() == nullptr);
+        QVERIFY(watchDog.qt_metacast("WatchDog") == &watchDog);
+    }
+
+    void message_data() {
+        QTest::addColumn<QByteArray>("name");
+        QTest::newRow("ordinary") << ownName("render");
+        QTest::newRow("empty") << QByteArray("");
+        QTest::newRow("placeholders") << QByteArray("%1 %2");
+        QTest::newRow("UTF-8") << QByteArray("Gr\xc3\xbcn");
+        QTest::newRow("whole, however long") << QByteArray(100, 'n');
+    }
+
+    void message() {
+        QFETCH(QByteArray, name);
+        WatchDog watchDog(QString::fromUtf8(name), 1000);
+        QSignalSpy killed(&watchDog, &WatchDog::processKilled);
+        CaptureStdout output;
+        watchDog.onTimeout();
+        QCOMPARE(output.take(), "Process '" + name + "' does  not exist, closing...\n");
+        QCOMPARE(killed.count(), 1);
+    }
+
+    void messageComesBeforeTheSignal() {
+        WatchDog watchDog(QString::fromUtf8(ownName("gone")), 1000);
+        connect(&watchDog, &WatchDog::processKilled, [] { logLine(3, "signal"); });
+        CaptureStdout output;
+        watchDog.onTimeout();
+        QVERIFY(output.take().endsWith("closing...\nsignal\n"));
+    }
+
+    void messageIsProgress() {
+        logLevel = 2;
+        WatchDog watchDog(QString::fromUtf8(ownName("gone")), 1000);
+        QSignalSpy killed(&watchDog, &WatchDog::processKilled);
+        CaptureStdout output;
+        watchDog.onTimeout();
+        QCOMPARE(output.take(), QByteArray());
+        QCOMPARE(killed.count(), 1);
+    }
+
+    void silentWhileTheProcessLives() {
+        const QByteArray name = ownName("alive");
+        ChildProcess process([&name] { return idleAs(name); });
+        WatchDog watchDog(QString::fromUtf8(name), 1000);
+        QSignalSpy killed(&watchDog, &WatchDog::processKilled);
+        // The child has its name a moment after the fork.
+        QTRY_VERIFY([&] {
+            const int before = killed.count();
+            CaptureStdout output;
+            watchDog.onTimeout();
+            return output.take().isEmpty() && killed.count() == before;
+        }());
+        process.kill();
+        process.result();
+        killed.clear();
+        CaptureStdout output;
+        watchDog.onTimeout();
+        QCOMPARE(output.take(), "Process '" + name + "' does  not exist, closing...\n");
+        QCOMPARE(killed.count(), 1);
+    }
+
+    void caseCounts() {
+        const QByteArray name = ownName("Cased");
+        ChildProcess process([&name] { return idleAs(name); });
+        WatchDog exact(QString::fromUtf8(name), 1000);
+        WatchDog lower(QString::fromUtf8(name.toLower()), 1000);
+        QSignalSpy exactKilled(&exact, &WatchDog::processKilled);
+        QSignalSpy lowerKilled(&lower, &WatchDog::processKilled);
+        const auto check = [](WatchDog& watchDog) {
+            CaptureStdout output;
+            watchDog.onTimeout();
+        };
+        QTRY_VERIFY((exactKilled.clear(), check(exact), exactKilled.isEmpty()));
+        check(lower);
+        QCOMPARE(lowerKilled.count(), 1);
+    }
+
+    void theProgramDoesNotWatchItself() {
+        WatchDog watchDog("test_WatchDog", 1000);
+        QSignalSpy killed(&watchDog, &WatchDog::processKilled);
+        CaptureStdout output;
+        watchDog.onTimeout();
+        output.take();
+        QCOMPARE(killed.count(), 1);
+    }
+
+    void longName_data() {
+        QTest::addColumn<QByteArray>("program");
+        QTest::addColumn<QByteArray>("watched");
+        QTest::addColumn<bool>("found");
+        const QByteArray name = ownName("a-name-beyond-twenty-five-bytes").rightJustified(40, '-');
+        QTest::newRow("24 bytes, the same") << name.left(24) << name.left(24) << true;
+        QTest::newRow("24 bytes, the other has more") << name << name.left(24) << false;
+        QTest::newRow("25 bytes are a beginning") << name << name.left(25) << true;
+        QTest::newRow("40 bytes") << name << name << true;
+        QTest::newRow("alike in the first 25 bytes") << name.left(25) + "x" << name << true;
+        QTest::newRow("alike in the first 24 bytes only") << name.left(24) + "xx" << name << false;
+    }
+
+    void longName() {
+        QFETCH(QByteArray, program);
+        QFETCH(QByteArray, watched);
+        QFETCH(bool, found);
+        ChildProcess process([&program] { return idleWithProgramName(program.constData()); });
+        QFile commandLine(QString("/proc/%1/cmdline").arg(process.id()));
+        QTRY_VERIFY((commandLine.close(), commandLine.open(QIODevice::ReadOnly)) &&
+                    commandLine.readAll().startsWith(program + '\0'));
+        WatchDog watchDog(QString::fromUtf8(watched), 1000);
+        QSignalSpy killed(&watchDog, &WatchDog::processKilled);
+        CaptureStdout output;
+        watchDog.onTimeout();
+        output.take();
+        QCOMPARE(killed.isEmpty(), found);
+    }
+
+    void firstCheckAfterOneInterval() {
+        constexpr int interval = 300;
+        WatchDog watchDog(QString::fromUtf8(ownName("gone")), interval);
+        WatchDog notStarted(QString::fromUtf8(ownName("gone")), 1);
+        QSignalSpy neverKilled(&notStarted, &WatchDog::processKilled);
+        QSignalSpy killed(&watchDog, &WatchDog::processKilled);
+        CaptureStdout output;
+        QElapsedTimer time;
+        time.start();
+        watchDog.start();
+        QCoreApplication::processEvents();
+        const int atOnce = killed.count();
+        const bool came = killed.wait(20 * interval);
+        const qint64 first = time.elapsed();
+        // It goes on for as long as the event loop runs.
+        const bool cameAgain = killed.wait(20 * interval);
+        const qint64 second = time.elapsed();
+        const QByteArray line = "Process '" + ownName("gone") + "' does  not exist, closing...\n";
+        QCOMPARE(output.take(), line + line);
+        QCOMPARE(atOnce, 0);
+        QVERIFY(came && cameAgain);
+        QVERIFY2(first >= interval - interval / 20, qPrintable(QString::number(first)));
+        QVERIFY2(second >= 2 * interval - interval / 10, qPrintable(QString::number(second)));
+        QVERIFY2(second < 8 * interval, qPrintable(QString::number(second)));
+        QCOMPARE(neverKilled.count(), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestWatchDog)
+#include "test_WatchDog.moc"
