@@ -1,0 +1,164 @@
+#include <cerrno>
+#include <csignal>
+
+#include <QtTest>
+
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/readSmallTextFile.h"
+
+namespace {
+
+/// The system calls that a child process makes between two calls of `getppid` which stand around `action`; -1
+/// when it can't be traced.
+template <class Action>
+int systemCallsOf(Action action) {
+    const pid_t child = fork();
+    if (child == 0) {
+        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
+            _exit(1);
+        raise(SIGSTOP);
+        getppid();
+        action();
+        getppid();
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (!WIFSTOPPED(status))
+        return -1;
+    ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    int marks = 0;
+    int calls = 0;
+    while (ptrace(PTRACE_SYSCALL, child, nullptr, nullptr) == 0) {
+        waitpid(child, &status, 0);
+        if (!WIFSTOPPED(status))
+            break;
+        if (WSTOPSIG(status) != (SIGTRAP | 0x80))
+            continue;
+        __ptrace_syscall_info info{};
+        ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof info, &info);
+        if (info.op != PTRACE_SYSCALL_INFO_ENTRY)
+            continue;
+        if (info.entry.nr == SYS_getppid)
+            ++marks;
+        else if (marks == 1)
+            ++calls;
+    }
+    return marks == 2 ? calls : -1;
+}
+
+} // namespace
+
+class TestReadSmallTextFile : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void content_data();
+    void content();
+    void notAFile_data();
+    void notAFile();
+    void fileWithoutEnd();
+    void fifoDoesNotBlock();
+    void leavesNoDescriptorOpen();
+    void systemCalls();
+
+  private:
+    QString path(const char* name) const { return directory.filePath(QLatin1String(name)); }
+    QString write(const QByteArray& bytes) {
+        QFile file(path("value"));
+        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+            qFatal("can't write a file to read");
+        return file.fileName();
+    }
+
+    QTemporaryDir directory;
+};
+
+void TestReadSmallTextFile::content_data() {
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::newRow("a value") << QByteArray("0x1002\n");
+    QTest::newRow("no line end") << QByteArray("37");
+    QTest::newRow("a line end only") << QByteArray("\n");
+    QTest::newRow("carriage returns") << QByteArray("a\r\nb\r\n");
+    QTest::newRow("carriage returns alone") << QByteArray("a\rb\r\r\n");
+    QTest::newRow("NUL bytes") << QByteArray("a\0b\0\n", 5);
+    QTest::newRow("every byte") << [] {
+        QByteArray bytes;
+        for (int value = 0; value < 256; ++value)
+            bytes.append(static_cast<char>(value));
+        return bytes;
+    }();
+    QTest::newRow("4095") << QByteArray(4095, 'x');
+    QTest::newRow("4096") << QByteArray(4096, 'x');
+    QTest::newRow("4097") << QByteArray(4097, 'x');
+    QTest::newRow("64 KiB") << QByteArray(65536, 'x');
+}
+
+// Whatever it costs in calls, the bytes are those of Qt's own text mode.
+void TestReadSmallTextFile::content() {
+    QFETCH(QByteArray, bytes);
+    QFile file(write(bytes));
+    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+    QCOMPARE(readSmallTextFile(file.fileName()), file.readAll());
+}
+
+void TestReadSmallTextFile::notAFile_data() {
+    QTest::addColumn<QString>("path");
+    QTest::newRow("missing") << path("missing");
+    QTest::newRow("empty") << path("empty");
+    QTest::newRow("directory") << directory.path();
+    QTest::newRow("dangling link") << path("dangling");
+    QTest::newRow("link to itself") << path("loop");
+    QTest::newRow("no name") << QString();
+    QTest::newRow("below a file") << path("empty") + "/vendor";
+    QVERIFY(QFile(path("empty")).open(QIODevice::WriteOnly));
+    QFile::link(path("nowhere"), path("dangling"));
+    QFile::link(path("loop"), path("loop"));
+}
+
+void TestReadSmallTextFile::notAFile() {
+    QFETCH(QString, path);
+    QVERIFY(readSmallTextFile(path).isNull());
+}
+
+void TestReadSmallTextFile::fileWithoutEnd() {
+    QCOMPARE(readSmallTextFile("/dev/zero").size(), 65536);
+}
+
+void TestReadSmallTextFile::fifoDoesNotBlock() {
+    QCOMPARE(mkfifo(path("fifo").toLocal8Bit().constData(), 0600), 0);
+    QVERIFY(readSmallTextFile(path("fifo")).isNull());
+}
+
+void TestReadSmallTextFile::leavesNoDescriptorOpen() {
+    const auto openDescriptors = [] {
+        return QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size();
+    };
+    const QString file = write("37\n");
+    const int before = openDescriptors();
+    readSmallTextFile(file);
+    readSmallTextFile(directory.path());
+    readSmallTextFile("/dev/zero");
+    QCOMPARE(openDescriptors(), before);
+}
+
+// A machine's cards are read every few seconds: five calls a value at most.
+void TestReadSmallTextFile::systemCalls() {
+    const QString file = write("1073741824\n");
+    const int empty = systemCallsOf([] {});
+    if (empty < 0)
+        QSKIP("a process can't be traced here");
+    QCOMPARE(empty, 0);
+    QByteArray value = readSmallTextFile(file); // what only a first call needs is done
+    const int calls = systemCallsOf([&] { value = readSmallTextFile(file); });
+    QVERIFY2(calls >= 3 && calls <= 5, QByteArray::number(calls));
+}
+
+QTEST_APPLESS_MAIN(TestReadSmallTextFile)
+#include "test_readSmallTextFile.moc"
