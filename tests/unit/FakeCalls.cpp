@@ -1,0 +1,55 @@
+#include "tests/unit/FakeCalls.h"
+
+#include <vector>
+
+namespace {
+
+struct Plan {
+    QString name;
+    int status;
+    int nth; ///< 0: every call
+    int calls = 0;
+};
+
+QStringList record;
+std::vector<Plan> plans;
+
+} // namespace
+
+void FakeCalls::reset() {
+    record.clear();
+    heal();
+}
+
+int FakeCalls::enter(const char* name, const QStringList& arguments) {
+    record.append(QLatin1String(name) + "(" + arguments.join(", ") + ")");
+    int status = 0;
+    for (Plan& plan : plans)
+        if (plan.name == QLatin1String(name) && (++plan.calls == plan.nth || plan.nth == 0))
+            status = plan.status;
+    return status;
+}
+
+void FakeCalls::fail(const QString& name, int status, int nth) {
+    plans.push_back({name, status, nth});
+}
+
+void FakeCalls::heal() {
+    plans.clear();
+}
+
+const QStringList& FakeCalls::all() {
+    return record;
+}
+
+QStringList FakeCalls::of(const QStringList& names) {
+    QStringList calls;
+    for (const QString& call : record)
+        if (names.contains(call.section('(', 0, 0)))
+            calls.append(call);
+    return calls;
+}
+
+int FakeCalls::count(const QString& name) {
+    return static_cast<int>(of({name}).size());
+}

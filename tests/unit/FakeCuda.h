@@ -1,0 +1,28 @@
+// Stand-ins for CUDA's runtimes and for the driver's own library, with devices by the test's description.
+#pragma once
+
+#include <vector>
+
+#include <QByteArray>
+
+#include "tests/unit/FakeLoader.h"
+
+struct FakeCudaDevice {
+    int bus = 0;
+    int major = 0;
+    int minor = 0;
+};
+
+/// The calls are recorded with the library's file as their first argument.
+namespace FakeCuda {
+
+/// Lets a runtime open by `file`, whose soname tells its version. Its record has the bus at `pciBusOffset`.
+/// Every file has its own devices; `properties` is the name of the entry point that reads them.
+FakeLibrary& installRuntime(const QByteArray& file, const QByteArray& soname, std::size_t pciBusOffset,
+                            const std::vector<FakeCudaDevice>& devices,
+                            const char* properties = "cudaGetDeviceProperties");
+
+/// The same as `libcuda.so.1`.
+FakeLibrary& installDriver(const std::vector<FakeCudaDevice>& devices);
+
+} // namespace FakeCuda

@@ -1,0 +1,16 @@
+# Stand-ins for the dynamic loader and the vendors' libraries, which the tests of opencl/, nvidia/ and amd/ share.
+add_library(qz_fakes STATIC FakeCalls.cpp FakeCuda.cpp FakeLoader.cpp FakeNvml.cpp FakeOpenCL.cpp)
+target_link_libraries(qz_fakes PUBLIC qz_opencl)
+
+qz_unit_test(DynamicLoader LINK qz_fakes)
+qz_unit_test(VendorLibrary LINK qz_fakes)
+qz_unit_test(distributionId LINK qz_support)
+qz_unit_test(readSmallTextFile LINK qz_support)
+
+qz_unit_test(errorName LINK qz_opencl)
+qz_unit_test(GpuOpenCL_Loader LINK qz_fakes)
+qz_unit_test(OpenCLDevices LINK qz_fakes)
+qz_unit_test(GpuBenchmarkOpenCL_Context LINK qz_fakes)
+qz_unit_test(GpuBenchmarkOpenCL LINK qz_fakes)
+qz_unit_test(GpuBenchmarkOpenCL_failures LINK qz_fakes)
+qz_unit_test(benchmarkGpu LINK qz_fakes)

@@ -1,0 +1,300 @@
+// The benchmark's run where something fails: the message, and that nothing stays behind.
+#include <QtTest>
+
+#include <malloc.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "app/log/logLine.h"
+#include "opencl/GpuBenchmarkOpenCL.h"
+#include "opencl/GpuOpenCL_Loader.h"
+#include "opencl/benchmarkSettings.h"
+#include "opencl/errorName.h"
+#include "tests/unit/CaptureStdout.h"
+#include "tests/unit/FakeCalls.h"
+#include "tests/unit/FakeOpenCL.h"
+
+using GpuBenchmarkOpenCL::Geometry;
+
+// Two tests ask for more memory than there is.
+extern "C" const char* __asan_default_options() { // NOLINT(bugprone-reserved-identifier)
+    return "allocator_may_return_null=1";
+}
+
+namespace {
+
+// Arrays of 256 KiB: large enough to stand out in the heap's figures.
+constexpr Geometry small = {{256, 256}, {256, 1}};
+
+float run(const Geometry& geometry = small, double seconds = 0.005) {
+    GpuBenchmarkOpenCL_Context context;
+    return GpuBenchmarkOpenCL::run(context, FakeOpenCL::device(0, 0), seconds, geometry);
+}
+
+/// What the process holds on its heap; all zero under a sanitizer, which looks for leaks itself.
+std::size_t heapBytes() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+QByteArray line(const QByteArray& text) {
+    return "    GpuBenchmarkOpenCL: " + text + "\n";
+}
+
+const QStringList releases = {"clReleaseMemObject", "clReleaseKernel", "clReleaseProgram",
+                              "clReleaseCommandQueue", "clReleaseContext"};
+
+} // namespace
+
+class TestGpuBenchmarkOpenCL_failures : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void init();
+    void cleanup();
+    void failingCall_data();
+    void failingCall();
+    void releases_data();
+    void releases();
+    void warmupFails_data();
+    void warmupFails();
+    void zeroResults_data();
+    void zeroResults();
+    void warmupTooFast();
+    void roundTooFast();
+    void noMemory();
+    void noMemoryForTheSecondArray();
+    void nextRunSucceeds();
+};
+
+void TestGpuBenchmarkOpenCL_failures::init() {
+    logLevel = 1;
+    benchmarkWarmupMs = 4;
+    GpuOpenCL_Loader::unload();
+    FakeLoader::reset();
+    FakeOpenCL::install({{"p", {FakeClDevice()}}});
+    GpuOpenCL_Loader::load(FakeLoader::functions());
+    FakeCalls::reset();
+}
+
+void TestGpuBenchmarkOpenCL_failures::cleanup() {
+    QCOMPARE(FakeOpenCL::liveObjects(), QStringList());
+    QCOMPARE(FakeOpenCL::misuses(), QStringList());
+}
+
+void TestGpuBenchmarkOpenCL_failures::failingCall_data() {
+    QTest::addColumn<QString>("call");
+    QTest::addColumn<int>("nth");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<bool>("givesObject");
+    QTest::addColumn<QByteArray>("text");
+    const auto rows = [](const QString& call, int nth, const QByteArray& text) {
+        for (int status : {-1, -4, -5, -6, -36, -59, -9999, 1})
+            for (bool givesObject : {false, true})
+                QTest::addRow("%s %d: %d%s", qPrintable(call), nth, status, givesObject ? ", object" : "")
+                    << call << nth << status << givesObject
+                    << line(QByteArray(text).replace("%1", errorName(status)));
+    };
+    rows("clCreateContext", 1, "clCreateContext failed: %1");
+    rows("clCreateCommandQueue", 1, "clCreateCommandQueue failed: %1");
+    rows("clCreateBuffer", 1, "clCreateBuffer A failed: %1");
+    rows("clCreateBuffer", 2, "clCreateBuffer B failed: %1");
+    rows("clCreateBuffer", 3, "clCreateBuffer Out failed: %1");
+    for (int nth : {1, 2}) {
+        rows("clCreateProgramWithSource", nth, "clCreateProgramWithSource failed: %1");
+        rows("clBuildProgram", nth, "OpenCL build error:no such type");
+        rows("clCreateKernel", nth, "clCreateKernel failed: %1");
+    }
+    rows("clEnqueueNDRangeKernel", 1, "warmup failed: %1 / CL_SUCCESS");
+    rows("clEnqueueReadBuffer", 1, "warmup produced zero results, kernel likely failed");
+    rows("clEnqueueReadBuffer", 2, "results are zero after benchmark, kernel likely failed");
+}
+
+void TestGpuBenchmarkOpenCL_failures::failingCall() {
+    QFETCH(QString, call);
+    QFETCH(int, nth);
+    QFETCH(int, status);
+    QFETCH(bool, givesObject);
+    FakeOpenCL::script().failedCallsGiveObjects = givesObject;
+    FakeCalls::fail(call, status, nth);
+    float score = -1.0F;
+    const std::size_t before = heapBytes();
+    const QByteArray printed = printedBy([&] { score = run(); });
+    const std::size_t after = heapBytes();
+    QTEST(printed, "text");
+    QCOMPARE(score, 0.0F);
+    QVERIFY2(after < before + (2U << 20), "host memory stays behind"); // the fake keeps its two copies
+    FakeOpenCL::install({{"p", {FakeClDevice()}}});                    // forgets them
+    QVERIFY2(heapBytes() < before + (64U << 10), "host memory stays behind");
+}
+
+void TestGpuBenchmarkOpenCL_failures::releases_data() {
+    QTest::addColumn<QString>("call");
+    QTest::addColumn<int>("nth");
+    QTest::addColumn<QStringList>("released");
+    const auto buffers = [](int count) {
+        QStringList calls;
+        for (int i = 1; i <= count; ++i)
+            calls.append(QStringLiteral("clReleaseMemObject(buffer%1)").arg(i));
+        return calls;
+    };
+    const QStringList kernel = {"clReleaseKernel(kernel1)"};
+    const QStringList program = {"clReleaseProgram(program1)"};
+    const QStringList queue = {"clReleaseCommandQueue(queue1)", "clReleaseContext(context1)"};
+    QTest::newRow("context") << "clCreateContext" << 1 << QStringList();
+    QTest::newRow("queue") << "clCreateCommandQueue" << 1 << QStringList{"clReleaseContext(context1)"};
+    QTest::newRow("buffer A") << "clCreateBuffer" << 1 << queue;
+    QTest::newRow("buffer B") << "clCreateBuffer" << 2 << buffers(1) + queue;
+    QTest::newRow("buffer Out") << "clCreateBuffer" << 3 << buffers(2) + queue;
+    QTest::newRow("program") << "clCreateProgramWithSource" << 1 << buffers(3) + queue;
+    QTest::newRow("build") << "clBuildProgram" << 1 << buffers(3) + program + queue;
+    QTest::newRow("kernel") << "clCreateKernel" << 1 << buffers(3) + program + queue;
+    QTest::newRow("enqueue") << "clEnqueueNDRangeKernel" << 1 << buffers(3) + kernel + program + queue;
+    QTest::newRow("read") << "clEnqueueReadBuffer" << 1 << buffers(3) + kernel + program + queue;
+    QTest::newRow("program again") << "clCreateProgramWithSource" << 2
+                                   << kernel + program + buffers(3) + queue;
+}
+
+void TestGpuBenchmarkOpenCL_failures::releases() {
+    QFETCH(QString, call);
+    QFETCH(int, nth);
+    FakeCalls::fail(call, -5, nth);
+    printedBy([] { run(); });
+    QTEST(FakeCalls::of(::releases), "released");
+}
+
+void TestGpuBenchmarkOpenCL_failures::warmupFails_data() {
+    QTest::addColumn<int>("enqueued");
+    QTest::addColumn<int>("finished");
+    QTest::addColumn<bool>("queueReleased");
+    QTest::newRow("enqueue") << -54 << 0 << true;
+    QTest::newRow("enqueue: the queue is invalid") << -36 << 0 << true;
+    QTest::newRow("finish") << 0 << -5 << true;
+    QTest::newRow("finish: the queue is invalid") << 0 << -36 << false;
+    QTest::newRow("both") << -5 << -6 << true;
+    QTest::newRow("both, the queue is invalid") << -36 << -36 << false;
+    QTest::newRow("finish: its neighbours") << 0 << -35 << true;
+    QTest::newRow("finish: and") << 0 << -37 << true;
+    QTest::newRow("finish: positive") << 0 << 36 << true;
+}
+
+void TestGpuBenchmarkOpenCL_failures::warmupFails() {
+    QFETCH(int, enqueued);
+    QFETCH(int, finished);
+    QFETCH(bool, queueReleased);
+    FakeCalls::fail("clEnqueueNDRangeKernel", enqueued);
+    FakeCalls::fail("clFinish", finished);
+    float score = -1.0F;
+    const QByteArray printed = printedBy([&] { score = run(); });
+    QCOMPARE(printed,
+             line(QByteArray("warmup failed: ") + errorName(enqueued) + " / " + errorName(finished)));
+    QCOMPARE(score, 0.0F);
+    QCOMPARE(FakeCalls::count("clFinish"), 1); // asked even when nothing was enqueued
+    QCOMPARE(FakeCalls::count("clReleaseCommandQueue"), queueReleased ? 1 : 0);
+    QCOMPARE(FakeCalls::count("clReleaseMemObject"), 3);
+    QCOMPARE(FakeCalls::count("clReleaseContext"), 1);
+    if (!queueReleased) {
+        QCOMPARE(FakeOpenCL::liveObjects(), QStringList("queue1"));
+        FakeOpenCL::install({}); // the driver has lost it: none of ours
+    }
+}
+
+void TestGpuBenchmarkOpenCL_failures::zeroResults_data() {
+    QTest::addColumn<float>("zero");
+    QTest::addColumn<int>("read");
+    QTest::addColumn<QByteArray>("text");
+    for (float zero : {0.0F, -0.0F}) {
+        QTest::addRow("warm-up %g", zero)
+            << zero << 0 << line("warmup produced zero results, kernel likely failed");
+        QTest::addRow("end %g", zero)
+            << zero << 1 << line("results are zero after benchmark, kernel likely failed");
+    }
+}
+
+void TestGpuBenchmarkOpenCL_failures::zeroResults() {
+    QFETCH(float, zero);
+    QFETCH(int, read);
+    auto& results = FakeOpenCL::script().results;
+    results = {{1.0F, 2.0F, 3.0F, 4.0F}, {1.0F, 2.0F, 3.0F, 4.0F}};
+    results[static_cast<std::size_t>(read)].assign(4, zero);
+    float score = -1.0F;
+    const QByteArray printed = printedBy([&] { score = run(); });
+    QTEST(printed, "text");
+    QCOMPARE(score, 0.0F);
+}
+
+// Whether a millisecond passes during rounds that take none is the clock's business; but the average stays
+// below.
+void TestGpuBenchmarkOpenCL_failures::warmupTooFast() {
+    FakeOpenCL::script().roundMs = {0};
+    float score = -1.0F;
+    const QByteArray printed = printedBy([&] { score = run(); });
+    const QRegularExpression text(
+        "^    GpuBenchmarkOpenCL: warmup avg round time < 1ms \\(0\\.(\\d\\d)ms\\), kernel "
+        "likely not running correctly\n$");
+    QVERIFY2(text.match(printed).hasMatch(), printed.constData());
+    QCOMPARE(score, 0.0F);
+    QVERIFY(FakeCalls::count("clFinish") > 4);
+    QCOMPARE(FakeCalls::count("clEnqueueReadBuffer"), 1); // the results are looked at first
+}
+
+void TestGpuBenchmarkOpenCL_failures::roundTooFast() {
+    FakeOpenCL::script().roundMs = {10, 2, 0};
+    float score = -1.0F;
+    // Should the process lose the processor for a millisecond in one round, there is another.
+    const QByteArray printed = printedBy([&] { score = run(small, 60.0); });
+    QCOMPARE(printed, line("round time < 1ms, kernel likely not running correctly"));
+    QCOMPARE(score, 0.0F);
+    QVERIFY(FakeCalls::count("clFinish") >= 3);
+    QCOMPARE(FakeCalls::count("clEnqueueReadBuffer"), 1);
+}
+
+void TestGpuBenchmarkOpenCL_failures::noMemory() {
+    const Geometry more = {{std::size_t(1) << 40, 1024}, {256, 1}};
+    float score = -1.0F;
+    const QByteArray printed = printedBy([&] { score = run(more); });
+    QCOMPARE(printed, line("malloc failed"));
+    QCOMPARE(score, 0.0F);
+    QCOMPARE(FakeCalls::all(), QStringList({"clCreateContext(null, 1, device0.0, null, null)",
+                                            "clCreateCommandQueue(context1, device0.0, 0)",
+                                            "clReleaseCommandQueue(queue1)", "clReleaseContext(context1)"}));
+}
+
+#ifdef __SANITIZE_ADDRESS__
+// The sanitizer's own memory does not fit under a limit.
+void TestGpuBenchmarkOpenCL_failures::noMemoryForTheSecondArray() {}
+#else
+// A process that may have 700 MiB more, and asks for 512 twice.
+void TestGpuBenchmarkOpenCL_failures::noMemoryForTheSecondArray() {
+    float score = -1.0F;
+    int status = -1;
+    const QByteArray printed = printedBy([&] {
+        const pid_t child = fork();
+        if (child == 0) {
+            QFile statm("/proc/self/statm");
+            statm.open(QIODevice::ReadOnly);
+            const rlim_t now =
+                statm.readAll().split(' ').first().toULongLong() * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+            const rlimit limit = {now + (rlim_t(700) << 20), now + (rlim_t(700) << 20)};
+            setrlimit(RLIMIT_AS, &limit);
+            score = run(Geometry());
+            std::fflush(stdout);
+            _exit(score == 0.0F && FakeOpenCL::liveObjects().isEmpty() ? 0 : 1);
+        }
+        waitpid(child, &status, 0);
+    });
+    QCOMPARE(printed, line("malloc failed"));
+    QCOMPARE(status, 0);
+}
+#endif
+
+void TestGpuBenchmarkOpenCL_failures::nextRunSucceeds() {
+    FakeCalls::fail("clCreateBuffer", -4, 3);
+    printedBy([] { run(); });
+    FakeCalls::heal();
+    QVERIFY(run() > 0.0F);
+}
+
+QTEST_APPLESS_MAIN(TestGpuBenchmarkOpenCL_failures)
+#include "test_GpuBenchmarkOpenCL_failures.moc"

@@ -1,0 +1,131 @@
+#include <QtTest>
+
+#include "support/VendorLibrary.h"
+#include "tests/unit/FakeCalls.h"
+#include "tests/unit/FakeLoader.h"
+
+namespace {
+
+struct Table {
+    int (*one)() = nullptr;
+    int (*two)() = nullptr;
+    int (*three)() = nullptr;
+
+    template <class Visit>
+    void walk(Visit visit) {
+        visit("one", one, EntryPoint::Required);
+        visit("two", two, EntryPoint::Optional);
+        visit("three", three, EntryPoint::Required);
+    }
+};
+
+int answerOne() {
+    return 1;
+}
+
+int answerThree() {
+    return 3;
+}
+
+const QStringList open = {"dlopen(libv.so.1, 1)"};
+const QStringList lookUps = {"dlsym(libv.so.1, one)", "dlsym(libv.so.1, two)", "dlsym(libv.so.1, three)"};
+const QStringList close = {"dlclose(libv.so.1)"};
+
+} // namespace
+
+class TestVendorLibrary : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void init();
+    void loadsWithoutAnOptionalEntryPoint();
+    void incompleteIsClosedAfterEveryLookUp();
+    void notFound();
+    void loadsOnce();
+    void unloadWithoutLoad();
+    void loadUnloadLoad();
+    void closesWithTheLoaderThatOpened();
+    void doesNotUnloadByItself();
+};
+
+void TestVendorLibrary::init() {
+    FakeCalls::reset();
+    FakeLoader::reset();
+    FakeLibrary& library = FakeLoader::provide("libv.so.1");
+    library.add("one", answerOne);
+    library.add("three", answerThree);
+}
+
+void TestVendorLibrary::loadsWithoutAnOptionalEntryPoint() {
+    VendorLibrary<Table> library;
+    QVERIFY(!library.isLoaded());
+    QVERIFY(library.load({"libv.so.1"}, FakeLoader::functions()) == LoadResult::Loaded);
+    QVERIFY(library.isLoaded());
+    QCOMPARE(library.table().one(), 1);
+    QVERIFY(library.table().two == nullptr);
+    QCOMPARE(library.table().three(), 3);
+    QCOMPARE(FakeCalls::all(), open + lookUps);
+}
+
+void TestVendorLibrary::incompleteIsClosedAfterEveryLookUp() {
+    FakeLoader::library("libv.so.1").symbols.erase("one");
+    VendorLibrary<Table> library;
+    QVERIFY(library.load({"libv.so.1"}, FakeLoader::functions()) == LoadResult::Incomplete);
+    QVERIFY(!library.isLoaded());
+    QVERIFY(library.table().three == nullptr);
+    QCOMPARE(FakeCalls::all(), open + lookUps + close);
+}
+
+void TestVendorLibrary::notFound() {
+    VendorLibrary<Table> library;
+    QVERIFY(library.load({"libw.so.1", "libw.so"}, FakeLoader::functions()) == LoadResult::NotFound);
+    QVERIFY(!library.isLoaded());
+    library.unload();
+    QCOMPARE(FakeCalls::all(), QStringList({"dlopen(libw.so.1, 1)", "dlopen(libw.so, 1)"}));
+}
+
+void TestVendorLibrary::loadsOnce() {
+    VendorLibrary<Table> library;
+    library.load({"libv.so.1"}, FakeLoader::functions());
+    FakeCalls::reset();
+    QVERIFY(library.load({"libv.so.1"}, FakeLoader::functions()) == LoadResult::Loaded);
+    QCOMPARE(FakeCalls::all(), QStringList());
+}
+
+void TestVendorLibrary::unloadWithoutLoad() {
+    VendorLibrary<Table> library;
+    library.unload();
+    QVERIFY(!library.isLoaded());
+    QCOMPARE(FakeCalls::all(), QStringList());
+}
+
+void TestVendorLibrary::loadUnloadLoad() {
+    VendorLibrary<Table> library;
+    library.load({"libv.so.1"}, FakeLoader::functions());
+    library.unload();
+    QVERIFY(!library.isLoaded());
+    QVERIFY(library.table().one == nullptr && library.table().three == nullptr);
+    library.unload();
+    QVERIFY(library.load({"libv.so.1"}, FakeLoader::functions()) == LoadResult::Loaded);
+    QCOMPARE(library.table().three(), 3);
+    QCOMPARE(FakeCalls::all(), open + lookUps + close + open + lookUps);
+}
+
+void TestVendorLibrary::closesWithTheLoaderThatOpened() {
+    VendorLibrary<Table> library;
+    library.load({"libv.so.1"}, FakeLoader::functions());
+    library.load({"libv.so.1"}, DynamicLoader::system()); // loaded already: nothing is taken from it
+    library.unload();
+    QCOMPARE(FakeLoader::library("libv.so.1").timesOpen, 0);
+}
+
+void TestVendorLibrary::doesNotUnloadByItself() {
+    {
+        VendorLibrary<Table> library;
+        library.load({"libv.so.1"}, FakeLoader::functions());
+    }
+    QCOMPARE(FakeLoader::library("libv.so.1").timesOpen, 1);
+}
+
+QTEST_APPLESS_MAIN(TestVendorLibrary)
+#include "test_VendorLibrary.moc"
