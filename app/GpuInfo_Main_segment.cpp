@@ -29,6 +29,17 @@ bool GpuInfo_Main::createSharedMemory() {
     return true;
 }
 
+/// A process that is killed within a write leaves what it has written so far, and its lock is free at once. So
+/// the block is not ready from before the first of its bytes changes until all of them have.
+bool GpuInfo_Main::writeList() {
+    constexpr qint64 head = offsetof(GpuInfoBlock, cudaCount);
+    constexpr qint64 body = publishedSize - head;
+    constexpr std::uint32_t notReady[] = {GpuInfoBlock::version, 0};
+    static_assert(sizeof notReady == head);
+    return segment.write(notReady, head) && segment.write(&list.cudaCount, body, head) &&
+           segment.write(&list, head);
+}
+
 bool GpuInfo_Main::publish() {
     if ((!segment.isAttached() && !segment.attach()) || !segment.isIntact()) {
         logLine(0, "Unable to attach shared memory!; " + QString(segment.errorString()));
@@ -43,11 +54,10 @@ bool GpuInfo_Main::publish() {
         logLine(2, "Unable to lock shared memory!; " + QString(segment.errorString()));
         return false;
     }
-    const bool written = segment.write(&list, publishedSize);
+    const bool written = writeList();
     segment.unlock();
     if (!written) {
         logLine(0, "Unable to attach shared memory!; " + QString(segment.errorString()));
-        segment.detach();
         return false;
     }
     logLine(4, QStringLiteral("Updated shared memory block"));
