@@ -1,0 +1,324 @@
+"""The simulator itself: its command line, what it lays around a program, what it hides, and what it reports."""
+
+import json
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import textwrap
+import time
+import unittest
+from pathlib import Path
+
+import simulated
+from simulated import BUILD, PROGRAM, SOURCE, SimulatedCase, Simulation
+
+LAUNCHER = [str(SOURCE / "simulator" / "simulate"), "--build", str(BUILD), "--program", str(PROGRAM)]
+
+CARD = """
+[os-release]
+text = "ID=test\\n"
+[card card7]
+address = 0000:0c:00.0
+vendor = 0x1002
+label = @dangling
+product_name = @directory
+mem_info_vram_total = @missing
+gpu_busy_percent = @fails EBUSY
+mem_info_vram_used = 10, 20, ...
+hwmon = hwmon3, hwmon4
+hwmon4/temp1_input = "4\\x005\\n"
+connectors = DP-1
+[drm]
+entries = renderD128
+"""
+
+# Runs inside, as the simulated program: opens files and libraries as qzGpuInfo would, and says what it found.
+PROBE = """#!{python}
+import ctypes, os, sys
+for line in sys.argv[1:]:
+    try:
+        print(repr(eval(line)), flush=True)
+    except OSError as error:
+        print(error.errno, flush=True)
+"""
+
+
+def simulate(*arguments, **settings):
+    """The launcher as a user calls it."""
+    return subprocess.run([*LAUNCHER, *map(str, arguments)], capture_output=True, timeout=60, check=False, **settings)
+
+
+class Probing(SimulatedCase):
+    """Looks around on a machine with a program of its own."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="qzsim-probe-")
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+        self.probe = self.folder / "probe"
+        self.probe.write_text(PROBE.format(python=os.path.realpath(sys.executable)), encoding="utf-8")
+        self.probe.chmod(0o755)
+
+    def look(self, simulation, *expressions):
+        """What each expression gives inside; an errno where it fails."""
+        run = simulation.run(*expressions)
+        self.assertEqual((run.exit_code, run.errors), (0, b""))
+        return [eval(line) for line in run.output.decode().splitlines()], run
+
+
+class Command(SimulatedCase):
+    def test_the_list(self):
+        listed = simulate()
+        self.assertEqual((listed.returncode, listed.stderr), (0, b""))
+        lines = listed.stdout.decode().splitlines()
+        names = [line.split()[0] for line in lines]
+        self.assertEqual(names, sorted(path.stem for path in (SOURCE / "simulator/machines").glob("*.machine")))
+        for needed in ("workstation", "farm-node", "amd-card", "both-vendors", "amd-laptop", "no-opencl",
+                       "nvidia-opencl-unregistered", "twenty-gpus", "driver-dies"):
+            self.assertIn(needed, names)
+        for line in lines:
+            self.assertRegex(line, r"^\S+  +\S.{10,}$")
+
+    def test_a_run(self):
+        self.simulation("no-gpu")
+        with tempfile.TemporaryDirectory() as folder:
+            report = Path(folder) / "report.json"
+            run = simulate("--report", report, "driver-only", "-single", "-queryNvCuda")
+            self.assertEqual(run.returncode, 1, run.stderr)
+            self.assertIn(b"1 CUDA GPU(s) found", run.stdout)
+            counted = json.loads(report.read_text())
+        self.assertEqual(counted["calls"]["nvmlInit_v2"], 1)
+        self.assertEqual(counted["live"], {})
+        self.assertEqual(counted["misuse"], {})
+        self.assertEqual(counted["closes"], {"libOpenCL.so.1": 1, "libnvidia-ml.so.1": 1})
+        self.assertEqual(counted["events"][0], "load:libnvidia-ml.so.1")
+        self.assertLess(counted["events"].index("call:nvmlShutdown"),
+                        counted["events"].index("close:libnvidia-ml.so.1"))
+
+    def test_the_exit_code_is_the_programs(self):
+        self.simulation("no-gpu")
+        self.assertEqual(simulate("--program", "/bin/false", "no-gpu").returncode, 1)
+        self.assertEqual(simulate("--program", "/bin/sh", "no-gpu", "-c", "exit 42").returncode, 42)
+        self.assertEqual(simulate("--program", "/bin/sh", "no-gpu", "-c", "kill -SEGV $$").returncode,
+                         128 + signal.SIGSEGV)
+
+    def test_faults_of_the_command_line(self):
+        self.simulation("no-gpu")
+        run = simulate("--fault", "libnvidia-ml.so.1 = absent", "--fault", "libOpenCL.so.1 = absent", "driver-only",
+                       "-single", "-queryGPU")
+        self.assertEqual(run.returncode, 0)
+        self.assertIn(b"libnvidia-ml.so not found", run.stdout)
+        run = simulate("--fault", "nvmlInit_v2 = crash", "driver-only", "-single")
+        self.assertEqual(run.returncode, 128 + signal.SIGSEGV)
+
+    def test_what_cannot_be_simulated(self):
+        self.simulation("no-gpu")
+        unknown = simulate("no-such-machine")
+        self.assertEqual((unknown.returncode, unknown.stdout), (125, b""))
+        self.assertIn(b"no-such-machine: neither a file nor one of the machines", unknown.stderr)
+        fault = simulate("--fault", "nvmlInit_v2 = explode", "no-gpu")
+        self.assertEqual(fault.returncode, 125)
+        self.assertEqual(fault.stderr, b"simulate: --fault:1: not something that can happen to nvmlInit_v2: explode\n")
+        with tempfile.NamedTemporaryFile("w", suffix=".machine") as description:
+            description.write("[nvidia]\nbus = -3\n")
+            description.flush()
+            wrong = simulate(description.name)
+            self.assertEqual(wrong.returncode, 125)
+            self.assertEqual(wrong.stderr.decode(), f"simulate: {description.name}:2: bus must lie between 0 and "
+                                                    "4294967295: -3\n")
+
+    def test_signals_reach_the_program(self):
+        self.simulation("no-gpu")
+        for number in (signal.SIGINT, signal.SIGTERM):
+            with self.subTest(number=number):
+                process = subprocess.Popen([*LAUNCHER, "no-gpu"], stdout=subprocess.PIPE)
+                self.addCleanup(process.stdout.close)
+                self.addCleanup(process.kill)
+                lines = iter(process.stdout.readline, b"")
+                self.assertTrue(any(line.startswith(b"Continuous run") for line in lines))
+                process.send_signal(number)
+                self.assertEqual(process.wait(timeout=20), 0)
+
+    def test_a_wrapper(self):
+        self.simulation("no-gpu")
+        run = simulate("--wrap", "sh -c 'echo wrapped; exec \"$@\"' sh", "no-gpu", "-single", "-queryGPU")
+        self.assertEqual(run.returncode, 0)
+        self.assertEqual(run.stdout.splitlines()[0], b"wrapped")
+
+
+class Surroundings(Probing):
+    def test_sys(self):
+        simulation = self.described(CARD, program=self.probe)
+        card = "/sys/class/drm/card7/device/"
+        seen, _ = self.look(
+            simulation, "sorted(os.listdir('/sys/class/drm'))", "os.path.realpath('/sys/class/drm/card7/device')",
+            f"os.listdir('{card}hwmon/hwmon3')", f"open('{card}hwmon/hwmon4/temp1_input', 'rb').read()",
+            f"open('{card}vendor').read()", f"open('{card}label')", f"open('{card}mem_info_vram_total')",
+            f"open('{card}product_name')", "os.path.exists('/sys/devices/system/cpu')")
+        self.assertEqual(seen, [["card7", "card7-DP-1", "renderD128", "version"],
+                                "/sys/devices/pci0000:00/0000:0c:00.0", [], b"4\x005\n", "0x1002\n", 2, 2, 21, True])
+
+    def test_failing_and_changing_files(self):
+        simulation = self.described(CARD, faults=["card7/vendor = refuse EACCES at 2"], program=self.probe)
+        card = "/sys/class/drm/card7/device/"
+        used = f"open('{card}mem_info_vram_used').read()"
+        seen, run = self.look(simulation, f"os.read(os.open('{card}gpu_busy_percent', 0), 9)", used, used, used,
+                              f"open('{card}vendor').read()", f"open('{card}vendor').read()")
+        self.assertEqual(seen, [16, "10\n", "20\n", "10\n", "0x1002\n", 13])
+        self.assertEqual(run.report.opens[card + "mem_info_vram_used"], 3)
+        self.assertEqual(run.report.opens[card + "gpu_busy_percent"], 1)
+
+    def test_files_that_the_test_changes(self):
+        simulation = self.described(CARD, program=self.probe)
+        (simulation.layout.card("card7") / "vendor").write_text("0x10de\n")
+        shutil.rmtree(simulation.layout.card("card7") / "hwmon")
+        seen, _ = self.look(simulation, "open('/sys/class/drm/card7/device/vendor').read()",
+                            "os.listdir('/sys/class/drm/card7/device/hwmon')")
+        self.assertEqual(seen, ["0x10de\n", 2])
+
+    def test_device_entries(self):
+        for form, link, exists in (("directory", False, True), ("dangling", True, False), ("missing", False, False)):
+            with self.subTest(form=form):
+                simulation = self.described(f"[card card0]\nvendor = 1\ndevice_entry = {form}\n", program=self.probe)
+                seen, _ = self.look(simulation, "os.path.islink('/sys/class/drm/card0/device')",
+                                    "os.path.exists('/sys/class/drm/card0/device')")
+                self.assertEqual(seen, [link, exists])
+
+    def test_os_release(self):
+        simulation = self.described(CARD, program=self.probe)
+        self.assertEqual(self.look(simulation, "open('/etc/os-release').read()")[0], ["ID=test\n"])
+        simulation = self.described("[os-release]\nmissing = yes\n", program=self.probe)
+        self.assertEqual(self.look(simulation, "open('/etc/os-release')", "os.path.exists('/etc/passwd')")[0],
+                         [2, True])
+
+    def test_libraries_of_the_host_are_hidden(self):
+        simulation = self.simulation("no-gpu", program=self.probe)
+        seen, _ = self.look(simulation, *(f"'found' if ctypes.CDLL('{name}') else None" for name in (
+            "libc.so.6", "libOpenCL.so.1", "libOpenCL.so", "libcuda.so.1", "libcudart.so", "libcudart.so.13",
+            "libcudart.so.12", "libcudart.so.11.0", "libnvidia-ml.so.1", "libnvidia-ml.so")))
+        self.assertEqual(seen, ["found"] + [None] * 9)
+
+    def test_libraries_of_the_machine(self):
+        simulation = self.described("[nvidia]\ncompute = 8.9\n[libraries]\nnvml = libnvidia-ml.so\ncudart = 11\n"
+                                    "cudart_plain = 13\n",
+                                    faults=["libcuda.so.1 = other-architecture", "libcudart.so.11.0 = text-file",
+                                            "libnvidia-ml.so = omit nvmlErrorString"], program=self.probe)
+        seen, _ = self.look(simulation, *(f"'found' if ctypes.CDLL('{name}') else None" for name in (
+            "libnvidia-ml.so.1", "libnvidia-ml.so", "libcuda.so.1", "libcudart.so.11.0", "libcudart.so")),
+            "hasattr(ctypes.CDLL('libnvidia-ml.so'), 'nvmlErrorString')",
+            "hasattr(ctypes.CDLL('libnvidia-ml.so'), 'nvmlInit_v2')")
+        self.assertEqual(seen, [None, "found", None, None, "found", False, True])
+
+    def test_shared_memory(self):
+        shared = self.folder / "shm"
+        shared.mkdir()
+        (shared / "planted").write_text("x")
+        write = "open('/dev/shm/written', 'w').write('123')"
+        fill = "os.posix_fallocate(os.open('/dev/shm/big', 66), 0, 100000)"
+        for setting, listed, written, filled in ((None, [], 3, None), (shared, ["planted"], 3, None),
+                                                 (8192, [], 3, 28), ("read-only", [], 30, 30), ("none", 2, 2, 2)):
+            with self.subTest(setting=setting):
+                simulation = self.simulation("no-gpu", program=self.probe, shm=setting)
+                self.assertEqual(self.look(simulation, "os.listdir('/dev/shm')", write, fill)[0],
+                                 [listed, written, filled])
+        self.assertEqual((shared / "written").read_text(), "123")
+
+    def test_processes(self):
+        count = "len([name for name in os.listdir('/proc') if name.isdigit()])"
+        mine = f"os.path.exists('/proc/{os.getpid()}/exe') and '{os.getpid()}' in os.listdir('/proc')"
+        seen, _ = self.look(self.simulation("no-gpu", program=self.probe), count)
+        self.assertLess(seen[0], 6)
+        seen, _ = self.look(self.simulation("no-gpu", program=self.probe, share_pids=True), mine)
+        self.assertEqual(seen, [True])
+        seen, _ = self.look(self.simulation("no-gpu", program=self.probe, no_proc=True), "os.listdir('/proc')")
+        self.assertEqual(seen, [[]])
+
+    def test_processes_of_the_machine(self):
+        simulation = self.described("[machine]\nprocesses = render client, other\n", program=self.probe)
+        seen, run = self.look(simulation, "sorted(open(f'/proc/{n}/cmdline').read().split('\\0')[0] "
+                                          "for n in os.listdir('/proc') if n.isdigit())")
+        self.assertIn("render client", seen[0])
+        self.assertIn("other", seen[0])
+
+
+class Runs(SimulatedCase):
+    CYCLE = textwrap.dedent("""
+        [nvidia]
+        bus = 1
+        utilisation = cycle
+        temperature = cycle
+        [opencl]
+        mode = scripted
+        [platform]
+        """)
+
+    def test_a_killed_program_leaves_its_counts(self):
+        simulation = self.described(self.CYCLE)
+        run = simulation.start(stdout=subprocess.PIPE)
+        lines = iter(run.process.stdout.readline, b"")
+        self.assertTrue(any(line.startswith(b"Continuous run") for line in lines))
+        self.assertTrue(run.send(signal.SIGKILL))
+        run.process.wait(timeout=10)
+        self.assertEqual(run.exit_code, 128 + signal.SIGKILL)
+        self.assertEqual(run.report.calls["nvmlInit_v2"], 1)
+        self.assertEqual(run.report.live, {"nvml": 1})
+
+    def test_two_programs_share_a_segment(self):
+        with tempfile.TemporaryDirectory(prefix="qzsim-shm-") as shm:
+            simulation = self.described(self.CYCLE, shm=Path(shm), cycle_start=500)
+            first, second = simulation.start(stdout=subprocess.PIPE), simulation.start(stdout=subprocess.PIPE)
+            end = time.monotonic() + 10
+            while not os.path.exists(os.path.join(shm, "qzGpuInfo_v2")) and time.monotonic() < end:
+                time.sleep(0.02)
+            self.assertTrue(os.path.exists(os.path.join(shm, "qzGpuInfo_v2")))
+            for run in (first, second):
+                self.assertIsNotNone(run.pid())
+                run.kill()
+                self.assertEqual(run.report.calls["nvmlInit_v2"], 1)
+
+    def test_cycle_start(self):
+        run = self.described(self.CYCLE, cycle_start=70).run("-single", "-v")
+        self.assertIn("    #0 : Gpu Usage:      71 %", self.lines(run))
+        self.assertIn("    #0 : Temperature:    71 C", self.lines(run))
+
+    def test_a_hanging_call_ends_with_the_simulation(self):
+        simulation = self.described(self.CYCLE, faults=["nvmlDeviceGetCount_v2 = hang"])
+        run = simulation.start(stdout=subprocess.DEVNULL)
+        pid = run.pid()
+        time.sleep(0.3)
+        self.assertIsNone(run.exit_code)
+        run.kill()
+        end = time.monotonic() + 5
+        while os.path.exists(f"/proc/{pid}") and time.monotonic() < end:
+            time.sleep(0.02)
+        self.assertFalse(os.path.exists(f"/proc/{pid}"))
+
+    def test_nothing_is_left_behind(self):
+        with Simulation("no-gpu", BUILD, program=PROGRAM) as simulation:
+            root = simulation.layout.root
+            run = simulation.start(stdout=subprocess.DEVNULL)
+            self.assertTrue(root.exists())
+        self.assertFalse(root.exists())
+        self.assertIsNotNone(run.exit_code)
+
+    def test_kernels_are_kept(self):
+        run = self.simulation("scripted").run("-single", "-benchShort", timeout=60)
+        self.assertEqual(run.exit_code, 0)
+        self.assertEqual(len(run.kernels), 4)
+        self.assertTrue(run.kernels[0].startswith("__kernel void benchmarkKernel("))
+        self.assertEqual((run.report.live, run.report.misuse), ({}, {}))
+
+    def test_a_kernel_is_really_run(self):
+        run = self.simulation("workstation").run("-single", "-benchShort", "-v", timeout=120)
+        self.assertEqual(run.exit_code, 0)
+        self.assertRegex(run.output, rb"performance \d+\.\d{3} GPS")
+        self.assertEqual((run.report.live, run.report.misuse), ({}, {}))
+        self.assertEqual(run.report.notes["range 32768x4096 local 256x1 offset none"],
+                         run.report.calls["clEnqueueNDRangeKernel"])
+
+
+if __name__ == "__main__":
+    simulated.main()
