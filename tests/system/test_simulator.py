@@ -248,6 +248,7 @@ class Runs(SimulatedCase):
     CYCLE = textwrap.dedent("""
         [nvidia]
         bus = 1
+        compute = 8.9
         utilisation = cycle
         temperature = cycle
         [opencl]
