@@ -57,12 +57,10 @@ const LibraryInfo* findLibrary(std::string_view name) {
 }
 
 bool isKnownFunction(std::string_view name) {
-    for (const auto& library : knownLibraries()) {
-        const auto& functions = library.functions;
-        if (std::find(functions.begin(), functions.end(), name) != functions.end())
-            return true;
-    }
-    return false;
+    const auto& libraries = knownLibraries();
+    return std::any_of(libraries.begin(), libraries.end(), [name](const LibraryInfo& library) {
+        return std::find(library.functions.begin(), library.functions.end(), name) != library.functions.end();
+    });
 }
 
 } // namespace qzsim

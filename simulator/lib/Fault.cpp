@@ -117,7 +117,7 @@ void setCalls(Fault& fault, const std::string& word, const std::string& number, 
     if (word == "at" || word == "until")
         fault.last = static_cast<std::uint64_t>(*call);
     if (word != "at" && word != "from" && word != "until")
-        throw DescriptionError(place, "neither \"at\", \"from\" nor \"until\": " + word);
+        throw DescriptionError(place, R"(neither "at", "from" nor "until": )" + word);
 }
 
 } // namespace

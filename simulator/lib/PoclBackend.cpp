@@ -91,7 +91,8 @@ class PoclBackend : public ClBackend {
         info(program, m_real.device, CL_PROGRAM_BUILD_LOG, 0, nullptr, &size);
         std::string log(size, '\0');
         info(program, m_real.device, CL_PROGRAM_BUILD_LOG, size, log.data(), nullptr);
-        return log.c_str();
+        log.resize(std::min(log.find('\0'), log.size()));
+        return log;
     }
 
     cl_kernel createKernel(cl_program program, const char* name, cl_int& status) override {
@@ -125,7 +126,8 @@ class PoclBackend : public ClBackend {
         // The last dimension's groups are the ones to leave out: those that run still begin with item 0.
         const std::size_t last = dimensions - 1;
         const std::size_t groupSize = local == nullptr ? 1 : local[last];
-        const auto groups = static_cast<double>(size[last] / groupSize);
+        const std::size_t wholeGroups = size[last] / groupSize;
+        const auto groups = static_cast<double>(wholeGroups);
         size[last] =
             std::max<std::size_t>(1, static_cast<std::size_t>(std::floor(groups * m_share))) * groupSize;
         return m_real.QZSIM_REAL(clEnqueueNDRangeKernel)(queue, kernel, dimensions, nullptr, size.data(),

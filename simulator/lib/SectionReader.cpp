@@ -30,7 +30,7 @@ std::optional<std::string> SectionReader::text(std::string_view key) {
     const Entry* entry = take(key);
     if (entry == nullptr)
         return std::nullopt;
-    const auto bytes = unquoted(entry->value);
+    auto bytes = unquoted(entry->value);
     if (!bytes)
         throw DescriptionError(entry->place, "an escape that is none: " + entry->value);
     return bytes;

@@ -195,9 +195,10 @@ cl_int clSetKernelArg(cl_kernel kernel, cl_uint index, std::size_t size, const v
     if (!objects().isLive(ClKind::Kernel, kernel, "clSetKernelArg"))
         return CL_INVALID_KERNEL;
     cl_mem buffer = nullptr;
-    if (size != sizeof buffer || value == nullptr)
+    constexpr std::size_t handleSize = sizeof(cl_mem); // NOLINT(bugprone-sizeof-expression): a handle's size
+    if (size != handleSize || value == nullptr)
         return CL_INVALID_ARG_SIZE;
-    std::memcpy(&buffer, value, sizeof buffer);
+    std::memcpy(&buffer, value, handleSize);
     if (!objects().isLive(ClKind::Buffer, buffer, "clSetKernelArg"))
         return CL_INVALID_MEM_OBJECT;
     note("argument " + std::to_string(index));

@@ -2,6 +2,7 @@
 // version's.
 #include "simulator/lib/Session.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -67,7 +68,7 @@ int fillProperties(const char* function, const PropLayout& layout, unsigned char
     };
     std::memset(properties, noise, layout.size);
     std::memset(properties, 0, nameSize);
-    std::memcpy(properties, device.name.data(), std::min(device.name.size(), nameSize - 1));
+    std::copy_n(device.name.begin(), std::min(device.name.size(), nameSize - 1), properties);
     put(majorOffset, device.compute.major);
     put(minorOffset, device.compute.minor);
     put(layout.pciBusId, verdict.number(device.pci.bus));

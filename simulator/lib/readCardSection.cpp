@@ -1,5 +1,6 @@
 #include "simulator/lib/readSections.h"
 
+#include <array>
 #include <cstdio>
 
 namespace qzsim {
@@ -56,16 +57,14 @@ std::string numberedCard(const std::string& name, int index) {
 
 /// 0000:04:00.0 for 0000:03:00.0 and index 1; a text of another form stays.
 std::string numberedAddress(const std::string& address, int index) {
-    unsigned domain = 0;
-    unsigned bus = 0;
-    unsigned device = 0;
-    unsigned function = 0;
-    if (index == 0 || std::sscanf(address.c_str(), "%4x:%2x:%2x.%1u", &domain, &bus, &device, &function) != 4)
+    const auto parts = splitList(address, ':');
+    const auto bus = parts.size() == 3 ? parseNumber("0x" + parts[1]) : std::nullopt;
+    if (index == 0 || !bus)
         return address;
-    char text[48];
-    std::snprintf(text, sizeof text, "%04x:%02x:%02x.%u", domain, bus + static_cast<unsigned>(index), device,
-                  function);
-    return text;
+    std::array<char, 24> text{};
+    std::snprintf(text.data(), text.size(), "%02x",
+                  static_cast<unsigned>(*bus) + static_cast<unsigned>(index));
+    return parts[0] + ":" + text.data() + ":" + parts[2];
 }
 
 bool isFileName(const std::string& name) {

@@ -8,12 +8,12 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
 #include <sys/mman.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace {
