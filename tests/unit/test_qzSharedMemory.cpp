@@ -4,14 +4,10 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
-#include <memory>
 
 #include <fcntl.h>
-#include <sys/file.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
-#include "ChildProcess.h"
 #include "SegmentDirectory.h"
 #include "support/qzSharedMemory.h"
 
@@ -322,180 +318,6 @@ class TestQzSharedMemory : public QObject {
         QCOMPARE(segment.error(), int(qzSharedMemory::NotFound));
     }
 
-    void data() {
-        const SegmentDirectory directory;
-        qzSharedMemory segment(key, mode, directory.path());
-        qzSharedMemory reader(key, mode, directory.path());
-        QVERIFY(segment.create(blockSize, true, false));
-        QVERIFY(reader.attach());
-        char* bytes = static_cast<char*>(segment.data());
-        QVERIFY(bytes != nullptr);
-        QCOMPARE(segment.data(), static_cast<void*>(bytes));
-        bytes[0] = 'a';
-        bytes[blockSize - 1] = 'z';
-        QCOMPARE(directory.bytes(key).at(0), 'a');
-        QCOMPARE(directory.bytes(key).at(int(blockSize) - 1), 'z');
-        QVERIFY(reader.data() != nullptr && reader.data() != bytes);
-        QCOMPARE(static_cast<char*>(reader.data())[0], 'a');
-        QVERIFY(segment.write("b", 1));
-        QCOMPARE(bytes[0], 'b');
-    }
-
-    void dataThatCanNotBeMapped() {
-        const SegmentDirectory directory;
-        QVERIFY(directory.makeFile(key, "x"));
-        QCOMPARE(truncate(directory.file(key).constData(), off_t(1) << 50),
-                 0); // more than there are addresses
-        qzSharedMemory segment(key, mode, directory.path());
-        QVERIFY(segment.attach());
-        QVERIFY(segment.data() == nullptr);
-        QCOMPARE(segment.error(), int(qzSharedMemory::OutOfResources));
-        QVERIFY(isSentenceAbout(textOf(segment), key));
-    }
-
-    void dataOfAShrunkenSegment() {
-        const SegmentDirectory directory;
-        qzSharedMemory segment(key, mode, directory.path());
-        QVERIFY(segment.create(blockSize, true, false));
-        QCOMPARE(truncate(directory.file(key).constData(), 10), 0);
-        QVERIFY(segment.data() == nullptr);
-        QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
-    }
-
-    void readersMappingRefusesWriting() {
-        const SegmentDirectory directory;
-        QVERIFY(directory.makeFile(key, QByteArray(int(blockSize), 'x')));
-        qzSharedMemory reader(key, qzSharedMemory::ModeRead, directory.path());
-        qzSharedMemory writer(key, mode, directory.path());
-        QVERIFY(reader.attach() && writer.attach());
-        // The kernel tells what may be written, without a signal.
-        const int zero = open("/dev/zero", O_RDONLY | O_CLOEXEC);
-        QCOMPARE(read(zero, writer.data(), 1), ssize_t(1));
-        QCOMPARE(read(zero, reader.data(), 1), ssize_t(-1));
-        close(zero);
-        QVERIFY(!reader.write("y", 1));
-        QCOMPARE(reader.error(), int(qzSharedMemory::PermissionDenied));
-        QVERIFY(reader.lock() && reader.unlock() && reader.detach());
-        QCOMPARE(directory.names(), QStringList{key});
-    }
-
-    void write() {
-        const SegmentDirectory directory;
-        qzSharedMemory segment(key, mode, directory.path());
-        QVERIFY(segment.create(blockSize, true, false));
-        const timespec old[2] = {{1000, 0}, {1000, 0}};
-        QCOMPARE(utimensat(AT_FDCWD, directory.file(key).constData(), old, 0), 0);
-        const QByteArray block(7469, 'b');
-        const std::time_t before = std::time(nullptr);
-        QVERIFY(segment.write(block.constData(), block.size()));
-        QCOMPARE(segment.error(), 0);
-        QCOMPARE(directory.bytes(key), block + QByteArray(3, '\0'));
-        QVERIFY(directory.status(key).st_mtime >= before - 1);
-    }
-
-    /// Written through a mapping the time would stay, and so it does when nothing is written.
-    void writeOfNothingSetsTheTime() {
-        const SegmentDirectory directory;
-        qzSharedMemory segment(key, mode, directory.path());
-        QVERIFY(segment.create(blockSize, true, false));
-        const timespec old[2] = {{1000, 0}, {1000, 0}};
-        QCOMPARE(utimensat(AT_FDCWD, directory.file(key).constData(), old, 0), 0);
-        QVERIFY(segment.write("", 0));
-        QVERIFY(directory.status(key).st_mtime > 1000);
-    }
-
-    void writeRefused_data() {
-        QTest::addColumn<qint64>("count");
-        QTest::newRow("one byte more") << blockSize + 1;
-        QTest::newRow("negative") << qint64(-1);
-        QTest::newRow("huge") << std::numeric_limits<qint64>::max();
-    }
-
-    void writeRefused() {
-        QFETCH(qint64, count);
-        const SegmentDirectory directory;
-        qzSharedMemory segment(key, mode, directory.path());
-        QVERIFY(segment.create(blockSize, true, false));
-        const QByteArray bytes(int(blockSize) + 1, 'x');
-        QVERIFY(!segment.write(bytes.constData(), count));
-        QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
-        QVERIFY(isSentenceAbout(textOf(segment), key));
-        QCOMPARE(directory.bytes(key), QByteArray(int(blockSize), '\0'));
-    }
-
-    void truncatedWhileMapped() {
-        const SegmentDirectory directory;
-        qzSharedMemory segment(key, mode, directory.path());
-        QVERIFY(segment.create(blockSize, true, false));
-        QVERIFY(segment.data() != nullptr);
-        QCOMPARE(truncate(directory.file(key).constData(), 0), 0);
-        const QByteArray block(int(blockSize), 'b');
-        QVERIFY(!segment.write(block.constData(), block.size()));
-        QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
-        QCOMPARE(qint64(directory.status(key).st_size), qint64(0));
-        QVERIFY(!segment.isIntact());
-        QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
-        QVERIFY(isSentenceAbout(textOf(segment), key));
-        QVERIFY(segment.lock() && segment.unlock());
-        QVERIFY(segment.detach());
-        // Smaller than what was asked for: not this segment's to remove.
-        QCOMPARE(directory.names(), QStringList{key});
-    }
-
-    void isIntact_data() {
-        QTest::addColumn<int>("size");
-        QTest::addColumn<bool>("asked");
-        QTest::addColumn<bool>("intact");
-        QTest::newRow("exact") << 7472 << true << true;
-        QTest::newRow("larger") << 10000 << true << true;
-        QTest::newRow("a byte too small") << 7471 << true << false;
-        QTest::newRow("small, but none was asked for") << 10 << false << true;
-    }
-
-    void isIntact() {
-        QFETCH(int, size);
-        QFETCH(bool, asked);
-        QFETCH(bool, intact);
-        const SegmentDirectory directory;
-        QVERIFY(directory.makeFile(key, QByteArray(size, 'x')));
-        qzSharedMemory segment(key, mode, directory.path());
-        QVERIFY(!asked || !segment.create(blockSize, true, false));
-        QVERIFY(segment.attach());
-        QCOMPARE(segment.isIntact(), intact);
-        QCOMPARE(segment.error(), int(intact ? qzSharedMemory::None : qzSharedMemory::InvalidSize));
-        QVERIFY(segment.detach());
-        QCOMPARE(directory.names(), intact ? QStringList() : QStringList{key});
-    }
-
-    void nameGoneOrAnothers_data() {
-        QTest::addColumn<QString>("now");
-        QTest::newRow("gone") << QString();
-        QTest::newRow("another file") << QStringLiteral("file");
-        QTest::newRow("a link to the segment itself") << QStringLiteral("link");
-    }
-
-    void nameGoneOrAnothers() {
-        QFETCH(QString, now);
-        const SegmentDirectory directory;
-        qzSharedMemory segment(key, mode, directory.path());
-        QVERIFY(segment.create(blockSize, true, false));
-        QVERIFY(segment.data() != nullptr);
-        if (now == QLatin1String("link")) {
-            QCOMPARE(rename(directory.file(key).constData(), directory.file("moved").constData()), 0);
-            QCOMPARE(symlink("moved", directory.file(key).constData()), 0);
-        } else {
-            QVERIFY(QFile::remove(directory.file(key)));
-            QVERIFY(now.isEmpty() || directory.makeFile(key, QByteArray(int(blockSize), 'x')));
-        }
-        const QStringList names = directory.names();
-        QVERIFY(!segment.isIntact());
-        QCOMPARE(segment.error(), int(qzSharedMemory::NotFound));
-        QVERIFY(isSentenceAbout(textOf(segment), key));
-        QVERIFY(segment.write("still writable", 14));
-        QVERIFY(segment.detach());
-        QCOMPARE(directory.names(), names);
-    }
-
     void detach_data() {
         QTest::addColumn<int>("modeBits");
         QTest::addColumn<bool>("removed");
@@ -546,56 +368,6 @@ class TestQzSharedMemory : public QObject {
         QCOMPARE(openDescriptors(), descriptors);
     }
 
-    void lock() {
-        const SegmentDirectory directory;
-        qzSharedMemory segment(key, mode, directory.path());
-        QVERIFY(segment.create(blockSize, true, false));
-        const int reader = open(directory.file(key).constData(), O_RDONLY | O_CLOEXEC);
-        QVERIFY(segment.lock());
-        QVERIFY(segment.lock());
-        QVERIFY(flock(reader, LOCK_EX | LOCK_NB) != 0);
-        QVERIFY(segment.unlock());
-        QCOMPARE(flock(reader, LOCK_EX | LOCK_NB), 0);
-        close(reader);
-        QVERIFY(segment.lock());
-        QCOMPARE(segment.error(), 0);
-    }
-
-    void lockWaitsABoundedTime() {
-        const SegmentDirectory directory;
-        qzSharedMemory segment(key, mode, directory.path());
-        qzSharedMemory other(key, mode, directory.path());
-        QVERIFY(segment.create(blockSize, true, false) && other.attach() && other.lock());
-        QElapsedTimer timer;
-        timer.start();
-        QVERIFY(!segment.lock());
-        const qint64 waited = timer.elapsed();
-        QVERIFY2(waited >= 990 && waited < 1500, QByteArray::number(waited).constData());
-        QCOMPARE(segment.error(), int(qzSharedMemory::LockFailed));
-        QVERIFY(isSentenceAbout(textOf(segment), key));
-        QVERIFY(textOf(segment).contains("lock was not free in time"));
-        QVERIFY(other.unlock() && segment.lock());
-        QCOMPARE(textOf(segment), QByteArray());
-    }
-
-    void lockIsTakenWhenItGetsFree() {
-        const SegmentDirectory directory;
-        qzSharedMemory segment(key, mode, directory.path());
-        qzSharedMemory other(key, mode, directory.path());
-        QVERIFY(segment.create(blockSize, true, false) && other.attach() && other.lock());
-        std::thread release([&other] {
-            QTest::qSleep(200);
-            other.unlock();
-        });
-        QElapsedTimer timer;
-        timer.start();
-        const bool locked = segment.lock();
-        const qint64 waited = timer.elapsed();
-        release.join();
-        QVERIFY(locked);
-        QVERIFY2(waited >= 150 && waited < 900, QByteArray::number(waited).constData());
-    }
-
     void everyErrorTextNamesTheSegment() {
         const SegmentDirectory directory;
         qzSharedMemory segment(QByteArray(250, 'k').constData(), mode, directory.path());
@@ -621,46 +393,6 @@ class TestQzSharedMemory : public QObject {
             ++checked;
         }
         QCOMPARE(checked, 3);
-    }
-
-    /// A signal would end the process that goes past this limit.
-    void fileSizeLimit() {
-        const SegmentDirectory directory;
-        QVERIFY(directory.makeFile("existing", QByteArray(200, 'x')));
-        ChildProcess child([&directory] {
-            const struct rlimit small { 100, 100 };
-            if (setrlimit(RLIMIT_FSIZE, &small) != 0)
-                return 1;
-            qzSharedMemory segment(key, mode, directory.path());
-            if (segment.create(101, true, false) || segment.error() != qzSharedMemory::OutOfResources)
-                return 2;
-            if (!segment.create(100, true, false))
-                return 3;
-            qzSharedMemory existing("existing", mode, directory.path());
-            const QByteArray bytes(200, 'y');
-            if (!existing.attach() || existing.write(bytes.constData(), 200) ||
-                existing.error() != qzSharedMemory::OutOfResources)
-                return 4;
-            return existing.write(bytes.constData(), 100) ? 0 : 5;
-        });
-        QCOMPARE(child.result(), 0);
-    }
-
-    void withoutDescriptors() {
-        const SegmentDirectory directory;
-        QVERIFY(directory.makeFile("existing", "x"));
-        ChildProcess child([&directory] {
-            const struct rlimit none { 0, 0 };
-            if (setrlimit(RLIMIT_NOFILE, &none) != 0)
-                return 1;
-            qzSharedMemory segment(key, mode, directory.path());
-            if (segment.create(100, true, false) || segment.error() != qzSharedMemory::OutOfResources)
-                return 2;
-            qzSharedMemory existing("existing", mode, directory.path());
-            return existing.attach() || existing.error() != qzSharedMemory::OutOfResources ? 3 : 0;
-        });
-        QCOMPARE(child.result(), 0);
-        QCOMPARE(directory.names(), QStringList{"existing"});
     }
 };
 

@@ -1,4 +1,4 @@
-// What others put in a segment's place, and file systems that refuse.
+// What others put in a segment's place, and what a system may refuse.
 #include <QtTest>
 
 #include <cerrno>
@@ -6,6 +6,7 @@
 #include <grp.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -22,10 +23,24 @@ constexpr qint64 blockSize = 7472;
 constexpr uid_t nobody = 65534;
 constexpr int notPossible = 99; ///< a child's result: the machine doesn't allow what the test needs
 
+bool writeText(const char* path, const QByteArray& text) {
+    QFile file(QString::fromLatin1(path));
+    return file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && file.write(text) == text.size();
+}
+
 /// Gives this process mounts of its own. False where that is not allowed.
 bool leaveMounts() {
-    const int spaces = geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER;
-    return unshare(spaces) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    const auto onlyItself = [](unsigned id) { return QByteArray::number(id) + ' ' + QByteArray::number(id) + " 1"; };
+    const QByteArray user = onlyItself(geteuid());
+    const QByteArray group = onlyItself(getegid());
+    if (geteuid() == 0) {
+        if (unshare(CLONE_NEWNS) != 0)
+            return false;
+    } else if (unshare(CLONE_NEWNS | CLONE_NEWUSER) != 0 || !writeText("/proc/self/uid_map", user) ||
+               !writeText("/proc/self/setgroups", "deny") || !writeText("/proc/self/gid_map", group)) {
+        return false;
+    }
+    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
 bool becomeOrdinaryUser() {
@@ -272,6 +287,46 @@ class TestSegmentNeighbours : public QObject {
         if (result == notPossible)
             QSKIP("SKIPPED: /proc can't be hidden here");
         QCOMPARE(result, 0);
+    }
+
+    /// A signal would end the process that goes past this limit.
+    void fileSizeLimit() {
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile("existing", QByteArray(200, 'x')));
+        ChildProcess child([&directory] {
+            const struct rlimit small { 100, 100 };
+            if (setrlimit(RLIMIT_FSIZE, &small) != 0)
+                return 1;
+            qzSharedMemory segment(key, mode, directory.path());
+            if (segment.create(101, true, false) || segment.error() != qzSharedMemory::OutOfResources)
+                return 2;
+            if (!segment.create(100, true, false))
+                return 3;
+            qzSharedMemory existing("existing", mode, directory.path());
+            const QByteArray bytes(200, 'y');
+            if (!existing.attach() || existing.write(bytes.constData(), 200) ||
+                existing.error() != qzSharedMemory::OutOfResources)
+                return 4;
+            return existing.write(bytes.constData(), 100) ? 0 : 5;
+        });
+        QCOMPARE(child.result(), 0);
+    }
+
+    void withoutDescriptors() {
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile("existing", "x"));
+        ChildProcess child([&directory] {
+            const struct rlimit none { 0, 0 };
+            if (setrlimit(RLIMIT_NOFILE, &none) != 0)
+                return 1;
+            qzSharedMemory segment(key, mode, directory.path());
+            if (segment.create(100, true, false) || segment.error() != qzSharedMemory::OutOfResources)
+                return 2;
+            qzSharedMemory existing("existing", mode, directory.path());
+            return existing.attach() || existing.error() != qzSharedMemory::OutOfResources ? 3 : 0;
+        });
+        QCOMPARE(child.result(), 0);
+        QCOMPARE(directory.names(), QStringList{"existing"});
     }
 
   private:

@@ -1,0 +1,262 @@
+// What an attached process does with its segment: lock, write, map, see that it is still there.
+#include <QtTest>
+
+#include <limits>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include "SegmentDirectory.h"
+#include "support/qzSharedMemory.h"
+
+namespace {
+
+constexpr char key[] = "segment";
+constexpr unsigned char mode = 7;
+constexpr qint64 blockSize = 7472;
+
+/// The limits of a segment's texts.
+bool isSentenceAbout(const QByteArray& text, const char* name) {
+    return text.startsWith("The shared memory \"" + QByteArray(name) + "\" ") && text.endsWith('.') &&
+           text.size() <= 250 && !text.contains('\n');
+}
+
+QByteArray textOf(const qzSharedMemory& segment) {
+    return segment.errorString().c_str();
+}
+
+} // namespace
+
+class TestSegmentAccess : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void data() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        qzSharedMemory reader(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        QVERIFY(reader.attach());
+        char* bytes = static_cast<char*>(segment.data());
+        QVERIFY(bytes != nullptr);
+        QCOMPARE(segment.data(), static_cast<void*>(bytes));
+        bytes[0] = 'a';
+        bytes[blockSize - 1] = 'z';
+        QCOMPARE(directory.bytes(key).at(0), 'a');
+        QCOMPARE(directory.bytes(key).at(int(blockSize) - 1), 'z');
+        QVERIFY(reader.data() != nullptr && reader.data() != bytes);
+        QCOMPARE(static_cast<char*>(reader.data())[0], 'a');
+        QVERIFY(segment.write("b", 1));
+        QCOMPARE(bytes[0], 'b');
+    }
+
+    void dataThatCanNotBeMapped() {
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile(key, "x"));
+        QCOMPARE(truncate(directory.file(key).constData(), off_t(1) << 50),
+                 0); // more than there are addresses
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.attach());
+        QVERIFY(segment.data() == nullptr);
+        QCOMPARE(segment.error(), int(qzSharedMemory::OutOfResources));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+    }
+
+    void dataOfAShrunkenSegment() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        QCOMPARE(truncate(directory.file(key).constData(), 10), 0);
+        QVERIFY(segment.data() == nullptr);
+        QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
+    }
+
+    void readersMappingRefusesWriting() {
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile(key, QByteArray(int(blockSize), 'x')));
+        qzSharedMemory reader(key, qzSharedMemory::ModeRead, directory.path());
+        qzSharedMemory writer(key, mode, directory.path());
+        QVERIFY(reader.attach() && writer.attach());
+        // The kernel tells what may be written, without a signal.
+        const int zero = open("/dev/zero", O_RDONLY | O_CLOEXEC);
+        QCOMPARE(read(zero, writer.data(), 1), ssize_t(1));
+        QCOMPARE(read(zero, reader.data(), 1), ssize_t(-1));
+        close(zero);
+        QVERIFY(!reader.write("y", 1));
+        QCOMPARE(reader.error(), int(qzSharedMemory::PermissionDenied));
+        QVERIFY(reader.lock() && reader.unlock() && reader.detach());
+        QCOMPARE(directory.names(), QStringList{key});
+    }
+
+    void write() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        const timespec old[2] = {{1000, 0}, {1000, 0}};
+        QCOMPARE(utimensat(AT_FDCWD, directory.file(key).constData(), old, 0), 0);
+        const QByteArray block(7469, 'b');
+        const std::time_t before = std::time(nullptr);
+        QVERIFY(segment.write(block.constData(), block.size()));
+        QCOMPARE(segment.error(), 0);
+        QCOMPARE(directory.bytes(key), block + QByteArray(3, '\0'));
+        QVERIFY(directory.status(key).st_mtime >= before - 1);
+    }
+
+    /// Written through a mapping the time would stay, and so it does when nothing is written.
+    void writeOfNothingSetsTheTime() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        const timespec old[2] = {{1000, 0}, {1000, 0}};
+        QCOMPARE(utimensat(AT_FDCWD, directory.file(key).constData(), old, 0), 0);
+        QVERIFY(segment.write("", 0));
+        QVERIFY(directory.status(key).st_mtime > 1000);
+    }
+
+    void writeRefused_data() {
+        QTest::addColumn<qint64>("count");
+        QTest::newRow("one byte more") << blockSize + 1;
+        QTest::newRow("negative") << qint64(-1);
+        QTest::newRow("huge") << std::numeric_limits<qint64>::max();
+    }
+
+    void writeRefused() {
+        QFETCH(qint64, count);
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        const QByteArray bytes(int(blockSize) + 1, 'x');
+        QVERIFY(!segment.write(bytes.constData(), count));
+        QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+        QCOMPARE(directory.bytes(key), QByteArray(int(blockSize), '\0'));
+    }
+
+    void truncatedWhileMapped() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        QVERIFY(segment.data() != nullptr);
+        QCOMPARE(truncate(directory.file(key).constData(), 0), 0);
+        const QByteArray block(int(blockSize), 'b');
+        QVERIFY(!segment.write(block.constData(), block.size()));
+        QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
+        QCOMPARE(qint64(directory.status(key).st_size), qint64(0));
+        QVERIFY(!segment.isIntact());
+        QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+        QVERIFY(segment.lock() && segment.unlock());
+        QVERIFY(segment.detach());
+        // Smaller than what was asked for: not this segment's to remove.
+        QCOMPARE(directory.names(), QStringList{key});
+    }
+
+    void isIntact_data() {
+        QTest::addColumn<int>("size");
+        QTest::addColumn<bool>("asked");
+        QTest::addColumn<bool>("intact");
+        QTest::newRow("exact") << 7472 << true << true;
+        QTest::newRow("larger") << 10000 << true << true;
+        QTest::newRow("a byte too small") << 7471 << true << false;
+        QTest::newRow("small, but none was asked for") << 10 << false << true;
+    }
+
+    void isIntact() {
+        QFETCH(int, size);
+        QFETCH(bool, asked);
+        QFETCH(bool, intact);
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile(key, QByteArray(size, 'x')));
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(!asked || !segment.create(blockSize, true, false));
+        QVERIFY(segment.attach());
+        QCOMPARE(segment.isIntact(), intact);
+        QCOMPARE(segment.error(), int(intact ? qzSharedMemory::None : qzSharedMemory::InvalidSize));
+        QVERIFY(segment.detach());
+        QCOMPARE(directory.names(), intact ? QStringList() : QStringList{key});
+    }
+
+    void nameGoneOrAnothers_data() {
+        QTest::addColumn<QString>("now");
+        QTest::newRow("gone") << QString();
+        QTest::newRow("another file") << QStringLiteral("file");
+        QTest::newRow("a link to the segment itself") << QStringLiteral("link");
+    }
+
+    void nameGoneOrAnothers() {
+        QFETCH(QString, now);
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        QVERIFY(segment.data() != nullptr);
+        if (now == QLatin1String("link")) {
+            QCOMPARE(rename(directory.file(key).constData(), directory.file("moved").constData()), 0);
+            QCOMPARE(symlink("moved", directory.file(key).constData()), 0);
+        } else {
+            QVERIFY(QFile::remove(directory.file(key)));
+            QVERIFY(now.isEmpty() || directory.makeFile(key, QByteArray(int(blockSize), 'x')));
+        }
+        const QStringList names = directory.names();
+        QVERIFY(!segment.isIntact());
+        QCOMPARE(segment.error(), int(qzSharedMemory::NotFound));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+        QVERIFY(segment.write("still writable", 14));
+        QVERIFY(segment.detach());
+        QCOMPARE(directory.names(), names);
+    }
+
+    void lock() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false));
+        const int reader = open(directory.file(key).constData(), O_RDONLY | O_CLOEXEC);
+        QVERIFY(segment.lock());
+        QVERIFY(segment.lock());
+        QVERIFY(flock(reader, LOCK_EX | LOCK_NB) != 0);
+        QVERIFY(segment.unlock());
+        QCOMPARE(flock(reader, LOCK_EX | LOCK_NB), 0);
+        close(reader);
+        QVERIFY(segment.lock());
+        QCOMPARE(segment.error(), 0);
+    }
+
+    void lockWaitsABoundedTime() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        qzSharedMemory other(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false) && other.attach() && other.lock());
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(!segment.lock());
+        const qint64 waited = timer.elapsed();
+        QVERIFY2(waited >= 990 && waited < 1500, QByteArray::number(waited).constData());
+        QCOMPARE(segment.error(), int(qzSharedMemory::LockFailed));
+        QVERIFY(isSentenceAbout(textOf(segment), key));
+        QVERIFY(textOf(segment).contains("lock was not free in time"));
+        QVERIFY(other.unlock() && segment.lock());
+        QCOMPARE(textOf(segment), QByteArray());
+    }
+
+    void lockIsTakenWhenItGetsFree() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        qzSharedMemory other(key, mode, directory.path());
+        QVERIFY(segment.create(blockSize, true, false) && other.attach() && other.lock());
+        std::thread release([&other] {
+            QTest::qSleep(200);
+            other.unlock();
+        });
+        QElapsedTimer timer;
+        timer.start();
+        const bool locked = segment.lock();
+        const qint64 waited = timer.elapsed();
+        release.join();
+        QVERIFY(locked);
+        QVERIFY2(waited >= 150 && waited < 900, QByteArray::number(waited).constData());
+    }
+};
+
+QTEST_APPLESS_MAIN(TestSegmentAccess)
+#include "test_segmentAccess.moc"
