@@ -7,9 +7,14 @@ namespace {
 // As CUDA calls it: no usable device is there.
 constexpr int cudaErrorNoDevice = 100;
 
+struct Answer {
+    int status;
+    CudaDeviceProperties properties;
+};
+
 struct Cuda {
     std::unique_ptr<CudaLibrary> library;
-    std::map<int, CudaDeviceProperties> knownDevices;
+    std::map<int, Answer> answers; ///< by device
 };
 
 Cuda cuda;
@@ -30,7 +35,7 @@ bool GpuCuda_Loader::isLoaded() {
 
 void GpuCuda_Loader::unload() {
     cuda.library.reset();
-    cuda.knownDevices.clear();
+    cuda.answers.clear();
 }
 
 int GpuCuda_Loader::cudaGetDeviceCount(int* count) {
@@ -40,13 +45,13 @@ int GpuCuda_Loader::cudaGetDeviceCount(int* count) {
 int GpuCuda_Loader::cudaGetDeviceProperties(CudaDeviceProperties* properties, int device) {
     if (!isLoaded() || device < 0)
         return cudaErrorNoDevice;
-    const auto known = cuda.knownDevices.find(device);
-    if (known != cuda.knownDevices.end()) {
-        *properties = known->second;
-        return 0;
+    auto known = cuda.answers.find(device);
+    if (known == cuda.answers.end()) {
+        Answer answer{};
+        answer.status = cuda.library->deviceProperties(answer.properties, device);
+        known = cuda.answers.emplace(device, answer).first;
     }
-    const int status = cuda.library->deviceProperties(*properties, device);
-    if (status == 0)
-        cuda.knownDevices.emplace(device, *properties);
-    return status;
+    if (known->second.status == 0)
+        *properties = known->second.properties;
+    return known->second.status;
 }

@@ -18,8 +18,9 @@ void unload();
 /// CUDA's status, 0 for success. Fails without a library, and then leaves `count` as it is.
 int cudaGetDeviceCount(int* count);
 
-/// CUDA's status, 0 for success. Fails without a library and for a device that is not there. A device that
-/// answered once is not asked again: a call can take tens of milliseconds.
+/// CUDA's status, 0 for success; otherwise `properties` stay as they are. Fails without a library and for a
+/// device that is not there. A device is asked once, whatever it answers: a call can take tens of
+/// milliseconds.
 int cudaGetDeviceProperties(CudaDeviceProperties* properties, int device);
 
 } // namespace GpuCuda_Loader
