@@ -53,6 +53,7 @@ class GpuInfo_Main : public QObject {
     void resetList();
     std::uint32_t collect(const GpuInfo* provider, GpuDevice* records, int firstIndex);
     void summarise();
+    bool writeList();
 
     GpuInfoBlock list;
     int updateIntervalMs = 4000;

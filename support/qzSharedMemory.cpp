@@ -49,10 +49,11 @@ QByteArray shortened(const _qzString8_allSize<250>& key) {
     return text.size() <= longest ? text : text.left(longest) + "...";
 }
 
-bool writeAll(int object, const char* bytes, qint64 count) {
+bool writeAll(int object, const char* bytes, qint64 count, qint64 offset) {
     qint64 done = 0;
     while (done < count) {
-        const ssize_t written = pwrite(object, bytes + done, static_cast<std::size_t>(count - done), done);
+        const ssize_t written =
+            pwrite(object, bytes + done, static_cast<std::size_t>(count - done), offset + done);
         if (written == 0 || (written < 0 && errno != EINTR))
             return false;
         done += std::max<qint64>(written, 0);
@@ -179,16 +180,17 @@ void* qzSharedMemory::data() {
     return mapping;
 }
 
-bool qzSharedMemory::write(const void* bytes, qint64 count) {
+bool qzSharedMemory::write(const void* bytes, qint64 count, qint64 offset) {
     if (!isAttached())
         return fail(NotFound, ENOENT, "can't be written, it is not attached");
     if ((modeBits & ModeWrite) == 0)
         return fail(PermissionDenied, EACCES, "can't be written, it is attached for reading");
-    if (count < 0 || objectSize(object.get()) < count)
+    const qint64 room = objectSize(object.get());
+    if (count < 0 || offset < 0 || room < count || room - count < offset)
         return fail(InvalidSize, EINVAL, "can't be written, it is too small");
-    if (!isWithinFileSizeLimit(count))
+    if (!isWithinFileSizeLimit(offset + count))
         return failAs(EFBIG, "can't be written");
-    if (!writeAll(object.get(), static_cast<const char*>(bytes), count) ||
+    if (!writeAll(object.get(), static_cast<const char*>(bytes), count, offset) ||
         futimens(object.get(), nullptr) != 0)
         return failAs(errno, "can't be written");
     return succeed();
