@@ -1,0 +1,5 @@
+# What has to hold when nothing around the program behaves.
+
+add_subdirectory("${PROJECT_SOURCE_DIR}/tests/harness" "${PROJECT_BINARY_DIR}/tests/harness")
+
+qz_system_test(kills TIMEOUT 300)
