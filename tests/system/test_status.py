@@ -5,6 +5,7 @@ import os
 import resource
 import signal
 import socket
+import stat
 import subprocess
 import tempfile
 import threading
@@ -57,6 +58,11 @@ class States(unittest.TestCase):
 
     def test_no_directory(self):
         result = run("--json", directory="/nowhere/at/all")
+        self.assertEqual((result.returncode, json.loads(result.stdout)["state"]), (NO_DATA, "missing"))
+
+    def test_a_directory_that_is_a_file(self):
+        with tempfile.NamedTemporaryFile() as file:
+            result = run("--json", directory=file.name)
         self.assertEqual((result.returncode, json.loads(result.stdout)["state"]), (NO_DATA, "missing"))
 
     def test_created_and_not_written_yet(self):
@@ -312,12 +318,17 @@ class Output(unittest.TestCase):
     def test_no_such_directory(self):
         self.expect_failure(self.folder + "/none/gpus.prom", "No such file or directory")
 
-    def test_a_directory_a_device_and_a_link_are_left_alone(self):
-        link = self.folder + "/link"
+    def test_what_is_no_regular_file_is_left_alone(self):
+        # Objects of this test's own: as root, a command that fails here would replace the machine's devices.
+        link, fifo, folder = (os.path.join(self.folder, name) for name in ("link", "fifo", "folder"))
         os.symlink("elsewhere", link)
-        for path in (self.folder, "/dev/null", link):
+        os.mkfifo(fifo)
+        os.mkdir(folder)
+        for path in (link, fifo, folder):
+            kind = stat.S_IFMT(os.lstat(path).st_mode)
             self.expect_failure(path, "it is there and is no regular file")
-        self.assertEqual(os.readlink(link), "elsewhere")
+            self.assertEqual(stat.S_IFMT(os.lstat(path).st_mode), kind)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["fifo", "folder", "link"])
 
     def test_a_name_that_is_a_directory_to_be(self):
         self.expect_failure(self.folder + "/none/", "Is a directory")
