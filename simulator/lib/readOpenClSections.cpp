@@ -11,15 +11,15 @@ ClAttribute readAttribute(SectionReader& section, std::string_view key, int inde
     if (entry == nullptr)
         return attribute;
     const auto words = splitWords(entry->value);
-    const auto last = words.empty() ? std::nullopt : parseNumber(words.back());
-    if (words.size() == 1 && last && *last >= 0 && *last <= maxU32) {
-        attribute.value = static_cast<std::uint32_t>(*last + index);
-    } else if (words.size() == 2 && words[0] == "refused" && last && *last < 0 && *last > -100000) {
-        attribute.refusal = static_cast<int>(*last);
-    } else if (words.size() != 1 || words[0] != "refused") {
+    constexpr std::int64_t none = INT64_MAX;
+    const std::int64_t last = words.empty() ? none : parseNumber(words.back()).value_or(none);
+    if (words.size() == 1 && last >= 0 && last <= maxU32)
+        attribute.value = static_cast<std::uint32_t>(last + index);
+    else if (words.size() == 2 && words[0] == "refused" && last < 0 && last > -100000)
+        attribute.refusal = static_cast<int>(last);
+    else if (words.size() != 1 || words[0] != "refused")
         throw DescriptionError(entry->place,
                                entry->key + " must be a number or \"refused [CODE]\": " + entry->value);
-    }
     return attribute;
 }
 
