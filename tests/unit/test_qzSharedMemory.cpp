@@ -149,11 +149,9 @@ class TestQzSharedMemory : public QObject {
         QTest::newRow("empty") << QByteArray() << false;
         QTest::newRow("slash inside") << QByteArray("a/b") << false;
         QTest::newRow("slash first") << QByteArray("/a") << false;
-        QTest::newRow("slash alone") << QByteArray("/") << false;
         QTest::newRow("the directory") << QByteArray(".") << false;
         QTest::newRow("the one above") << QByteArray("..") << false;
         QTest::newRow("three dots") << QByteArray("...") << true;
-        QTest::newRow("blank") << QByteArray(" ") << true;
         QTest::newRow("bytes above 0x7f") << QByteArray("\xc3\xa4\xff") << true;
         QTest::newRow("placeholder") << QByteArray("%1") << true;
         QTest::newRow("250 bytes") << QByteArray(250, 'k') << true;
@@ -256,9 +254,11 @@ class TestQzSharedMemory : public QObject {
         QCOMPARE(segment.error(), int(qzSharedMemory::AlreadyExists));
         QVERIFY(segment.isAttached());
         QCOMPARE(segment.size(), blockSize);
-        QVERIFY(QFile::remove(directory.file(key)));
+        QVERIFY(segment.data() != nullptr && QFile::remove(directory.file(key)));
         QVERIFY(!segment.isIntact());
         QVERIFY(segment.create(4000, true, false)); // made anew
+        QVERIFY(segment.write("n", 1));
+        QCOMPARE(*static_cast<char*>(segment.data()), 'n');
         QCOMPARE(segment.size(), qint64(4000));
         QVERIFY(segment.isIntact());
         QCOMPARE(directory.names(), QStringList{key});

@@ -104,6 +104,25 @@ class TestSegmentAccess : public QObject {
         QVERIFY(directory.status(key).st_mtime >= before - 1);
     }
 
+    void writeFromAnOffsetOn() {
+        const SegmentDirectory directory;
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(segment.create(10, true, false));
+        QVERIFY(segment.write("abc", 3, 2));
+        QVERIFY(segment.write("z", 1, 9));
+        QVERIFY(segment.write("", 0, 10));
+        const QByteArray held("\0\0abc\0\0\0\0z", 10);
+        QCOMPARE(directory.bytes(key), held);
+        constexpr qint64 largest = std::numeric_limits<qint64>::max();
+        for (const qint64 offset : {qint64(10), qint64(-1), largest, std::numeric_limits<qint64>::min()}) {
+            QVERIFY(!segment.write("y", 1, offset));
+            QCOMPARE(segment.error(), int(qzSharedMemory::InvalidSize));
+        }
+        QVERIFY(!segment.write("y", 2, 9));
+        QVERIFY(!segment.write("y", largest, largest));
+        QCOMPARE(directory.bytes(key), held);
+    }
+
     /// Written through a mapping the time would stay, and so it does when nothing is written.
     void writeOfNothingSetsTheTime() {
         const SegmentDirectory directory;

@@ -21,13 +21,14 @@ namespace {
 constexpr int notPossible = 99; ///< a child's result: the machine doesn't allow what the test needs
 constexpr qint64 size = 7472;
 
-/// From here on, for this process: `call` fails with `reason` where its third argument has all bits of
-/// `flags`.
-bool refuse(unsigned call, unsigned flags, unsigned reason) {
+/// From here on, for this process: `call` fails with `reason` where its argument of that number, counted from
+/// 0, has all bits of `flags`.
+bool refuse(unsigned call, unsigned flags, unsigned reason, unsigned argument = 2) {
     sock_filter program[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 4),
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args) + 2 * sizeof(std::uint64_t)),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS,
+                 unsigned(offsetof(seccomp_data, args) + argument * sizeof(std::uint64_t))),
         BPF_STMT(BPF_ALU | BPF_AND | BPF_K, flags),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, flags, 0, 1),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | reason),
@@ -88,6 +89,27 @@ class TestSegmentObject : public QObject {
             QSKIP("SKIPPED: system calls can't be filtered here");
         QCOMPARE(result, 0);
         QVERIFY(isWhole(directory));
+    }
+
+    void linkedByTheDescriptorAlone() {
+        const SegmentDirectory directory;
+        ChildProcess child([&] {
+            // A privilege, before Linux 6.10.
+            const FileDescriptor probe(open(directory.path(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+            if (linkat(probe.get(), "", AT_FDCWD, directory.file("probe").constData(), AT_EMPTY_PATH) != 0 ||
+                unlink(directory.file("probe").constData()) != 0)
+                return notPossible;
+            constexpr unsigned linkFlags = 4;
+            if (!refuse(SYS_linkat, AT_SYMLINK_FOLLOW, ENOENT, linkFlags) ||
+                !refuse(SYS_openat, O_EXCL, EPERM))
+                return notPossible;
+            const FileDescriptor object = create(directory);
+            return object.isOpen() && isWhole(directory) ? 0 : 1;
+        });
+        const int result = child.result();
+        if (result == notPossible)
+            QSKIP("SKIPPED: a file can't be linked by its descriptor here");
+        QCOMPARE(result, 0);
     }
 
     /// The name's being free is settled when it is given, not when it was looked at.
