@@ -1,4 +1,4 @@
-// A directory of a fuzz target's own, in memory where there is room, gone when the process ends well.
+// A directory of a fuzz target's own, below TMPDIR, gone when the process ends well.
 #pragma once
 
 #include <filesystem>
@@ -11,11 +11,8 @@
 class ScratchDirectory {
   public:
     ScratchDirectory() {
-        std::string made = "/dev/shm/fuzz-XXXXXX";
-        if (mkdtemp(made.data()) == nullptr) {
-            made = (std::filesystem::temp_directory_path() / "fuzz-XXXXXX").string();
-            require(mkdtemp(made.data()) != nullptr, "a directory can be made");
-        }
+        std::string made = (std::filesystem::temp_directory_path() / "fuzz-XXXXXX").string();
+        require(mkdtemp(made.data()) != nullptr, "a directory can be made");
         path = made;
     }
 

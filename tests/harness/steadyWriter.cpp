@@ -1,6 +1,6 @@
 // The program's driver, publishing one cycle after the other without a pause, to be killed at any instant:
-// steadyWriter DIRECTORY FIRST_NUMBER [KILLED_AT]. SIGTERM ends it in order. With KILLED_AT it kills itself half-way
-// through that write to the segment (1: the first), or ends with 3 when its 100 cycles have fewer.
+// steadyWriter DIRECTORY FIRST_NUMBER [KILLED_AT]. SIGTERM ends it in order. With KILLED_AT it kills itself
+// half-way through that write to the segment (1: the first), or ends with 3 when its 100 cycles have fewer.
 #include <algorithm>
 #include <atomic>
 #include <csignal>

@@ -3,3 +3,5 @@
 add_subdirectory("${PROJECT_SOURCE_DIR}/tests/harness" "${PROJECT_BINARY_DIR}/tests/harness")
 
 qz_system_test(kills TIMEOUT 300)
+qz_system_test(neighbours)
+qz_system_test(stuck_reader)
