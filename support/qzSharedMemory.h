@@ -83,9 +83,9 @@ class qzSharedMemory {
     void* data();
 
     /// Copies `count` bytes into the segment from `offset` on, all or false, and sets its modification time.
-    /// Goes by the descriptor, never by the mapping. Refuses (InvalidSize) when the segment is now smaller than
-    /// that. A process that is killed meanwhile leaves the pages written so far: what spans more than one page
-    /// (4096 bytes) is not written as a whole.
+    /// Goes by the descriptor, never by the mapping. Refuses (InvalidSize) when the segment is now smaller
+    /// than that. A process that is killed meanwhile leaves the pages written so far: what spans more than
+    /// one page (4096 bytes) is not written as a whole.
     bool write(const void* bytes, qint64 count, qint64 offset = 0);
 
     /// Whether the segment is attached, the name still leads to it (else NotFound), and it is not smaller

@@ -151,8 +151,8 @@ class TestProcEntry : public QObject {
         QTest::newRow("one") << QByteArray("1") << 1;
         QTest::newRow("many digits") << QByteArray("4194304") << 4194304;
         QTest::newRow("largest") << QByteArray("2147483647") << 2147483647;
-        for (const char* other :
-             {"", "0", "007", "-1", "+1", "self", "12x", "x12", " 12", "2147483648", "99999999999999999999", "."})
+        for (const char* other : {"", "0", "007", "-1", "+1", "self", "12x", "x12", " 12", "2147483648",
+                                  "99999999999999999999", "."})
             QTest::addRow("'%s'", other) << QByteArray(other) << 0;
     }
 

@@ -30,7 +30,9 @@ bool writeText(const char* path, const QByteArray& text) {
 
 /// Gives this process mounts of its own. False where that is not allowed.
 bool leaveMounts() {
-    const auto onlyItself = [](unsigned id) { return QByteArray::number(id) + ' ' + QByteArray::number(id) + " 1"; };
+    const auto onlyItself = [](unsigned id) {
+        return QByteArray::number(id) + ' ' + QByteArray::number(id) + " 1";
+    };
     const QByteArray user = onlyItself(geteuid());
     const QByteArray group = onlyItself(getegid());
     if (geteuid() == 0) {
