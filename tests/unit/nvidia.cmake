@@ -1,5 +1,6 @@
 qz_unit_test(GpuNvml_Loader LINK qz_nvidia qz_fakes)
 qz_unit_test(GpuCuda_Loader LINK qz_nvidia qz_fakes)
 qz_unit_test(GpuInfoNvml_CUDA_detect LINK qz_nvidia qz_fakes)
+qz_unit_test(GpuInfoNvml_CUDA_index LINK qz_nvidia qz_fakes)
 qz_unit_test(GpuInfoNvml_CUDA_match LINK qz_nvidia qz_fakes)
 qz_unit_test(GpuInfoNvml_CUDA LINK qz_nvidia qz_fakes)

@@ -1,4 +1,4 @@
-// NVIDIA's GPUs found through NVML and paired with CUDA's.
+// NVIDIA's GPUs found through NVML.
 #include <cstring>
 
 #include <QtTest>
@@ -61,14 +61,6 @@ class TestGpuInfoNvml_CUDA_detect : public QObject {
     void names_data();
     void names();
     void nameFails();
-    void cudaIndex_data();
-    void cudaIndex();
-    void pciInfoFails();
-    void cudaIsAskedOnceADevice();
-    void busIsComparedWhole();
-    void optix_data();
-    void optix();
-    void failingCudaDevice();
     void newRecord();
     void countThatLies();
     void secondCallAppends();
@@ -320,103 +312,6 @@ void TestGpuInfoNvml_CUDA_detect::nameFails() {
     QCOMPARE(machine.provider.record(0).name, "");
     QCOMPARE(machine.provider.record(0).deviceIndex, 1); // processing continues
     QCOMPARE(machine.provider.record(1).name, "NVIDIA B");
-}
-
-void TestGpuInfoNvml_CUDA_detect::cudaIndex_data() {
-    QTest::addColumn<QList<int>>("buses");   // of CUDA's devices, in its order
-    QTest::addColumn<QList<int>>("indexes"); // of the GPUs on buses 0x65 and 0xc1
-    QTest::newRow("same order") << QList<int>{0x65, 0xC1} << QList<int>{0, 1};
-    QTest::newRow("other order") << QList<int>{0xC1, 0x65} << QList<int>{1, 0};
-    QTest::newRow("first hidden") << QList<int>{0xC1} << QList<int>{-1, 0};
-    QTest::newRow("all hidden") << QList<int>{} << QList<int>{-1, -1};
-    QTest::newRow("another between") << QList<int>{0x65, 0x70, 0xC1} << QList<int>{0, 2};
-    QTest::newRow("twice on a bus: the first") << QList<int>{0xC1, 0xC1, 0x65, 0x65} << QList<int>{2, 0};
-}
-
-void TestGpuInfoNvml_CUDA_detect::cudaIndex() {
-    QFETCH(QList<int>, buses);
-    NvidiaMachine machine;
-    FakeNvml::install(twoGpus);
-    std::vector<FakeCudaDevice> devices;
-    for (int bus : buses)
-        devices.push_back({bus, 8, 9});
-    installCuda(devices);
-    machine.detect();
-    QTEST((QList<int>{machine.provider.record(0).deviceIndex, machine.provider.record(1).deviceIndex}),
-          "indexes");
-    for (int i : {0, 1})
-        QCOMPARE(int(machine.provider.record(i).optixCapable),
-                 machine.provider.record(i).deviceIndex >= 0 ? 1 : 0);
-}
-
-void TestGpuInfoNvml_CUDA_detect::pciInfoFails() {
-    NvidiaMachine machine;
-    FakeNvml::install(twoGpus);
-    installCuda({{0x65, 8, 9}, {0xC1, 8, 9}});
-    FakeCalls::fail("nvmlDeviceGetPciInfo_v3", 3, 1);
-    QCOMPARE(machine.detect().count('\n'), 2 + 7 + 1); // nothing but the lines on OpenCL's absence
-    QCOMPARE(machine.provider.record(0).deviceIndex, -1);
-    QCOMPARE(int(machine.provider.record(0).optixCapable), 0);
-    QCOMPARE(machine.provider.record(1).deviceIndex, 1);
-}
-
-void TestGpuInfoNvml_CUDA_detect::cudaIsAskedOnceADevice() {
-    NvidiaMachine machine;
-    FakeNvml::install({{"a", 1}, {"b", 2}, {"c", 3}, {"d", 9}});
-    installCuda({{1, 8, 0}, {2, 8, 0}, {3, 8, 0}});
-    machine.detect();
-    QCOMPARE(FakeCalls::count("cudaGetDeviceProperties"), 3);
-}
-
-void TestGpuInfoNvml_CUDA_detect::busIsComparedWhole() {
-    NvidiaMachine machine;
-    FakeNvml::install({{"a", 0x141}, {"b", 0xFFFFFFFF}});
-    installCuda({{0x41, 8, 9}, {-1, 8, 9}});
-    machine.detect();
-    QCOMPARE(machine.provider.record(0).deviceIndex, -1);
-    QCOMPARE(machine.provider.record(1).deviceIndex, 1);
-}
-
-void TestGpuInfoNvml_CUDA_detect::optix_data() {
-    QTest::addColumn<int>("major");
-    QTest::addColumn<int>("minor");
-    QTest::addColumn<int>("capable");
-    const auto row = [](int major, int minor, int capable) {
-        QTest::addRow("%d.%d", major, minor) << major << minor << capable;
-    };
-    row(3, 5, 0);
-    row(6, 9, 0);
-    row(7, 0, 0);
-    row(7, 4, 0);
-    row(7, 5, 1);
-    row(7, 6, 1);
-    row(8, 0, 1);
-    row(12, 0, 1);
-    row(0, 0, 0);
-    row(-1, 9, 0);
-}
-
-void TestGpuInfoNvml_CUDA_detect::optix() {
-    QFETCH(int, major);
-    QFETCH(int, minor);
-    QFETCH(int, capable);
-    NvidiaMachine machine;
-    FakeNvml::install({{"a", 1}});
-    installCuda({{1, major, minor}});
-    machine.detect();
-    QCOMPARE(int(machine.provider.record(0).optixCapable), capable);
-}
-
-void TestGpuInfoNvml_CUDA_detect::failingCudaDevice() {
-    NvidiaMachine machine;
-    FakeNvml::install(twoGpus);
-    installCuda({{0x65, 8, 9}, {0xC1, 7, 5}});
-    FakeCalls::fail("cudaGetDeviceProperties", 46, 1);
-    machine.detect();
-    QCOMPARE(machine.provider.record(0).deviceIndex, -1);
-    QCOMPARE(int(machine.provider.record(0).optixCapable), 0);
-    QCOMPARE(machine.provider.record(1).deviceIndex, 1);
-    QCOMPARE(int(machine.provider.record(1).optixCapable), 1);
 }
 
 void TestGpuInfoNvml_CUDA_detect::newRecord() {
