@@ -38,15 +38,15 @@ TerminalScreen::~TerminalScreen() {
     leave();
 }
 
-void TerminalScreen::enter() {
+void TerminalScreen::enter() const {
     writeAll(m_descriptor, enterSequence);
 }
 
-void TerminalScreen::leave() {
+void TerminalScreen::leave() const {
     writeAll(m_descriptor, leaveSequence);
 }
 
-int TerminalScreen::draw(std::string_view text, int rows) {
+int TerminalScreen::draw(std::string_view text, int rows) const {
     std::string frame(home);
     for (int row = 0; !text.empty() && (rows <= 0 || row < rows); ++row) {
         const auto end = text.find('\n');

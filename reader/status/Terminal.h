@@ -24,11 +24,11 @@ class TerminalScreen {
 
     /// Replaces what is shown by `text`, whose lines fit the terminal; lines beyond its height are left out.
     /// 0 or the `errno` of the write.
-    int draw(std::string_view text, int rows);
+    int draw(std::string_view text, int rows) const;
 
     /// Gives the terminal back for a while, and takes it again.
-    void leave();
-    void enter();
+    void leave() const;
+    void enter() const;
 
   private:
     int m_descriptor;

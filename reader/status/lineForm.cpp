@@ -58,10 +58,13 @@ std::string lineForm(const StatusReport& report, const std::string& now) {
         const GpuView& gpu = report.gpus[i];
         std::string memory = memoryText(gpu);
         memory.erase(std::remove(memory.begin(), memory.end(), ' '), memory.end());
-        text += begin + " gpu=" + std::to_string(i) + " kind=" + kindText(gpu) +
-                " load=" + figure(gpu.usagePercent, "%") + " temp=" + figure(gpu.temperatureCelsius, "C") +
-                " mem=" + memory + " speed=" + (gpu.speedGps ? shortestText(*gpu.speedGps) : "-") +
-                " name=" + displayText(gpu.name).text + "\n";
+        text.append(begin).append(" gpu=").append(std::to_string(i));
+        text.append(" kind=").append(kindText(gpu));
+        text.append(" load=").append(figure(gpu.usagePercent, "%"));
+        text.append(" temp=").append(figure(gpu.temperatureCelsius, "C"));
+        text.append(" mem=").append(memory);
+        text.append(" speed=").append(gpu.speedGps ? shortestText(*gpu.speedGps) : "-");
+        text.append(" name=").append(displayText(gpu.name).text).append("\n");
     }
     return text;
 }

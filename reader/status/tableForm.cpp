@@ -98,7 +98,8 @@ std::vector<Cells> fill(const StatusReport& report, bool bars) {
             cells.texts.push_back(column.cell(i, report.gpus[i]));
         for (const std::string& text : cells.texts)
             cells.width = std::max(cells.width, displayText(text).columns);
-        table.push_back(std::move(cells));
+        if (cells.width > 0) // no GPU has anything to draw a bar of
+            table.push_back(std::move(cells));
     }
     return table;
 }

@@ -1,6 +1,7 @@
 """docs/read_segment.py, which other people copy, gives what the segment holds and what `qzGpuStatus` says."""
 
 import ast
+import fcntl
 import importlib
 import json
 import os
@@ -67,6 +68,12 @@ class ReadSegment(unittest.TestCase):
             os.symlink("/dev/null", segment.path)
             with self.assertRaises(OSError):
                 reader.locked_bytes(segment.path)
+
+    def test_a_shared_lock_is_a_lock(self):
+        with Segment(BLOCK) as segment, open(segment.path, "rb") as other:
+            fcntl.flock(other, fcntl.LOCK_SH)
+            with self.assertRaises(TimeoutError):
+                reader.locked_bytes(segment.path, 0.1)
 
     def test_a_lock_that_stays_taken(self):
         with Segment(BLOCK) as segment:

@@ -79,7 +79,9 @@ class InPlace(OnATerminal):
         self.assertTrue(terminal.screen.alternate and terminal.screen.cursor_hidden)
         self.segment.write(block(OTHER))
         terminal.wait_for(lambda lines: "Another GPU" in lines[2])
-        self.assertEqual("".join(terminal.screen.text()[3:]), "")
+        self.assertEqual(terminal.screen.text()[1:4], ["# KIND   NAME        LOAD              TEMP MEMORY SPEED FEATURES",
+                                                       "0 Cuda-0 Another GPU   7% [#         ]    -      -     - -", ""])
+        self.assertEqual("".join(terminal.screen.text()[4:]), "")
         self.assertEqual(terminal.raw.count(ENTER), 1)
 
     def test_a_companion_that_ends_and_comes_back(self):
