@@ -38,8 +38,8 @@ class Simulation:
     """
 
     def __init__(self, machine: str, build: Path, program: Optional[Path] = None, faults: Sequence[str] = (),
-                 shm: Union[Path, str, int, None] = None, share_pids: bool = False, no_proc: bool = False, wrap: Sequence[str] = (),
-                 cycle_start: int = 0, environment: Optional[Dict[str, str]] = None) -> None:
+                 shm: Union[Path, str, int, None] = None, share_pids: bool = False, no_proc: bool = False,
+                 wrap: Sequence[str] = (), cycle_start: int = 0, environment: Optional[Dict[str, str]] = None) -> None:
         if shutil.which("bwrap") is None:
             raise SimulationError("bubblewrap is not installed (package bubblewrap)")
         self.build = Path(build).resolve()
