@@ -1,7 +1,6 @@
 #include "simulator/lib/Text.h"
 
 #include <charconv>
-#include <cstdlib>
 
 namespace qzsim {
 
@@ -95,13 +94,13 @@ std::optional<std::int64_t> parseNumber(std::string_view text) {
     return negative ? -value : value;
 }
 
+// With a point in every locale: the program around this library sets one.
 std::optional<double> parseReal(std::string_view text) {
     if (text.empty() || text.find_first_not_of("0123456789.-") != std::string_view::npos)
         return std::nullopt;
-    const std::string copy(text);
-    char* end = nullptr;
-    const double value = std::strtod(copy.c_str(), &end);
-    return *end == '\0' ? std::optional(value) : std::nullopt;
+    double value = 0.0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size() ? std::optional(value) : std::nullopt;
 }
 
 bool isQuoted(std::string_view text) {

@@ -233,7 +233,7 @@ cl_int clEnqueueReadBuffer(cl_command_queue queue, cl_mem buffer, cl_bool, std::
     note("read " + std::to_string(size));
     const cl_int status = backend().read(queue, buffer, offset, size, data);
     if (verdict.answer) {
-        const float value = std::strtof(verdict.answer->c_str(), nullptr);
+        const float value = static_cast<float>(parseReal(*verdict.answer).value_or(0.0));
         for (std::size_t i = 0; i + sizeof value <= size; i += sizeof value)
             std::memcpy(static_cast<char*>(data) + i, &value, sizeof value);
     }
