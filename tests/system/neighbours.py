@@ -10,25 +10,27 @@ NOBODY = 65534
 
 
 class UserSandbox(qz.Sandbox):
-    """The program as root, or as an ordinary user. Everybody may write to /dev/shm, as everywhere."""
+    """The program as root, or as an ordinary user. Everybody may write to /dev/shm, as everywhere. `extra`: further
+    arguments for the sandbox."""
 
-    def __init__(self, ordinary, shm="own"):
+    def __init__(self, ordinary, shm="own", extra=()):
         super().__init__(shm=shm)
         self.folder.chmod(0o1777)
         # The build may lie where an ordinary user sees nothing.
         self.outside.chmod(0o755)
-        self._program = shutil.copy(qz.PROGRAM, self.outside)
-        self._switch = []
+        self.program = shutil.copy(qz.PROGRAM, self.outside)
+        self.switch = []
         if ordinary and os.geteuid() == 0:
-            self._switch = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups"]
+            self.switch = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups"]
         if "--size" in self._command:
             place = self._command.index("--size")
             self._command[place:place] = ["--perms", "1777"]
-        self.user = NOBODY if self._switch else os.geteuid()
-        self.stranger = 1 if self._switch else NOBODY
+        self._command += extra
+        self.user = NOBODY if self.switch else os.geteuid()
+        self.stranger = 1 if self.switch else NOBODY
 
     def start_as_user(self, *arguments):
-        return self.start(command=[*self._switch, self._program, *arguments])
+        return self.start(command=[*self.switch, self.program, *arguments])
 
     def give(self, path, user):
         """Makes a file, a link or a folder that of a user."""

@@ -2,14 +2,13 @@
 lock is free, and the watchdog ends the program in its time all the same."""
 
 import os
-import shutil
 import signal
 import subprocess
 import sys
-import tempfile
 import time
 
 import qz
+from watched import Watched
 
 NOT_FREE = ('Unable to lock shared memory!; The shared memory "qzGpuInfo_v2" can\'t be locked, its lock was not free in '
             "time.\n")
@@ -38,20 +37,10 @@ class StuckReader(qz.SandboxCase):
         self.assertTrue(os.WIFSTOPPED(os.waitpid(holder.pid, os.WUNTRACED)[1]))
         return sandbox, run, holder
 
-    def watched_process(self):
-        """A process of a name that no other has."""
-        folder = tempfile.mkdtemp()
-        self.addCleanup(shutil.rmtree, folder)
-        name = f"watched-{os.getpid()}"
-        program = shutil.copy(shutil.which("sleep"), os.path.join(folder, name))
-        watched = subprocess.Popen([program, "1000"])
-        self.addCleanup(watched.wait)
-        self.addCleanup(watched.kill)
-        return name, watched
-
     def test_stopped_while_it_holds_the_lock(self):
-        name, watched = self.watched_process()
-        _, orphan, _ = self.start_stuck(name)
+        watched = Watched()
+        self.addCleanup(watched.end)
+        _, orphan, _ = self.start_stuck(watched.name)
         sandbox, going_on, holder = self.start_stuck()
 
         orphan.wait_for(NOT_FREE)
@@ -59,8 +48,7 @@ class StuckReader(qz.SandboxCase):
         # Right after a check, so that nearly a whole interval has to pass.
         time.sleep(max(0.0, orphan.started + WATCH_INTERVAL + 0.5 - time.monotonic()))
         self.assertTrue(orphan.is_running and going_on.is_running)
-        watched.kill()
-        watched.wait()
+        watched.end()
         lost = time.monotonic() - orphan.started
         os.kill(holder.pid, signal.SIGCONT)
         holder.wait(5)
@@ -71,7 +59,7 @@ class StuckReader(qz.SandboxCase):
 
         code, output = orphan.end(WATCH_INTERVAL + LOCK_BOUND + SLACK + 5)
         self.assertEqual(code, 0)
-        self.assertIn(f"Process '{name}' does  not exist, closing...\n", output)
+        self.assertIn(f"Process '{watched.name}' does  not exist, closing...\n", output)
         self.assertGreaterEqual(output.count(NOT_FREE), 2, "the lock was held all the time")
         self.assertLess(orphan.finished - lost, WATCH_INTERVAL + LOCK_BOUND + SLACK)
 

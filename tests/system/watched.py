@@ -1,0 +1,24 @@
+"""A process of a name that no other has, to be watched by the program."""
+
+import os
+import shutil
+import subprocess
+import tempfile
+
+
+class Watched:
+    _count = 0
+
+    def __init__(self, *switch):
+        """`switch`: a command that starts another as some user."""
+        Watched._count += 1
+        self._folder = tempfile.mkdtemp()
+        os.chmod(self._folder, 0o755)
+        self.name = f"watched-{os.getpid()}-{Watched._count}"
+        program = shutil.copy(shutil.which("sleep"), os.path.join(self._folder, self.name))
+        self._process = subprocess.Popen([*switch, program, "1000"])
+
+    def end(self):
+        self._process.kill()
+        self._process.wait()
+        shutil.rmtree(self._folder, ignore_errors=True)
