@@ -25,10 +25,6 @@ FakeClDevice nameOnly(const QByteArray& name) {
     return device;
 }
 
-std::uint64_t number(cl_device_id device) {
-    return reinterpret_cast<std::uintptr_t>(device);
-}
-
 DrmFiles product(const QByteArray& name) {
     return {{"product_name", name}};
 }
@@ -69,7 +65,7 @@ void TestGpuInfoAmdLinux_match::byBus() {
                                           "  Radeon %1 X: matched via PCI bus 0xc\n"
                                           "1 AMD GPU(s) found\n"));
     QCOMPARE(machine.result, 1);
-    QCOMPARE(machine.provider.record(0).clDevice, number(FakeOpenCL::device(0, 1)));
+    QCOMPARE(openCLDeviceOf(machine.provider.record(0)), FakeOpenCL::device(0, 1));
 }
 
 void TestGpuInfoAmdLinux_match::byBusOfASignedByte() {
@@ -93,7 +89,7 @@ void TestGpuInfoAmdLinux_match::byName() {
                         "    OCL device 'AMD Radeon navi 21 %2': no PCI bus info available, name-match only\n"
                         "  navi 21 %1: matched via name fallback to OCL 'AMD Radeon navi 21 %2'\n"
                         "1 AMD GPU(s) found\n"));
-    QCOMPARE(machine.provider.record(0).clDevice, number(FakeOpenCL::device(0, 0)));
+    QCOMPARE(openCLDeviceOf(machine.provider.record(0)), FakeOpenCL::device(0, 0));
 }
 
 // Names are compared byte for byte, and shown as UTF-8.
@@ -110,7 +106,7 @@ void TestGpuInfoAmdLinux_match::busBeforeName() {
     machine.drm.addAmdCard("card0", "0000:0c:00.0", product("navi 21"));
     FakeOpenCL::install({{"p", {nameOnly("navi 21"), topology("other", 0x0C)}}});
     machine.detect();
-    QCOMPARE(machine.provider.record(0).clDevice, number(FakeOpenCL::device(0, 1)));
+    QCOMPARE(openCLDeviceOf(machine.provider.record(0)), FakeOpenCL::device(0, 1));
 }
 
 void TestGpuInfoAmdLinux_match::candidateServesSeveralGpus() {
@@ -120,10 +116,10 @@ void TestGpuInfoAmdLinux_match::candidateServesSeveralGpus() {
     machine.drm.addAmdCard("card2", "0000:0d:00.0");
     FakeOpenCL::install({{"p", {topology("gfx", 0x0C), nameOnly("")}}});
     machine.detect();
-    QCOMPARE(machine.provider.named("card0").clDevice, number(FakeOpenCL::device(0, 0)));
-    QCOMPARE(machine.provider.named("card1").clDevice, number(FakeOpenCL::device(0, 0)));
-    QCOMPARE(machine.provider.named("card2").clDevice,
-             number(FakeOpenCL::device(0, 1))); // a nameless one fits all
+    QCOMPARE(openCLDeviceOf(machine.provider.named("card0")), FakeOpenCL::device(0, 0));
+    QCOMPARE(openCLDeviceOf(machine.provider.named("card1")), FakeOpenCL::device(0, 0));
+    QCOMPARE(openCLDeviceOf(machine.provider.named("card2")),
+             FakeOpenCL::device(0, 1)); // a nameless one fits all
 }
 
 void TestGpuInfoAmdLinux_match::unmatched() {
@@ -143,7 +139,7 @@ void TestGpuInfoAmdLinux_match::unmatched() {
                                "     'gfx b' on PCI bus 0xb\n" +
                                    fixes + "1 AMD GPU(s) found\n");
     QCOMPARE(machine.result, 1);
-    QCOMPARE(machine.provider.record(0).clDevice, std::uint64_t(0));
+    QVERIFY(openCLDeviceOf(machine.provider.record(0)) == nullptr);
     QCOMPARE(int(machine.provider.record(0).amdRayTracing), 0);
 }
 
