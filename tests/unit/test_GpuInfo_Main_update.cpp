@@ -88,9 +88,7 @@ class TestGpuInfo_Main_update : public QObject {
         QCOMPARE(int(cycle.list().summary.statsValid), 0);
     }
 
-    void withoutProviders() {
-        QCOMPARE(Cycle("").update(), textOfAMachineWithout("CUDA GPU Count: 0\n"));
-    }
+    void withoutProviders() { QCOMPARE(Cycle("").update(), textOfAMachineWithout("CUDA GPU Count: 0\n")); }
 
     void nothingAtTheDefaultLevel() {
         logLevel = 3;
