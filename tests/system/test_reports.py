@@ -1,0 +1,59 @@
+"""What the program prints on each simulated machine, whole, at both verbosities: reports/MACHINE.txt and
+reports/MACHINE.verbose.txt. A new machine is a description and its two texts, no new code.
+
+QZGPUINFO_UPDATE_REPORTS=1 writes the texts anew; what changed is then a diff to be read before it is committed."""
+
+import os
+import unittest
+from pathlib import Path
+
+import simulated
+from simulated import SOURCE, SimulatedCase
+
+MACHINES = sorted(path.stem for path in (SOURCE / "simulator/machines").glob("*.machine"))
+REPORTS = Path(__file__).parent / "reports"
+# A driver that has died cannot be shut down.
+LEFT_OVER = {"driver-dies": {"nvml": 1}}
+VERSION_LINE = ". qzGpuInfo  "
+
+
+def without_version(output):
+    """The report does not change with the program's version, which the banner's own test holds."""
+    lines = output.split(b"\n")
+    assert lines[0].startswith(VERSION_LINE.encode()), lines[0]
+    return b"\n".join([VERSION_LINE.encode() + b"VERSION", *lines[1:]])
+
+
+class Reports(SimulatedCase):
+    maxDiff = None
+
+    def hold(self, machine, name, *arguments):
+        run = self.simulation(machine).run("-single", *arguments)
+        self.assertEqual((run.exit_code, run.errors), (0, b""))
+        self.assertEqual((run.report.live, run.report.misuse),
+                         (LEFT_OVER.get(machine, {}), {}))
+        seen, expected = without_version(run.output), REPORTS / f"{name}.txt"
+        if os.environ.get("QZGPUINFO_UPDATE_REPORTS"):
+            expected.parent.mkdir(exist_ok=True)
+            expected.write_bytes(seen)
+        # Bytes that are no UTF-8 are shown, not hidden.
+        self.assertEqual(seen.decode("utf-8", "backslashreplace"),
+                         expected.read_bytes().decode("utf-8", "backslashreplace"))
+
+    def test_default_verbosity(self):
+        for machine in MACHINES:
+            with self.subTest(machine):
+                self.hold(machine, machine)
+
+    def test_raised_verbosity(self):
+        for machine in MACHINES:
+            with self.subTest(machine):
+                self.hold(machine, f"{machine}.verbose", "-v")
+
+    def test_every_text_has_its_machine(self):
+        names = {path.name.split(".")[0] for path in REPORTS.glob("*.txt")}
+        self.assertEqual(names, set(MACHINES))
+
+
+if __name__ == "__main__":
+    simulated.main()
