@@ -1,0 +1,127 @@
+"""The manual's pages: well formed, and saying what the programs and the headers say."""
+
+import os
+import re
+import subprocess
+import unittest
+from pathlib import Path
+
+import manual_pages
+
+SOURCE = Path(os.environ["QZGPUINFO_SOURCE"])
+STATUS = Path(os.environ["QZGPUINFO_BUILD"], "qzGpuStatus")
+
+
+def status_help():
+    return subprocess.run([STATUS, "--help"], stdout=subprocess.PIPE, text=True, timeout=20, check=True).stdout
+
+
+def status_options():
+    return set(re.findall(r"(?<![\w-])(?:--[a-z][a-z-]*|-[a-z](?=, ))", status_help().split("Exit codes")[0]))
+
+
+def info_options():
+    """The program has no help text: its table of options is what it knows."""
+    return set(re.findall(r'\{"(-\w+)", &CommandLine::', (SOURCE / "app/CommandLine.cpp").read_text(encoding="utf-8")))
+
+
+class Pages(unittest.TestCase):
+    def test_no_warnings(self):
+        for page in manual_pages.PAGES:
+            with self.subTest(page):
+                done = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z",
+                                       manual_pages.FOLDER / page], stdin=subprocess.DEVNULL, capture_output=True,
+                                      text=True, timeout=60, check=False)
+                self.assertEqual((done.returncode, done.stderr), (0, ""))
+                self.assertGreater(len(done.stdout), 1000)
+
+    def test_version(self):
+        version = subprocess.run([STATUS, "--version"], stdout=subprocess.PIPE, text=True, timeout=20,
+                                 check=True).stdout.split()[1]
+        for page in manual_pages.PAGES:
+            with self.subTest(page):
+                self.assertIn(f".Os qzGpuInfo {version}\n", manual_pages.source(page))
+
+    def test_sections(self):
+        common = ["NAME", "DESCRIPTION", "FILES", "EXAMPLES", "SEE ALSO"]
+        commands = common + ["SYNOPSIS", "OPTIONS", "ENVIRONMENT", "SIGNALS", "EXIT STATUS"]
+        for page in manual_pages.PAGES:
+            for name in commands if page.endswith(".1") else common:
+                with self.subTest(page, section=name):
+                    self.assertTrue(manual_pages.section(page, name))
+
+    def options_of(self, page):
+        """The options that stand at the head of an item, and all that the synopsis names."""
+        heads = [line for line in manual_pages.section(page, "OPTIONS") if re.match(r"-", line)]
+        heads = set(re.findall(r"(?<!\S)(--?\w[\w-]*)", "\n".join(re.split(r"\s{2,}", line)[0] for line in heads)))
+        named = set(re.findall(r"(?<![\w-])(--?\w[\w-]*)", " ".join(manual_pages.section(page, "SYNOPSIS"))))
+        return heads, named
+
+    def test_options(self):
+        self.assertEqual(len(info_options()), 10)
+        for page, options in (("qzGpuInfo.1", info_options()), ("qzGpuStatus.1", status_options())):
+            with self.subTest(page):
+                heads, named = self.options_of(page)
+                self.assertEqual(heads, options)
+                self.assertEqual(named, options - {"-h"})
+
+    def test_exit_codes_of_status(self):
+        listed = re.findall(r"^  (\d)  (.*)$", status_help().split("Exit codes:\n")[1], re.MULTILINE)
+        self.assertEqual(len(listed), 8)
+        page = [re.match(r"(\d)\s+(.*)", line) for line in manual_pages.section("qzGpuStatus.1", "EXIT STATUS")]
+        page = [match.groups() for match in page if match]
+
+        def words(text):
+            return re.findall(r"\w+", text.split(".")[0].lower())[:4]
+        self.assertEqual([(code, words(text)) for code, text in page], [(code, words(text)) for code, text in listed])
+
+
+class Offsets(unittest.TestCase):
+    """The tables of qzGpuInfo_v2(5) are the headers' layout."""
+
+    def table(self, heading):
+        rows = [re.split(r"\s{2,}", line) for line in manual_pages.section("qzGpuInfo_v2.5", heading)]
+        rows = [row for row in rows if re.fullmatch(r"\d+", row[0])]
+        return [(int(row[0]), int(row[1]), row[2] if len(row) == 4 else "") for row in rows]
+
+    def check(self, heading, header, size):
+        rows = self.table(heading)
+        ends = [offset + length for offset, length, _ in rows]
+        self.assertEqual([offset for offset, _, _ in rows], [0, *ends[:-1]])
+        self.assertEqual(ends[-1], size)
+        asserted = re.findall(r"offsetof\(\w+, (\w+)\) == (\d+)", (SOURCE / header).read_text(encoding="utf-8"))
+        self.assertGreater(len(asserted), 9)
+        self.assertEqual({name: offset for offset, _, name in rows if name},
+                         {name: int(offset) for name, offset in asserted})
+
+    def test_block(self):
+        self.check("THE BLOCK", "gpu/GpuInfoBlock.h", 7472)
+
+    def test_record(self):
+        self.check("A RECORD", "gpu/GpuDevice.h", 152)
+
+
+class Completion(unittest.TestCase):
+    def answers(self, command, *words):
+        """What bash offers for the last word."""
+        script = (f'source "{SOURCE}/packaging/completions/{command}"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); '
+                  f'compopt() {{ :; }}; _{command}; printf "%s\\n" "${{COMPREPLY[@]}}"')
+        done = subprocess.run(["bash", "-euc", script, "bash", command, *words], stdin=subprocess.DEVNULL,
+                              capture_output=True, text=True, timeout=20, check=False, cwd=SOURCE)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        return set(done.stdout.split())
+
+    def test_every_option_is_offered(self):
+        self.assertEqual(self.answers("qzGpuInfo", "-"), info_options())
+        self.assertEqual(self.answers("qzGpuStatus", ""), status_options())
+        self.assertEqual(self.answers("qzGpuStatus", "--ma"), {"--max-age"})
+
+    def test_arguments(self):
+        self.assertIn("bash", self.answers("qzGpuInfo", "-v", "ba"))
+        self.assertEqual(self.answers("qzGpuStatus", "--output", "CMakeP"), {"CMakePresets.json"})
+        self.assertEqual(self.answers("qzGpuStatus", "--directory", "packagin"), {"packaging"})
+        self.assertEqual(self.answers("qzGpuStatus", "--wait", "-"), set())
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
