@@ -8,7 +8,6 @@ import shutil
 import unittest
 
 import simulated
-from simulated import SOURCE
 
 CYCLES = 100_000
 FIRST = 1_000
@@ -47,10 +46,7 @@ class Weeks(simulated.SimulatedCase):
 
     @unittest.skipUnless(os.environ.get("QZ_WEEKS") == "all", "QZ_WEEKS=all asks for it; it takes a minute")
     def test_thirty_two_gpus(self):
-        text = (SOURCE / "simulator/machines/cycle-numbers.machine").read_text("utf-8")
-        if "compute =" not in text:
-            text = text.replace("bus = 0x10\n", "bus = 0x10\ncompute = 8.9\n")
-        self.check_steady(self.described(text, program=HARNESS), 32)
+        self.check_steady(self.simulation("cycle-numbers", program=HARNESS), 32)
 
     @unittest.skipIf(SANITIZED, "valgrind does not run what a sanitizer built")
     @unittest.skipIf(shutil.which("valgrind") is None, "valgrind is not installed")
