@@ -238,4 +238,6 @@ def main():
     if tried is None or tried.returncode != 0:
         print("SKIPPED: no sandbox: " + (tried.stderr.strip() if tried else "bubblewrap is not installed"))
         sys.exit(77)
+    # Who starts the tests may have it ignored (nohup does), and children inherit that.
+    signal.signal(signal.SIGHUP, signal.SIG_DFL)
     unittest.main()
