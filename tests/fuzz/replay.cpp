@@ -28,7 +28,9 @@ void runOn(const fs::path& input) {
     require(file.is_open(), "an input can be read");
     const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
     // Of the exact size, so that the sanitizers see a read beyond the end.
-    const std::vector<std::uint8_t> exact(bytes.begin(), bytes.end());
+    std::vector<std::uint8_t> exact;
+    exact.reserve(std::max<std::size_t>(bytes.size(), 1)); // not null for an empty one, as a fuzzer has it
+    exact.assign(bytes.begin(), bytes.end());
     // What the abort of a failing target leaves to be read.
     std::fprintf(stderr, "%s\n", input.c_str());
     LLVMFuzzerTestOneInput(exact.data(), exact.size());

@@ -24,6 +24,7 @@ NO_DESCRIPTORS = ('Unable to create shared memory!; The shared memory "qzGpuInfo
                   "files). Too many open files\n")
 
 
+@unittest.skipIf(SANITIZED, "a sanitizer needs /proc and descriptors of its own")
 class ProcessList(unittest.TestCase):
     """Watching over more than one interval, all runs side by side."""
 
@@ -73,6 +74,7 @@ class ProcessList(unittest.TestCase):
         return sandbox, sandbox.start_as_user(watched.name), watched
 
 
+@unittest.skipIf(SANITIZED, "a sanitizer needs descriptors of its own")
 class Descriptors(qz.SandboxCase):
     def test_few(self):
         """With fewer than the segment needs the program says so; with more it works; no number ends it by a signal."""
