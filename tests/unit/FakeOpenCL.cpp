@@ -76,7 +76,7 @@ Handle create(const QString& kind, cl_int status, cl_int* error) {
     if (error == nullptr)
         qFatal("a creation is not asked for its status");
     *error = status;
-    if (status != CL_SUCCESS && !world.script.failedCallsGiveObjects)
+    if (status != CL_SUCCESS && !world.script.failedCallsAnswer)
         return nullptr;
     const QString name = kind + QString::number(++world.made[kind]);
     const auto object = handle<Handle>(objectBase + ++objectsMade);
@@ -106,12 +106,12 @@ cl_int answerNumbers(const Value& answer, std::size_t room, void* value) {
 
 cl_int getPlatformIDs(cl_uint room, cl_platform_id* platforms, cl_uint* count) {
     const cl_int status = enter("clGetPlatformIDs", {QString::number(room)});
-    if (status != CL_SUCCESS)
+    if (status != CL_SUCCESS && !world.script.failedCallsAnswer)
         return status;
     for (std::size_t i = 0; i < std::min<std::size_t>(room, world.platforms.size()); ++i)
         platforms[i] = world.nullPlatform == i ? nullptr : handle<cl_platform_id>(platformBase + i);
     *count = world.reportedPlatforms.value_or(static_cast<cl_uint>(world.platforms.size()));
-    return CL_SUCCESS;
+    return status;
 }
 
 cl_int getPlatformInfo(cl_platform_id platform, cl_platform_info attribute, std::size_t room, void* value,
@@ -128,13 +128,13 @@ cl_int getDeviceIDs(cl_platform_id platform, cl_device_type type, cl_uint room, 
     const std::size_t index = number(platform) - platformBase;
     const cl_int status = enter("clGetDeviceIDs", {"platform" + QString::number(index), QString::number(type),
                                                    QString::number(room)});
-    if (status != CL_SUCCESS)
+    if (status != CL_SUCCESS && !world.script.failedCallsAnswer)
         return status;
     const std::size_t there = world.platforms.at(index).devices.size();
     for (std::size_t i = 0; i < std::min<std::size_t>(room, there); ++i)
         devices[i] = world.nullDevice == i ? nullptr : handle<cl_device_id>(deviceBase + 0x100 * index + i);
     *count = world.reportedDevices.value_or(static_cast<cl_uint>(there));
-    return there == 0 ? CL_DEVICE_NOT_FOUND : CL_SUCCESS;
+    return there == 0 ? CL_DEVICE_NOT_FOUND : status;
 }
 
 cl_int answerDeviceInfo(const FakeClDevice& device, cl_device_info attribute, std::size_t room, void* value) {

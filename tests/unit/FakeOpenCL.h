@@ -33,7 +33,7 @@ struct FakeClScript {
     std::vector<int> roundMs = {10};
     QByteArray buildLog = QByteArray("no such type", 13); ///< as the driver writes it, terminator or not
     std::optional<std::size_t> buildLogSize;              ///< told instead of the text's size
-    bool failedCallsGiveObjects = false; ///< a failing creation answers an object all the same
+    bool failedCallsAnswer = false; ///< what fails gives its object or list all the same
 };
 
 namespace FakeOpenCL {

@@ -116,7 +116,7 @@ void TestGpuBenchmarkOpenCL_failures::failingCall() {
     QFETCH(int, nth);
     QFETCH(int, status);
     QFETCH(bool, givesObject);
-    FakeOpenCL::script().failedCallsGiveObjects = givesObject;
+    FakeOpenCL::script().failedCallsAnswer = givesObject;
     FakeCalls::fail(call, status, nth);
     float score = -1.0F;
     const std::size_t before = heapBytes();
