@@ -52,6 +52,23 @@ std::size_t linesOf(const GpuDevice& record) {
            2 * one(record.hasMemUsage) + one(record.hasSpeed);
 }
 
+/// The text's line for a figure, without what is in front of the number's field.
+bool tells(std::string_view text, const char* what, std::int32_t value) {
+    char line[64] = {};
+    std::snprintf(line, sizeof line, "%s%5d ", what, value);
+    return text.find(line) != std::string_view::npos;
+}
+
+void checkFigures(const GpuDevice& record, std::string_view text) {
+    require(!record.hasUsage || tells(text, ": Gpu Usage:   ", record.usagePercent), "the usage is told");
+    require(!record.hasTemperature || tells(text, ": Temperature: ", record.temperature),
+            "the temperature is told");
+    require(!record.hasMemTotal || tells(text, ": Mem Total:   ", record.memTotalMb), "the memory is told");
+    require(!record.hasMemUsage || (tells(text, ": Mem Used:    ", record.memUsedMb) &&
+                                    tells(text, ": Mem Free:    ", record.memFreeMb)),
+            "the memory's use is told");
+}
+
 void checkReport(const GpuDevice& record, int index) {
     const Printed printed;
     logLevel = 5;
@@ -60,6 +77,7 @@ void checkReport(const GpuDevice& record, int index) {
     const std::string_view text = printed.all();
     require(text.substr(0, 5) == "---- " && text.size() > 3 && text.substr(text.size() - 3) == "\n \n",
             "a report begins with its header and ends with a blank line");
+    checkFigures(record, text);
     const std::string_view name = record.name;
     if (name.find('\n') == std::string_view::npos)
         require(pieces(text, '\n').size() == linesOf(record) + 1,
