@@ -42,14 +42,14 @@ QStringList AmdAdvice::noOpenCLLibrary(const QString& distributionId) {
 }
 
 QStringList AmdAdvice::noOpenCLPlatform(const QString& distributionId) {
-    return QStringList{"AMD GPU OpenCL: libOpenCL.so loaded, but no OpenCL platforms found - benchmark not "
-                       "available.",
-                       "  -> The ICD loader found no registered OpenCL drivers.",
-                       "  -> Check: ls /etc/OpenCL/vendors/   (should contain .icd files)",
-                       " ",
-                       "If no openCL file is found, you have to install openCL:",
-                       "  -> Option 1 - ROCm (official AMD OpenCL):"} +
-           installOptions(distributionId);
+    QStringList lines{
+        "AMD GPU OpenCL: libOpenCL.so loaded, but no OpenCL platforms found - benchmark not available.",
+        "  -> The ICD loader found no registered OpenCL drivers.",
+        "  -> Check: ls /etc/OpenCL/vendors/   (should contain .icd files)",
+        " ",
+        "If no openCL file is found, you have to install openCL:",
+        "  -> Option 1 - ROCm (official AMD OpenCL):"};
+    return lines + installOptions(distributionId);
 }
 
 QStringList AmdAdvice::noGpuDevices() {

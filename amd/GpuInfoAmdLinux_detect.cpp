@@ -53,7 +53,8 @@ void logUnmatched(const QString& name, quint32 bus, const std::vector<AmdOclCand
 } // namespace
 
 int GpuInfoAmdLinux::detectGpus() {
-    for (const QString& card : listDrmCards(drm))
+    const QStringList cards = listDrmCards(drm);
+    for (const QString& card : cards)
         addCard(card);
     if (gpus.isEmpty()) {
         logLine(2, QStringLiteral("No AMD GPU found in /sys/class/drm/"));
@@ -114,7 +115,7 @@ void GpuInfoAmdLinux::matchWithOpenCL() {
     }
     for (int i = 0; i < gpus.size(); ++i)
         matchCandidate(*gpus[i], pciBuses[i], candidates);
-    for (GpuDevice* gpu : gpus)
+    for (GpuDevice* gpu : qAsConst(gpus))
         gpu->amdRayTracing = hasRayTracing(*gpu) ? 1 : 0;
     logCount("%1 AMD GPU(s) found");
 }

@@ -24,7 +24,8 @@ QString readSysfsValue(const QString& path) {
 
 QStringList listDrmCards(const QString& drmDirectory) {
     QStringList cards;
-    for (const QString& name : directoriesInFileSystemOrder(drmDirectory, QStringLiteral("card[0-9]*")))
+    const QStringList names = directoriesInFileSystemOrder(drmDirectory, QStringLiteral("card[0-9]*"));
+    for (const QString& name : names)
         if (isDrmCardName(name))
             cards.append(name);
     return cards;

@@ -6,13 +6,15 @@ namespace {
 
 const auto cudaDownloads = QStringLiteral("https://developer.nvidia.com/cuda-downloads");
 
+constexpr const char* orOfDriversVersion =
+    "  -> Or: sudo apt install nvidia-opencl-icd-$(nvidia-smi --query-gpu=driver_version "
+    "--format=csv,noheader | cut -d. -f1)";
+
 /// The two lines of advice for a distribution.
 QStringList installLines(const QString& distributionId) {
     switch (distributionFamily(distributionId)) {
     case DistributionFamily::Debian:
-        return {"  -> Ubuntu/Debian: sudo apt install nvidia-opencl-icd",
-                "  -> Or: sudo apt install nvidia-opencl-icd-$(nvidia-smi --query-gpu=driver_version "
-                "--format=csv,noheader | cut -d. -f1)"};
+        return {"  -> Ubuntu/Debian: sudo apt install nvidia-opencl-icd", orOfDriversVersion};
     case DistributionFamily::RedHat:
         return {"  -> RHEL/Rocky: sudo dnf install nvidia-driver-cuda-libs",
                 "  -> Or install the CUDA toolkit from " + cudaDownloads};
@@ -34,12 +36,12 @@ QStringList NvidiaAdvice::noOpenCLLibrary(const QString& distributionId) {
 }
 
 QStringList NvidiaAdvice::noOpenCLPlatform(const QString& distributionId) {
-    return QStringList{"CUDA GPU OpenCL: libOpenCL.so loaded, but no OpenCL platforms found - benchmark not "
-                       "available.",
-                       "  -> The ICD loader found no registered OpenCL drivers.",
-                       "  -> Check: ls /etc/OpenCL/vendors/   (nvidia.icd should be present)",
-                       "  -> Note: MESA OpenCL does not support Nvidia GPUs."} +
-           installLines(distributionId);
+    QStringList lines{
+        "CUDA GPU OpenCL: libOpenCL.so loaded, but no OpenCL platforms found - benchmark not available.",
+        "  -> The ICD loader found no registered OpenCL drivers.",
+        "  -> Check: ls /etc/OpenCL/vendors/   (nvidia.icd should be present)",
+        "  -> Note: MESA OpenCL does not support Nvidia GPUs."};
+    return lines + installLines(distributionId);
 }
 
 QStringList NvidiaAdvice::noMatchingDevice() {

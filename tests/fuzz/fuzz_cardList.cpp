@@ -40,7 +40,7 @@ void checkMonitor(const std::filesystem::path& device, const std::set<std::strin
         isThere = isThere || (name.rfind("hwmon", 0) == 0 && isAscii(name));
     require(!isThere || !found.isEmpty(), "a monitor that is there is found");
     require(found.isEmpty() || (found.startsWith(parent + "hwmon", Qt::CaseInsensitive) &&
-                                !found.mid(parent.size()).contains('/')),
+                                !found.midRef(parent.size()).contains('/')),
             "a monitor is an entry of its device");
 }
 
@@ -55,7 +55,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
             expected.insert(name);
 
     std::set<std::string> listed;
-    for (const QString& name : listDrmCards(QString::fromStdString((root.path / "drm").string()))) {
+    const QStringList cards = listDrmCards(QString::fromStdString((root.path / "drm").string()));
+    for (const QString& name : cards) {
         require(isDrmCardName(name), "what is listed is a card");
         require(listed.insert(QFile::encodeName(name).toStdString()).second, "a card is listed once");
     }

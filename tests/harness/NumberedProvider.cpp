@@ -13,7 +13,7 @@ int NumberedProvider::detectGpus() {
 }
 
 int NumberedProvider::updateUsage(const bool& /*doBenchmark*/) {
-    for (GpuDevice* gpu : gpus) {
+    for (GpuDevice* gpu : qAsConst(gpus)) {
         gpu->statsValid = 1;
         gpu->hasTemperature = gpu->hasMemTotal = gpu->hasMemUsage = gpu->hasUsage = gpu->hasSpeed = 1;
         gpu->temperature = gpu->memTotalMb = gpu->memUsedMb = gpu->memFreeMb = gpu->usagePercent = number;

@@ -44,7 +44,7 @@ const QStringList& FakeCalls::all() {
 
 QStringList FakeCalls::of(const QStringList& names) {
     QStringList calls;
-    for (const QString& call : record)
+    for (const QString& call : qAsConst(record))
         if (names.contains(call.section('(', 0, 0)))
             calls.append(call);
     return calls;

@@ -26,7 +26,7 @@ class FakeProvider : public GpuInfo {
 
     int updateUsage(const bool& doBenchmark) override {
         note(doBenchmark ? "benchmark" : "update");
-        for (GpuDevice* gpu : gpus)
+        for (GpuDevice* gpu : qAsConst(gpus))
             gpu->statsValid = 1;
         if (onUpdate)
             onUpdate();

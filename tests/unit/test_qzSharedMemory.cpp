@@ -385,7 +385,8 @@ class TestQzSharedMemory : public QObject {
         QVERIFY(made.create(blockSize, true, false) && replaced.create(blockSize, true, true) &&
                 attached.attach());
         int checked = 0;
-        for (const QString& number : openDescriptors()) {
+        const QStringList numbers = openDescriptors();
+        for (const QString& number : numbers) {
             const QString target = QFile::symLinkTarget(QStringLiteral("/proc/self/fd/") + number);
             if (!target.startsWith(QLatin1String(directory.path())))
                 continue;
