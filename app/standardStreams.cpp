@@ -7,11 +7,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-void prepareStandardStreams() {
+void prepareStandardStreams(const char* nullDevice) {
     // The lowest free number is the one that is missing: those below it are open by now. A directory takes no
     // bytes either, where there is no /dev.
     for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        if (fcntl(standard, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
+        if (fcntl(standard, F_GETFD) < 0 && open(nullDevice, O_RDWR) < 0) {
             [[maybe_unused]] const int opened = open("/", O_RDONLY | O_DIRECTORY);
         }
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
