@@ -26,8 +26,10 @@ class ScriptedBackend : public ClBackend {
     explicit ScriptedBackend(const OpenClStack& stack) : m_stack(stack) {}
 
     cl_context createContext(cl_int& status) override {
-        // A benchmark has a context of its own, so each begins with the first round of the script.
+        // A benchmark has a context of its own, so each begins with the first round of the script, and waits
+        // for nothing that was launched in another.
         m_round = 0;
+        m_pendingMs = 0;
         return make<cl_context>(status);
     }
     cl_command_queue createQueue(cl_context, cl_int& status) override {
