@@ -5,3 +5,17 @@ qz_system_test(reports TIMEOUT 180)
 qz_system_test(advice TIMEOUT 180)
 qz_system_test(answers TIMEOUT 400)
 qz_system_test(published TIMEOUT 180)
+
+# The program with a benchmark on small buffers, for the test that runs it some thousand times.
+add_executable(smallBenchmark "${PROJECT_SOURCE_DIR}/app/main.cpp"
+               "${PROJECT_SOURCE_DIR}/tests/harness/smallBenchmark.cpp")
+target_link_libraries(smallBenchmark PRIVATE qz_app)
+target_link_options(smallBenchmark PRIVATE
+    LINKER:--wrap=_ZN18GpuBenchmarkOpenCL3runER26GpuBenchmarkOpenCL_ContextP13_cl_device_iddRKNS_8GeometryE)
+set_target_properties(smallBenchmark PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests/harness")
+
+# The time is for the whole product, which QZGPUINFO_SWEEP=full asks for; the usual run takes a minute.
+qz_system_test(fault_sweep TIMEOUT 3600)
+if(QZGPUINFO_SANITIZE)
+    set_property(TEST system.fault_sweep APPEND PROPERTY ENVIRONMENT QZGPUINFO_SWEEP=5)
+endif()
