@@ -21,7 +21,7 @@ REPORT_END = "-------------------- END --------------------\n"
 CYCLE = 4.0
 WATCHDOG = 5.0
 EARLY = 0.94  # timers may come that much too early: the event loop groups them
-SLACK = 1.5  # seconds that a busy machine may take
+SLACK = 3.0  # seconds that a busy machine may take; unit tests hold the intervals to the millisecond
 
 
 def gone(name):

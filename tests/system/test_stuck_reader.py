@@ -15,7 +15,7 @@ NOT_FREE = ('Unable to lock shared memory!; The shared memory "qzGpuInfo_v2" can
 WATCH_INTERVAL = 5.0
 LOCK_BOUND = 1.0
 # The timers are coarse (5 %), and the machine has other things to do.
-SLACK = 1.0
+SLACK = 3.0
 
 HOLDER = """
 import fcntl, os, signal, sys
