@@ -227,7 +227,7 @@ class TestGpuInfo_Main_segment : public QObject {
         QCOMPARE(bench.segment().toHex(), (payloadOf(bench) + QByteArray(3, '\0')).toHex());
         gpu.temperature = 66;
         QCOMPARE(afterReport(bench.update()), updated);
-        QCOMPARE(int(bench.segment()[2452 + 88]), 66);
+        QCOMPARE(int(bench.segment().at(2452 + 88)), 66);
     }
 
     void publishedIsReport() {
