@@ -22,6 +22,8 @@ void readBus(AmdOclCandidate& candidate) {
     QString line = QStringLiteral("    OCL device '%1': no PCI bus info available, name-match only");
     if (readOpenCLDevice(candidate.device, deviceAttribute_TopologyAmd, topology)) {
         candidate.busKnown = true;
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse,cert-str34-c): the driver gives a signed byte, sign and
+        // all.
         candidate.bus = topology.bus;
         line = QStringLiteral("    OCL device '%1': PCI bus 0x%2 (via AMD topology)");
     } else if (readOpenCLDevice(candidate.device, deviceAttribute_PciBusInfoKhr, location)) {

@@ -21,7 +21,7 @@ QString hexadecimal(quint32 bus) {
 }
 
 QString cardName(const QString& card, const QString& deviceDirectory) {
-    const QString product = readSysfsValue(deviceDirectory + "/product_name");
+    QString product = readSysfsValue(deviceDirectory + "/product_name");
     if (!product.isEmpty())
         return product;
     const QString label = readSysfsValue(deviceDirectory + "/label");

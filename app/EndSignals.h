@@ -12,6 +12,7 @@
 /// not hold it.
 class EndSignals : public QObject {
     Q_OBJECT
+    Q_DISABLE_COPY_MOVE(EndSignals)
 
   public:
     EndSignals();

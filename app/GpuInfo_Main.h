@@ -13,6 +13,7 @@
 
 class GpuInfo_Main : public QObject {
     Q_OBJECT
+    Q_DISABLE_COPY_MOVE(GpuInfo_Main)
 
   public:
     using Providers = std::array<std::unique_ptr<GpuInfo>, 3>; ///< NVIDIA, AMD, Apple; any may be missing

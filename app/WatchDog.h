@@ -10,7 +10,7 @@ class WatchDog : public QObject {
     Q_OBJECT
 
   public:
-    WatchDog(const QString& processName, int intervalMs);
+    WatchDog(const QString& nameOfProcess, int intervalMs);
 
     /// Begins to look, every interval; the first time after one interval.
     void start();

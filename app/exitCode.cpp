@@ -37,7 +37,7 @@ int exitCode(const CommandLine& commandLine, const GpuInfoBlock& list, int runRe
 }
 
 int roundedScore(float speedGps) {
-    const double value = static_cast<double>(speedGps);
+    const auto value = static_cast<double>(speedGps);
     const double shifted = 0.0 > value ? value - 0.5 : value + 0.5;
     return std::fabs(shifted) < std::numeric_limits<int>::max() ? static_cast<int>(shifted) : 0;
 }

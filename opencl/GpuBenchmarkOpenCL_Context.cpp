@@ -78,7 +78,7 @@ int GpuBenchmarkOpenCL::createContext(GpuBenchmarkOpenCL_Context& context, cl_de
 }
 
 QByteArray GpuBenchmarkOpenCL::kernelSource(float iterationScale) {
-    const double iterations = static_cast<double>(baseIterations * iterationScale);
+    const auto iterations = static_cast<double>(baseIterations * iterationScale);
     return QString::fromLatin1(kernelTemplate).arg(iterations, 0, 'g', -1, QLatin1Char(' ')).toLatin1();
 }
 

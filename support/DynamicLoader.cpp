@@ -13,6 +13,7 @@ const char* sonameOf(void* library) {
     const ElfW(Dyn)* soname = nullptr;
     for (const ElfW(Dyn)* entry = map->l_ld; entry->d_tag != DT_NULL; ++entry) {
         if (entry->d_tag == DT_STRTAB)
+            // NOLINTNEXTLINE(performance-no-int-to-ptr): the dynamic section has its addresses as numbers.
             strings = reinterpret_cast<const char*>(entry->d_un.d_ptr);
         if (entry->d_tag == DT_SONAME)
             soname = entry;

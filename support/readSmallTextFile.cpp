@@ -20,6 +20,7 @@ constexpr int maxBytes = 64 * 1024;
 QByteArray readSmallTextFile(const QString& path) {
     const FileDescriptor file(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     QByteArray bytes;
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): what is read fills it, and only that is taken.
     std::array<char, 4096> piece;
     while (file.isOpen() && bytes.size() < maxBytes) {
         const ssize_t length = ::read(file.get(), piece.data(), piece.size());
