@@ -34,10 +34,13 @@ class InstalledPackages:
         self.stanzas, self.fields, self.providers, self.essential = {}, {}, {}, []
         for stanza in (self.database / "status").read_text(encoding="utf-8").split("\n\n"):
             fields = dict(re.findall(r"^([\w-]+): (.*)$", stanza, re.MULTILINE))
-            if not fields.get("Status", "").endswith(" ok installed"):
+            # A trigger that waits belongs to this machine; the package is there.
+            if not re.search(r" ok (installed|triggers-\w+)$", fields.get("Status", "")):
                 continue
             name = fields["Package"]
-            self.stanzas[name], self.fields[name] = stanza.strip("\n"), fields
+            stanza = re.sub(r"^Triggers-\w+: .*\n", "", stanza.strip("\n") + "\n", flags=re.MULTILINE)
+            self.stanzas[name] = re.sub(r"^Status: .*$", "Status: install ok installed", stanza, flags=re.MULTILINE)
+            self.fields[name] = fields
             for provided in self.names(fields.get("Provides", "")):
                 self.providers.setdefault(provided, name)
             if fields.get("Essential") == "yes":
@@ -89,7 +92,7 @@ class FreshRoot:
              "--bind", str(self.path), "/", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp", *extra,
              "--chdir", "/tmp", "--clearenv", "--setenv", "PATH", "/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
              "--setenv", "LC_ALL", "C.UTF-8", "--setenv", "HOME", "/tmp", prefix, "-c", script],
-            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=120, check=False)
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=280, check=False)
         if check and done.returncode != 0:
             raise RuntimeError(f"exit code {done.returncode} of: {script}\n{done.stdout}{done.stderr}")
         return done
@@ -142,7 +145,7 @@ class PackagesRoot(FreshRoot):
             for path in self.machine.lists(name):
                 shutil.copy2(path, self.path / "var/lib/dpkg/info")
         with self.status.open("a", encoding="utf-8") as status:
-            status.writelines(self.machine.stanzas[name] + "\n\n" for name in packages)
+            status.writelines(self.machine.stanzas[name] + "\n" for name in packages)
         self.present += packages
 
     def administer(self, command, *extra):
@@ -157,12 +160,11 @@ class PackagesRoot(FreshRoot):
 
 
 class DebootstrapRoot(FreshRoot):
-    MIRROR = "http://deb.debian.org/debian"
-
     def __init__(self, path):
         super().__init__(path)
         # In a mount namespace of its own, so that nothing stays mounted.
-        call("unshare", "--mount", "--pid", "--fork", "debootstrap", "--variant=minbase", "bookworm", path, self.MIRROR)
+        release = re.search(r"^VERSION_CODENAME=(\w+)$", Path("/etc/os-release").read_text(encoding="utf-8"), re.MULTILINE)
+        call("unshare", "--mount", "--pid", "--fork", "debootstrap", "--variant=minbase", release[1], path)
         for name, text in (("passwd", PASSWD), ("group", GROUP)):
             with (self.path / "etc" / name).open("a", encoding="utf-8") as file:
                 file.write(next(line for line in text.splitlines() if line.startswith("render")) + "\n")

@@ -3,5 +3,5 @@
 
 if(TARGET qz_compressed_qzGpuInfo AND NOT QZGPUINFO_SANITIZE)
     qz_system_test(manual)
-    qz_system_test(package TIMEOUT 280)
+    qz_system_test(package TIMEOUT 600)
 endif()

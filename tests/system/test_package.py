@@ -21,7 +21,7 @@ import manual_pages
 SOURCE = Path(os.environ["QZGPUINFO_SOURCE"])
 BUILD = Path(os.environ["QZGPUINFO_BUILD"])
 FRESH = "--fresh" in sys.argv
-TOOLS = ("dpkg-deb", "dpkg-shlibdeps", "lintian", "man", "file", "bwrap", "systemd-analyze")
+TOOLS = ("dpkg", "dpkg-deb", "dpkg-shlibdeps", "lintian", "man", "file", "bwrap", "systemd-analyze")
 # What an outside project is built with, and what the manual's examples use.
 CLIENT_NEEDS = ["g++", "make", "cmake", "pkg-config", "python3"]
 UNIT = "usr/lib/systemd/system/qzGpuInfo@.service"
@@ -39,6 +39,10 @@ scratch = deb = None
 def setUpModule():
     global scratch, deb
     missing = [tool for tool in TOOLS if shutil.which(tool) is None]
+    if not missing and not FRESH:
+        # The fresh root is made from what dpkg has installed here, whatever else there may be.
+        installed = fresh_root.InstalledPackages().stanzas
+        missing = [f"Debian's {package}" for package in [*CLIENT_NEEDS, "systemd"] if package not in installed]
     if missing:
         raise unittest.SkipTest("not on this machine: " + ", ".join(missing))
     scratch = Path(tempfile.mkdtemp(prefix="package-", dir=BUILD))
