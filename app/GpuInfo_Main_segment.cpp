@@ -29,8 +29,8 @@ bool GpuInfo_Main::createSharedMemory() {
     return true;
 }
 
-/// A process that is killed within a write leaves what it has written so far, and its lock is free at once. So
-/// the block is not ready from before the first of its bytes changes until all of them have.
+/// A process that is killed within a write leaves what it has written so far, and its lock is free at once.
+/// So the block is not ready from before the first of its bytes changes until all of them have.
 bool GpuInfo_Main::writeList() {
     constexpr qint64 head = offsetof(GpuInfoBlock, cudaCount);
     constexpr qint64 body = publishedSize - head;
