@@ -4,9 +4,8 @@
 #include <cstring>
 #include <map>
 
-#include <QThread>
-
 #include "tests/unit/FakeCalls.h"
+#include "tests/unit/VirtualTime.h"
 
 namespace {
 
@@ -260,9 +259,7 @@ cl_int setKernelArg(cl_kernel kernel, cl_uint index, std::size_t size, const voi
 cl_int finish(cl_command_queue queue) {
     const cl_int status = enter("clFinish", {live(queue, "queue")});
     const auto& roundMs = world.script.roundMs;
-    const int duration = roundMs.at(std::min(world.rounds++, roundMs.size() - 1));
-    if (duration > 0)
-        QThread::msleep(static_cast<unsigned long>(duration));
+    VirtualTime::pass(roundMs.at(std::min(world.rounds++, roundMs.size() - 1)));
     return status;
 }
 

@@ -29,8 +29,8 @@ struct FakeClPlatform {
 struct FakeClScript {
     /// The first floats of the n-th read of the results; the last entry serves all further ones.
     std::vector<std::vector<float>> results = {{1.0F, 2.0F, 3.0F, 4.0F}};
-    /// The milliseconds that the n-th clFinish takes; the last entry serves all further ones.
-    std::vector<int> roundMs = {10};
+    /// The milliseconds that pass in the n-th clFinish; the last entry serves all further ones.
+    std::vector<double> roundMs = {10.0};
     QByteArray buildLog = QByteArray("no such type", 13); ///< as the driver writes it, terminator or not
     std::optional<std::size_t> buildLogSize;              ///< told instead of the text's size
     bool failedCallsAnswer = false; ///< what fails gives its object or list all the same

@@ -1,5 +1,6 @@
 # Stand-ins for the dynamic loader and the vendors' libraries, which the tests of opencl/, nvidia/ and amd/ share.
-add_library(qz_fakes STATIC FakeCalls.cpp FakeCuda.cpp FakeLoader.cpp FakeNvml.cpp FakeOpenCL.cpp)
+add_library(qz_fakes STATIC FakeCalls.cpp FakeCuda.cpp FakeLoader.cpp FakeNvml.cpp FakeOpenCL.cpp
+            VirtualTime.cpp)
 target_link_libraries(qz_fakes PUBLIC qz_opencl)
 
 qz_unit_test(DynamicLoader LINK qz_fakes)

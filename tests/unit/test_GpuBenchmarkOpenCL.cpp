@@ -12,6 +12,7 @@
 #include "tests/unit/CaptureStdout.h"
 #include "tests/unit/FakeCalls.h"
 #include "tests/unit/FakeOpenCL.h"
+#include "tests/unit/VirtualTime.h"
 
 using GpuBenchmarkOpenCL::Geometry;
 
@@ -24,15 +25,14 @@ struct Outcome {
     float score = -1.0F;
     QByteArray printed;
 
-    /// The capture groups of the one line that fits `pattern` wholly; nothing when there is none.
-    QStringList figures(const QString& pattern) const {
-        const QRegularExpression whole("^    GpuBenchmarkOpenCL: " + pattern + "$",
-                                       QRegularExpression::MultilineOption);
-        return whole.match(QString::fromUtf8(printed)).capturedTexts().mid(1);
+    /// Without what every message begins with.
+    QByteArray lastLine() const {
+        return printed.mid(printed.lastIndexOf("GpuBenchmarkOpenCL: ") + 20).chopped(1);
     }
 };
 
 Outcome run(double seconds, GpuBenchmarkOpenCL_Context& context) {
+    const VirtualTime time;
     Outcome outcome;
     outcome.printed = printedBy(
         [&] { outcome.score = GpuBenchmarkOpenCL::run(context, FakeOpenCL::device(0, 0), seconds, small); });
@@ -44,12 +44,9 @@ Outcome run(double seconds) {
     return run(seconds, context);
 }
 
-const QString warmupLine = "warmup avg (.*) ms/round, GLOBAL_Iteratons_mod set to (.*)";
-const QString resultLine = "(.*) rounds, avg (.*) ms/round, performance (.*) GPS";
-
 } // namespace
 
-Q_DECLARE_METATYPE(std::vector<int>)
+Q_DECLARE_METATYPE(std::vector<double>)
 
 class TestGpuBenchmarkOpenCL : public QObject {
     Q_OBJECT
@@ -63,8 +60,10 @@ class TestGpuBenchmarkOpenCL : public QObject {
     void leftoversAreReleasedFirst();
     void inputData();
     void sameDataInEveryRun();
+    void calibration_data();
     void calibration();
     void scaleIsKeptBetweenRuns();
+    void warmupRounds_data();
     void warmupRounds();
     void noWarmupRound();
     void durationIsTruncated_data();
@@ -196,18 +195,32 @@ void TestGpuBenchmarkOpenCL::sameDataInEveryRun() {
     QVERIFY(FakeOpenCL::written(0) != FakeOpenCL::written(1));
 }
 
+void TestGpuBenchmarkOpenCL::calibration_data() {
+    QTest::addColumn<double>("roundMs");
+    QTest::addColumn<float>("scale");
+    QTest::addColumn<QByteArray>("figures");
+    const auto row = [](const char* name, double roundMs, float scale, const char* figures) {
+        QTest::newRow(name) << roundMs << scale << QByteArray(figures);
+    };
+    row("25 ms", 25.0, 8.0F, "25.0 ms/round, GLOBAL_Iteratons_mod set to 8.00");
+    row("whole milliseconds count", 25.9, 8.0F, "25.0 ms/round, GLOBAL_Iteratons_mod set to 8.00");
+    row("the target", 200.0, 1.0F, "200.0 ms/round, GLOBAL_Iteratons_mod set to 1.00");
+    row("no round number", 7.0, 28.571428F, "7.0 ms/round, GLOBAL_Iteratons_mod set to 28.57");
+    row("slow", 12345.0, 0.016200891F, "12345.0 ms/round, GLOBAL_Iteratons_mod set to 0.02");
+}
+
 void TestGpuBenchmarkOpenCL::calibration() {
-    FakeOpenCL::script().roundMs = {25, 10};
+    QFETCH(double, roundMs);
+    QFETCH(float, scale);
+    QFETCH(QByteArray, figures);
+    FakeOpenCL::script().roundMs = {roundMs, 10.0};
     const Outcome outcome = run(0.01);
-    const QStringList warmup = outcome.figures(warmupLine);
-    QCOMPARE(warmup.size(), 2);
-    const double averageMs = warmup[0].toDouble(); // of one round: a whole number
-    QVERIFY2(averageMs >= 25.0 && averageMs < 2000.0, outcome.printed.constData());
-    QCOMPARE(warmup[0], QString::number(averageMs, 'f', 1));
-    QCOMPARE(GLOBAL_Iteratons_mod, static_cast<float>(2000.0 / (averageMs * 10.0)));
-    QCOMPARE(warmup[1], QString::number(static_cast<double>(GLOBAL_Iteratons_mod), 'f', 2));
+    QVERIFY2(outcome.printed.startsWith("    GpuBenchmarkOpenCL: warmup avg " + figures + "\n"),
+             outcome.printed.constData());
+    QVERIFY2(std::memcmp(&GLOBAL_Iteratons_mod, &scale, sizeof scale) == 0,
+             QByteArray::number(static_cast<double>(GLOBAL_Iteratons_mod), 'g', 12));
     const std::vector<QByteArray> sources = {GpuBenchmarkOpenCL::kernelSource(0.1F),
-                                             GpuBenchmarkOpenCL::kernelSource(GLOBAL_Iteratons_mod)};
+                                             GpuBenchmarkOpenCL::kernelSource(scale)};
     QCOMPARE(FakeOpenCL::sources(), sources);
 }
 
@@ -224,15 +237,30 @@ void TestGpuBenchmarkOpenCL::scaleIsKeptBetweenRuns() {
     QCOMPARE(GLOBAL_Iteratons_mod, 0.1F);
 }
 
+void TestGpuBenchmarkOpenCL::warmupRounds_data() {
+    QTest::addColumn<int>("limitMs");
+    QTest::addColumn<double>("roundMs");
+    QTest::addColumn<int>("rounds");
+    QTest::addColumn<QByteArray>("average");
+    QTest::newRow("one is longer than the limit") << 4 << 5.0 << 1 << QByteArray("5.0");
+    QTest::newRow("one ends at the limit") << 4 << 4.0 << 1 << QByteArray("4.0");
+    QTest::newRow("two") << 4 << 3.0 << 2 << QByteArray("3.0");
+    QTest::newRow("four of the shortest") << 4 << 1.0 << 4 << QByteArray("1.0");
+    QTest::newRow("short limit") << 1 << 1.0 << 1 << QByteArray("1.0");
+    QTest::newRow("long limit") << 50 << 20.9 << 3 << QByteArray("20.7"); // 62 ms / 3
+}
+
 // The limit is looked at before each round.
 void TestGpuBenchmarkOpenCL::warmupRounds() {
-    benchmarkWarmupMs = 50;
-    FakeOpenCL::script().roundMs = {20};
+    QFETCH(int, limitMs);
+    QFETCH(double, roundMs);
+    QFETCH(QByteArray, average);
+    benchmarkWarmupMs = limitMs;
+    FakeOpenCL::script().roundMs = {roundMs};
     const Outcome outcome = run(0.0);
-    const int rounds = FakeCalls::count("clFinish");
-    QVERIFY2(rounds >= 2 && rounds <= 3, QByteArray::number(rounds));
-    const double averageMs = outcome.figures(warmupLine).value(0).toDouble();
-    QVERIFY2(averageMs >= 20.0 && averageMs * rounds >= 50.0, outcome.printed.constData());
+    QTEST(FakeCalls::count("clFinish"), "rounds");
+    QVERIFY2(outcome.printed.startsWith("    GpuBenchmarkOpenCL: warmup avg " + average + " ms/round, "),
+             outcome.printed.constData());
 }
 
 void TestGpuBenchmarkOpenCL::noWarmupRound() {
@@ -253,7 +281,11 @@ void TestGpuBenchmarkOpenCL::durationIsTruncated_data() {
     QTest::addColumn<int>("rounds"); // of 20 ms
     QTest::newRow("zero") << 0.0 << 0;
     QTest::newRow("less than a millisecond") << 0.000999 << 0;
-    QTest::newRow("long enough for one") << 0.0099 << 1;
+    QTest::newRow("a millisecond") << 0.001 << 1;
+    QTest::newRow("two rounds' time") << 0.04 << 2;
+    QTest::newRow("and less than a millisecond") << 0.0409 << 2;
+    QTest::newRow("and a millisecond") << 0.041 << 3;
+    QTest::newRow("the long run") << 25.0 << 1250;
     QTest::newRow("negative") << -5.0 << 0;
 }
 
@@ -267,39 +299,44 @@ void TestGpuBenchmarkOpenCL::durationIsTruncated() {
 }
 
 void TestGpuBenchmarkOpenCL::lastRoundMayEndLate() {
-    FakeOpenCL::script().roundMs = {20, 100};
-    const Outcome outcome = run(0.15); // 0 and 100 are below it, 200 is not
-    QCOMPARE(FakeCalls::count("clFinish") - 1, 2);
-    QCOMPARE(outcome.figures(resultLine).value(0), QString("2"));
+    FakeOpenCL::script().roundMs = {20.0, 2000.0};
+    const Outcome outcome = run(6.0);
+    QCOMPARE(outcome.lastLine(), QByteArray("3 rounds, avg 2000.00 ms/round, performance 43.014 GPS"));
+    FakeCalls::reset();
+    QVERIFY(run(5.0).printed.contains("3 rounds, avg 2000.00 ms/round"));
 }
 
 void TestGpuBenchmarkOpenCL::score_data() {
-    QTest::addColumn<std::vector<int>>("roundMs");
+    QTest::addColumn<std::vector<double>>("roundMs");
     QTest::addColumn<double>("seconds");
-    QTest::newRow("uneven rounds") << std::vector<int>{20, 30, 35, 41} << 0.1;
-    // A score of about a million, whose three decimals show the formula's last digits.
-    QTest::newRow("short rounds") << std::vector<int>{4, 1} << 0.02;
+    QTest::addColumn<int>("totalMs");
+    QTest::addColumn<int>("rounds");
+    const auto row = [](const char* name, const std::vector<double>& roundMs, double seconds, int totalMs,
+                        int rounds) { QTest::newRow(name) << roundMs << seconds << totalMs << rounds; };
+    row("even rounds", {20, 25}, 0.1, 100, 4);
+    row("uneven rounds", {20, 30, 35, 41}, 0.1, 106, 3);
+    row("whole milliseconds in all", {20, 30.4}, 0.1, 121, 4);
+    // A score of a million, whose three decimals show the formula's last digits.
+    row("short rounds", {4, 1}, 0.02, 20, 20);
+    row("odd numbers", {7, 1.7}, 0.021, 22, 13);
 }
 
 void TestGpuBenchmarkOpenCL::score() {
     QFETCH(double, seconds);
-    QFETCH(std::vector<int>, roundMs);
+    QFETCH(std::vector<double>, roundMs);
+    QFETCH(int, totalMs);
+    QFETCH(int, rounds);
     FakeOpenCL::script().roundMs = roundMs;
     const Outcome outcome = run(seconds);
-    const QStringList result = outcome.figures(resultLine);
-    QCOMPARE(result.size(), 3);
-    const double rounds = result[0].toDouble();
-    QCOMPARE(rounds, static_cast<double>(FakeCalls::count("clFinish") - 1));
-    // The total is a whole number of milliseconds, so the rounded average tells it.
-    const double totalMs = std::round(result[1].toDouble() * rounds);
-    const double averageMs = totalMs / rounds;
-    QCOMPARE(result[1], QString::number(averageMs, 'f', 2));
-    QVERIFY2(totalMs >= 1000.0 * seconds && averageMs >= roundMs[1], outcome.printed.constData());
+    const double averageMs = static_cast<double>(totalMs) / static_cast<double>(rounds);
     const double gps = 0.06409515220941284 *
                        ((static_cast<double>(GLOBAL_Iteratons_mod) * (134217728.0 / averageMs)) / 1000.0);
+    QCOMPARE(
+        QString(outcome.lastLine()),
+        QString("%1 rounds, avg %2 ms/round, performance %3 GPS")
+            .arg(QString::number(rounds), QString::number(averageMs, 'f', 2), QString::number(gps, 'f', 3)));
     const auto expected = static_cast<float>(gps);
-    QVERIFY2(std::memcmp(&expected, &outcome.score, sizeof expected) == 0, outcome.printed.constData());
-    QCOMPARE(result[2], QString::number(gps, 'f', 3));
+    QVERIFY(std::memcmp(&expected, &outcome.score, sizeof expected) == 0);
 }
 
 void TestGpuBenchmarkOpenCL::measuringFailuresAreNotLookedAt() {

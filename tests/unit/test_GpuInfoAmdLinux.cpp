@@ -286,10 +286,15 @@ void TestGpuInfoAmdLinux::shutdown() {
     QCOMPARE(card.machine.provider.gpuCount(), 0);
     QCOMPARE(update(card.machine, true), QByteArray());
     QVERIFY(card.machine.provider.shutdown() != 0);
-    card.machine.detect(); // and from the beginning
+    // Nothing of the old card is taken for another that is found later.
+    QDir(card.device + "/..").removeRecursively();
+    DrmFiles others = figures;
+    others["hwmon/hwmon3/temp1_input"] = "51000";
+    card.machine.drm.addAmdCard("card1", "0000:03:00.0", others);
+    card.machine.detect();
     QCOMPARE(card.machine.provider.gpuCount(), 1);
     update(card.machine);
-    QCOMPARE(card.record().temperature, 45);
+    QCOMPARE(card.record().temperature, 51);
     QCOMPARE(card.record().deviceIndex, 0);
 }
 
