@@ -20,6 +20,7 @@ import simulated
 import sweep_machine
 import vendor_codes
 from simulated import BUILD, PROGRAM, SimulatedCase
+from sweep_benchmark import CL_INVALID_COMMAND_QUEUE
 from sweep_machine import ALWAYS, Fault, Libraries
 from sweep_oracle import Oracle
 
@@ -37,6 +38,8 @@ LAST_LINE_OF_A_CYCLE = b"Updated shared memory block\n"
 BOTH_WAYS, PLAIN_RUNTIME, DRIVER_ALONE = ((12, 11), True), ((13,), False), ((), True)
 # What has to fail so that this one is called at all.
 REASONS = {"nvmlErrorString": (Fault("nvmlInit_v2", 9),), "clGetProgramBuildInfo": (Fault("clBuildProgram", -11),)}
+# A code that means more than "failed" to the program.
+REMARKABLE = {"clFinish": CL_INVALID_COMMAND_QUEUE}
 
 # These run longer the busier the machine is: a figure, and what is near it.
 CLOCKED = re.compile(r"warmup avg|performance|: Speed: ")
@@ -125,6 +128,8 @@ def usual_combinations():
         codes = codes_of(function)
         for number, combination in enumerate(combinations):
             yield with_code(combination, codes[number * 7 % len(codes)])
+            if function in REMARKABLE:
+                yield with_code(combination, REMARKABLE[function])
         quick = [each for each in combinations if each.mode == "single"]
         quick = itertools.cycle(quick or [each for each in combinations if each.mode == "bench"])
         yield from (with_code(next(quick), code) for code in codes)
