@@ -1,6 +1,7 @@
 #include "amd/AmdOclCandidate.h"
 
 #include <algorithm>
+#include <cstddef>
 
 #include "app/log/logLine.h"
 
@@ -22,8 +23,8 @@ void readBus(AmdOclCandidate& candidate) {
     QString line = QStringLiteral("    OCL device '%1': no PCI bus info available, name-match only");
     if (readOpenCLDevice(candidate.device, deviceAttribute_TopologyAmd, topology)) {
         candidate.busKnown = true;
-        // NOLINTNEXTLINE(bugprone-signed-char-misuse,cert-str34-c): the driver gives a signed byte, sign and
-        // all.
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse,cert-str34-c): a byte with its sign, as the driver has
+        // it
         candidate.bus = topology.bus;
         line = QStringLiteral("    OCL device '%1': PCI bus 0x%2 (via AMD topology)");
     } else if (readOpenCLDevice(candidate.device, deviceAttribute_PciBusInfoKhr, location)) {
@@ -32,7 +33,7 @@ void readBus(AmdOclCandidate& candidate) {
         line = QStringLiteral("    OCL device '%1': PCI bus 0x%2 (via khr_pci_bus_info)");
     }
     if (candidate.busKnown)
-        logLine(5, line.arg(candidate.name, QString::number(static_cast<quint32>(candidate.bus), 16)));
+        logLine(5, line.arg(candidate.name, pciBusText(static_cast<quint32>(candidate.bus))));
     else
         logLine(5, line.arg(candidate.name));
 }

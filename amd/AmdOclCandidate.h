@@ -1,6 +1,7 @@
 // The OpenCL GPU devices that an AMD card may be paired with.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include <QString>

@@ -43,7 +43,7 @@ int GpuInfoAmdLinux::updateUsage(const bool& runBenchmark) {
         GpuDevice& gpu = *gpus[i];
         const AmdCardPaths& paths = cardPaths[i];
         gpu.statsValid = 1;
-        logLine(5, QStringLiteral("  %1: retrieving GPU stats ...").arg(QString::fromUtf8(gpu.name)));
+        logLine(5, QStringLiteral("  %1: retrieving GPU stats ...").arg(gpuName(gpu)));
         readLoad(gpu, paths.deviceDirectory);
         readMemory(gpu, paths.deviceDirectory);
         readTemperature(gpu, paths.hwmonDirectory);

@@ -16,10 +16,6 @@ constexpr quint32 minMemoryMb = 2000;
 
 constexpr std::size_t extensionsRoom = 4096;
 
-QString hexadecimal(quint32 bus) {
-    return QString::number(bus, 16);
-}
-
 QString cardName(const QString& card, const QString& deviceDirectory) {
     QString product = readSysfsValue(deviceDirectory + "/product_name");
     if (!product.isEmpty())
@@ -36,14 +32,14 @@ bool hasRayTracing(const GpuDevice& gpu) {
 
 void logUnmatched(const QString& name, quint32 bus, const std::vector<AmdOclCandidate>& candidates) {
     logLine(2, QStringLiteral("AMD GPU '%1' (PCI bus 0x%2): no matching OpenCL device found.")
-                   .arg(name, hexadecimal(bus)));
+                   .arg(name, pciBusText(bus)));
     logLine(2, QStringLiteral("  -> Benchmark will not be available for this GPU."));
     logLine(2, candidates.empty() ? QStringLiteral("  -> No OpenCL GPU devices were found at all.")
                                   : QStringLiteral("  -> Available OpenCL devices:"));
     for (const AmdOclCandidate& candidate : candidates) {
         if (candidate.busKnown)
             logLine(2, QStringLiteral("     '%1' on PCI bus 0x%2")
-                           .arg(candidate.name, hexadecimal(static_cast<quint32>(candidate.bus))));
+                           .arg(candidate.name, pciBusText(static_cast<quint32>(candidate.bus))));
         else
             logLine(2, QStringLiteral("     '%1' (no PCI bus info)").arg(candidate.name));
     }
@@ -122,10 +118,10 @@ void GpuInfoAmdLinux::matchWithOpenCL() {
 
 void GpuInfoAmdLinux::matchCandidate(GpuDevice& gpu, quint32 bus,
                                      const std::vector<AmdOclCandidate>& candidates) const {
-    const QString name = QString::fromUtf8(gpu.name);
+    const QString name = gpuName(gpu);
     if (const AmdOclCandidate* onBus = findCandidateByBus(candidates, bus)) {
         setOpenCLDevice(gpu, onBus->device);
-        logLine(5, QStringLiteral("  %1: matched via PCI bus 0x%2").arg(name, hexadecimal(bus)));
+        logLine(5, QStringLiteral("  %1: matched via PCI bus 0x%2").arg(name, pciBusText(bus)));
         return;
     }
     if (const AmdOclCandidate* byName = findCandidateByName(candidates, QString::fromLatin1(gpu.name))) {

@@ -8,12 +8,9 @@
 
 namespace {
 
-// Unsorted as the directory object's own order: as an argument of entryList, "no sorting" would mean sorting
-// by name.
+// QDir::NoSort as an argument would mean the directory object's own order, which is by name.
 QStringList directoriesInFileSystemOrder(const QString& path, const QString& nameFilter) {
-    QDir directory(path);
-    directory.setSorting(QDir::Unsorted);
-    return directory.entryList({nameFilter}, QDir::Dirs, QDir::Unsorted);
+    return QDir(path).entryList({nameFilter}, QDir::Dirs, QDir::Unsorted);
 }
 
 } // namespace

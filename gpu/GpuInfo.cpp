@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <memory>
 
+QString gpuName(const GpuDevice& record) {
+    return QString::fromUtf8(record.name);
+}
+
 GpuInfo::~GpuInfo() {
     clearGpus();
 }

@@ -2,8 +2,12 @@
 #pragma once
 
 #include <QList>
+#include <QString>
 
 #include "gpu/GpuDevice.h"
+
+/// A record's name as it is shown: its bytes as UTF-8.
+QString gpuName(const GpuDevice& record);
 
 /// A provider of one vendor's GPUs. Owns its records; they leave it only as copies.
 class GpuInfo {

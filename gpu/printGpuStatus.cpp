@@ -3,6 +3,7 @@
 #include <QString>
 
 #include "app/log/logLine.h"
+#include "gpu/GpuInfo.h"
 #include "gpu/shortGpuName.h"
 
 namespace {
@@ -11,7 +12,7 @@ constexpr int reportLevel = 4;
 constexpr int lastGpuIndex = 89; // what follows is no GPU but the summary
 
 QString headerLine(const GpuDevice& record, const QString& label) {
-    QString name = QString::fromUtf8(record.name);
+    QString name = gpuName(record);
     if (label.isEmpty())
         return QStringLiteral("---- %1 ----").arg(name);
     return QStringLiteral("---- %1 %2-%3 %4 ----")

@@ -15,7 +15,7 @@ int GpuInfoNvml_CUDA::updateUsage(const bool& doBenchmark) {
         GpuDevice& gpu = *gpus[i];
         const nvmlDevice_t handle = handles[i];
         gpu.statsValid = 1;
-        logLine(5, QStringLiteral("  %1: retrieving GPU stats ...").arg(QString::fromUtf8(gpu.name)));
+        logLine(5, QStringLiteral("  %1: retrieving GPU stats ...").arg(gpuName(gpu)));
 
         nvmlUtilization_t utilization{};
         gpu.hasUsage = nvml.nvmlDeviceGetUtilizationRates(handle, &utilization) == NVML_SUCCESS;

@@ -16,10 +16,6 @@ namespace {
 // No machine has more devices; a driver that reports more is lying, and must not keep the program for hours.
 constexpr unsigned int maxDevices = 4096;
 
-QString hexadecimal(unsigned int bus) {
-    return QString::number(bus, 16);
-}
-
 /// CUDA's number of the device on a PCI bus, -1 when it has none there.
 int cudaDeviceOnBus(unsigned int bus) {
     int count = 0;
@@ -134,7 +130,7 @@ int GpuInfoNvml_CUDA::withoutOpenCL(const char* countLine) {
 void GpuInfoNvml_CUDA::matchOpenCLDevice(GpuDevice& gpu, nvmlDevice_t handle,
                                          const OpenCLPlatforms& platforms) {
     gpu.gpuType = GpuType_Cuda;
-    const QString name = QString::fromUtf8(gpu.name);
+    const QString name = gpuName(gpu);
     nvmlPciInfo_t pci{};
     if (GpuNvml_Loader::table().nvmlDeviceGetPciInfo_v3(handle, &pci) != NVML_SUCCESS) {
         logLine(2, QStringLiteral("CUDA GPU '%1': failed to get PCI info from NVML.").arg(name));
@@ -147,12 +143,12 @@ void GpuInfoNvml_CUDA::matchOpenCLDevice(GpuDevice& gpu, nvmlDevice_t handle,
             if (const char* attribute = busAttributeThatMatches(device, pci.bus)) {
                 setOpenCLDevice(gpu, device);
                 logLine(5, QStringLiteral("  %1: matched via %2 PCI bus 0x%3")
-                               .arg(name, QLatin1String(attribute), hexadecimal(pci.bus)));
+                               .arg(name, QLatin1String(attribute), pciBusText(pci.bus)));
                 return;
             }
         }
     logLine(2, QStringLiteral("CUDA GPU '%1' (PCI bus 0x%2): no matching OpenCL device found.")
-                   .arg(name, hexadecimal(pci.bus)));
+                   .arg(name, pciBusText(pci.bus)));
     logLines(2, NvidiaAdvice::noMatchingDevice());
 }
 

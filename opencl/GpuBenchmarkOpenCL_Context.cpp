@@ -1,7 +1,9 @@
 #include "opencl/GpuBenchmarkOpenCL_Context.h"
 
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include <QString>
 
@@ -47,8 +49,8 @@ void logBuildError(const GpuBenchmarkOpenCL_Context& context) {
         return;
     call(table().clGetProgramBuildInfo, context.program, context.device, CL_PROGRAM_BUILD_LOG, size,
          log.get(), nullptr);
-    logLine(
-        1, QStringLiteral("    GpuBenchmarkOpenCL: OpenCL build error:%1").arg(QString::fromUtf8(log.get())));
+    logLine(1, QStringLiteral("    GpuBenchmarkOpenCL: OpenCL build error:%1")
+                   .arg(QString::fromUtf8(log.get(), static_cast<int>(strnlen(log.get(), INT_MAX)))));
 }
 
 } // namespace

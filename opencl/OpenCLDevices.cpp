@@ -31,6 +31,10 @@ QByteArray textUpToTerminator(const QByteArray& buffer) {
 
 } // namespace
 
+QString pciBusText(cl_uint bus) {
+    return QString::number(bus, 16);
+}
+
 OpenCLPlatforms listOpenCLPlatforms() {
     std::array<cl_platform_id, platformRoom> platforms{};
     cl_uint reported = 0;

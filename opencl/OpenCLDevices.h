@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <QByteArray>
+#include <QString>
 
 #include <CL/cl.h>
 
@@ -27,6 +28,9 @@ static_assert(sizeof(PciBusInfoKhr) == 16);
 
 /// Room for the name of a platform or a device, bytes.
 constexpr std::size_t openCLNameRoom = 256;
+
+/// A PCI bus number as messages have it behind "0x".
+QString pciBusText(cl_uint bus);
 
 struct OpenCLPlatforms {
     cl_uint reported = 0;               ///< how many there are; may exceed the list

@@ -3,12 +3,13 @@
 #include <QString>
 
 #include "app/log/logLine.h"
+#include "gpu/GpuInfo.h"
 #include "opencl/GpuBenchmarkOpenCL.h"
 #include "opencl/OpenCLDevices.h"
 #include "opencl/benchmarkSettings.h"
 
 void benchmarkGpu(GpuDevice& record) {
-    const QString name = QString::fromUtf8(record.name);
+    const QString name = gpuName(record);
     if (record.clDevice == 0) {
         logLine(
             2, QStringLiteral("  %1 %2-%3: unable to run Benchmark(openCL), device_HardwareID is NULL")
