@@ -14,8 +14,8 @@ target_link_options(smallBenchmark PRIVATE
     LINKER:--wrap=_ZN18GpuBenchmarkOpenCL3runER26GpuBenchmarkOpenCL_ContextP13_cl_device_iddRKNS_8GeometryE)
 set_target_properties(smallBenchmark PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests/harness")
 
-# The time is for the whole product, which QZGPUINFO_SWEEP=full asks for; the usual run takes a minute.
+# The time is for the whole product, which QZ_SWEEP=full asks for; the usual run takes a minute.
 qz_system_test(fault_sweep TIMEOUT 3600)
 if(QZGPUINFO_SANITIZE)
-    set_property(TEST system.fault_sweep APPEND PROPERTY ENVIRONMENT QZGPUINFO_SWEEP=5)
+    set_property(TEST system.fault_sweep APPEND PROPERTY ENVIRONMENT QZ_SWEEP=5)
 endif()

@@ -2,8 +2,8 @@
 that the vendor publishes, in every run mode. What each run has to say, to answer and to leave behind is worked out
 by an oracle (sweep_oracle.py), line by line and call by call.
 
-The usual run takes every entry point, mode and call with one code, and every code once. QZGPUINFO_SWEEP=full takes
-the whole product, and some benchmarks on buffers of the real size; QZGPUINFO_SWEEP=5 every fifth combination of the
+The usual run takes every entry point, mode and call with one code, and every code once. QZ_SWEEP=full takes
+the whole product, and some benchmarks on buffers of the real size; QZ_SWEEP=5 every fifth combination of the
 usual run."""
 
 import itertools
@@ -24,7 +24,7 @@ from sweep_benchmark import CL_INVALID_COMMAND_QUEUE
 from sweep_machine import ALWAYS, Fault, Libraries
 from sweep_oracle import Oracle
 
-SWEEP = os.environ.get("QZGPUINFO_SWEEP", "1")
+SWEEP = os.environ.get("QZ_SWEEP", "1")
 SMALL_BENCHMARK = BUILD / "tests/harness/smallBenchmark"
 
 MODES = {"single": ("-single", "-v"), "queryNvCuda": ("-queryNvCuda",), "queryNvOptix": ("-queryNvOptix",),
