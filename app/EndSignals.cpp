@@ -42,6 +42,11 @@ EndSignals::EndSignals() : event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     connect(notifier.get(), &QSocketNotifier::activated, this, &EndSignals::endRequested);
     eventOfHandler = event.get();
     setDisposition(onSignal);
+    sigset_t both;
+    sigemptyset(&both);
+    sigaddset(&both, SIGINT);
+    sigaddset(&both, SIGTERM);
+    sigprocmask(SIG_UNBLOCK, &both, nullptr);
 }
 
 EndSignals::~EndSignals() {

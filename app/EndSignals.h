@@ -7,7 +7,8 @@
 
 #include "support/FileDescriptor.h"
 
-/// Ends the event loop in an orderly way on the first SIGINT or SIGTERM, from now on to the end of the
+/// Ends the event loop in an orderly way on the first SIGINT or SIGTERM for as long as it lives, also where
+/// the parent had them ignored or blocked. Without a free descriptor it does nothing, and they end the
 /// process. The next one, of either kind, ends the process at once: a driver's call that never returns must
 /// not hold it.
 class EndSignals : public QObject {

@@ -63,6 +63,7 @@ GpuInfo_Main::GpuInfo_Main() : GpuInfo_Main(linuxProviders()) {}
 
 GpuInfo_Main::GpuInfo_Main(Providers providersInOrder, const char* segmentDirectory)
     : providers(std::move(providersInOrder)), segment(segmentKey, readWriteLifetime, segmentDirectory) {
+    timer.setTimerType(Qt::PreciseTimer);
     connect(&timer, &QTimer::timeout, this, &GpuInfo_Main::update);
 }
 

@@ -43,9 +43,6 @@ class GpuInfo_Main : public QObject {
 
     const GpuInfoBlock& gpuList() const { return list; }
 
-    bool doBenchmark = false; ///< to be set before `init`
-    bool singleRun = false;   ///< to be set before `init`: one update, no segment
-
   public slots:
     /// One cycle: reads the figures anew, rebuilds the list, prints the report, publishes.
     void update();
@@ -61,4 +58,8 @@ class GpuInfo_Main : public QObject {
     QTimer timer;
     Providers providers;
     qzSharedMemory segment;
+
+  public:
+    bool doBenchmark = false; ///< to be set before `init`
+    bool singleRun = false;   ///< to be set before `init`: one update, no segment
 };

@@ -36,7 +36,8 @@ bool GpuInfo_Main::writeList() {
     constexpr qint64 body = publishedSize - head;
     constexpr std::uint32_t notReady[] = {GpuInfoBlock::version, 0};
     static_assert(sizeof notReady == head);
-    return segment.write(notReady, head) && segment.write(&list.cudaCount, body, head) &&
+    return segment.write(notReady, head) &&
+           segment.write(reinterpret_cast<const char*>(&list) + head, body, head) &&
            segment.write(&list, head);
 }
 
@@ -55,9 +56,10 @@ bool GpuInfo_Main::publish() {
         return false;
     }
     const bool written = writeList();
+    const QString reason = segment.errorString(); // giving the lock back clears it
     segment.unlock();
     if (!written) {
-        logLine(0, "Unable to attach shared memory!; " + QString(segment.errorString()));
+        logLine(0, "Unable to attach shared memory!; " + reason);
         return false;
     }
     logLine(4, QStringLiteral("Updated shared memory block"));

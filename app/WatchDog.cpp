@@ -5,6 +5,7 @@
 
 WatchDog::WatchDog(const QString& nameOfProcess, int intervalMs)
     : interval(intervalMs), processName(nameOfProcess) {
+    timer.setTimerType(Qt::PreciseTimer);
     connect(&timer, &QTimer::timeout, this, &WatchDog::onTimeout);
 }
 

@@ -51,8 +51,8 @@ void greet(const CommandLine& commandLine) {
 
 int main(int argc, char** argv) {
     prepareStandardStreams();
-    const CommandLine commandLine = parseCommandLine(argc, argv);
     const QCoreApplication application(argc, argv);
+    const CommandLine commandLine = parseCommandLine(argc, argv);
 
     if (commandLine.shortBenchmark) {
         benchmarkSeconds = 6;
@@ -63,10 +63,11 @@ int main(int argc, char** argv) {
         watchDog = startWatchDog(commandLine.watchedProcess);
     greet(commandLine);
 
+    // Outlives the driver: a signal while that shuts the vendors' libraries down must not cut it short.
+    const std::unique_ptr<EndSignals> endSignals = commandLine.isSingleRun() ? nullptr : endOnSignals();
     GpuInfo_Main driver;
     driver.doBenchmark = commandLine.runsBenchmark();
     driver.singleRun = commandLine.isSingleRun();
-    const std::unique_ptr<EndSignals> endSignals = driver.singleRun ? nullptr : endOnSignals();
 
     flushOutput();
     int code = 1;

@@ -16,4 +16,5 @@ void prepareStandardStreams(const char* nullDevice) {
         }
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
 }

@@ -11,7 +11,7 @@ enum qz_AppType { qz_AppType_Default = 0 };
 /// it can't fail.
 class __QZSDK {
   public:
-    /// The two flags are kept for the suite's other programs; nothing here depends on them.
+    /// The two flags are accepted for the suite's other programs; nothing here depends on them.
     __QZSDK(bool firstFlag, qz_AppType type, const _qzString<50>& name, bool secondFlag);
     ~__QZSDK() = default;
 

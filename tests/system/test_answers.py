@@ -3,7 +3,7 @@
 import re
 
 import simulated
-from simulated import SimulatedCase
+from simulated import SOURCE, SimulatedCase
 
 QUERIES = ("-queryGPU", "-queryNvCuda", "-queryNvOptix", "-queryAmdRt")
 
@@ -103,6 +103,13 @@ class Scores(SimulatedCase):
         text = run.output.decode()
         self.assertIn("  NVIDIA Scripted: running 25s Benchmark(openCL) ...\n", text)
         self.assertEqual([rounds for rounds, _, _ in SCORE.findall(text)], ["13", "13"])
+
+    def test_the_short_benchmark_warms_up_for_a_shorter_time(self):
+        # A warm-up round of 3 ms is past the limit of 1 ms, and before the limit of 4 ms, where a second one follows.
+        machine = (SOURCE / "simulator/machines/scripted.machine").read_text("utf-8").replace("50, 2000", "3, 2000")
+        for option, average in (("-benchShort", "3.0"), ("-bench", "1001.5")):
+            run = self.described(machine).run("-single", "-v", option)
+            self.assertEqual([scale[0] for scale in SCALE.findall(run.output.decode())], [average] * 2)
 
     def test_the_program_of_each_build(self):
         run = self.simulation("scripted").run("-single", "-benchShort")

@@ -342,12 +342,13 @@ class TestGpuInfo_Main_segment : public QObject {
         bench.init();
         struct rlimit before {};
         getrlimit(RLIMIT_FSIZE, &before);
-        const struct rlimit small { 100, before.rlim_max };
+        const struct rlimit small { 4096, before.rlim_max };
         setrlimit(RLIMIT_FSIZE, &small);
         bool result = true;
         const QByteArray text = DriverBench::printed([&] { result = bench.driver->publish(); });
         setrlimit(RLIMIT_FSIZE, &before);
         QVERIFY2(text.startsWith(unableToAttach) && text.count('\n') == 1, text.constData());
+        QVERIFY2(text.contains(segmentKey), text.constData()); // with its reason
         QVERIFY(!result);
         // The segment is kept: leaving it would take it away from its readers.
         QCOMPARE(DriverBench::printed([&] { bench.driver->publish(); }), updated);
