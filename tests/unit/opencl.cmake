@@ -3,11 +3,6 @@ add_library(qz_fakes STATIC FakeCalls.cpp FakeCuda.cpp FakeLoader.cpp FakeNvml.c
             VirtualTime.cpp)
 target_link_libraries(qz_fakes PUBLIC qz_opencl)
 
-qz_unit_test(DynamicLoader LINK qz_fakes)
-qz_unit_test(VendorLibrary LINK qz_fakes)
-qz_unit_test(distributionId LINK qz_support)
-qz_unit_test(readSmallTextFile LINK qz_support)
-
 qz_unit_test(errorName LINK qz_opencl)
 qz_unit_test(GpuOpenCL_Loader LINK qz_fakes)
 qz_unit_test(OpenCLDevices LINK qz_fakes)
