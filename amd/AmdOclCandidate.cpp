@@ -23,8 +23,7 @@ void readBus(AmdOclCandidate& candidate) {
     QString line = QStringLiteral("    OCL device '%1': no PCI bus info available, name-match only");
     if (readOpenCLDevice(candidate.device, deviceAttribute_TopologyAmd, topology)) {
         candidate.busKnown = true;
-        // NOLINTNEXTLINE(bugprone-signed-char-misuse,cert-str34-c): a byte with its sign, as the driver has
-        // it
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse,cert-str34-c): signed it is
         candidate.bus = topology.bus;
         line = QStringLiteral("    OCL device '%1': PCI bus 0x%2 (via AMD topology)");
     } else if (readOpenCLDevice(candidate.device, deviceAttribute_PciBusInfoKhr, location)) {
