@@ -24,7 +24,7 @@ class TestProcessName : public QObject {
             QTest::newRow(title) << QByteArray(name) << cut << QByteArray(program) << matches;
         };
         row("equal", "render", false, "render", true);
-        row("base name of a path", "render", false, "/opt/farm/render", true);
+        row("base name of a path", "render", false, "/opt/tool/render", true);
         row("a directory of that name", "render", false, "/opt/render/client", false);
         row("longer", "render", false, "/opt/renderer", false);
         row("shorter", "render", false, "/opt/rende", false);
@@ -32,8 +32,8 @@ class TestProcessName : public QObject {
         row("other case", "render", false, "/opt/Render", false);
         row("no program", "render", false, "", false);
         row("trailing slash", "render", false, "/opt/render/", false);
-        row("name with a slash", "/opt/farm/render", false, "render", true);
-        row("name with a slash, other directory", "/opt/farm/render", false, "/usr/bin/render", true);
+        row("name with a slash", "/opt/tool/render", false, "render", true);
+        row("name with a slash, other directory", "/opt/tool/render", false, "/usr/bin/render", true);
         row("empty name, empty program", "", false, "", false);
         row("name ends in a slash", "render/", false, "/opt/", false);
         row("cut: beginning", "a-render-client-of-25-byte", true, "/opt/a-render-client-of-25-bytes-or-more",
@@ -41,11 +41,11 @@ class TestProcessName : public QObject {
         row("cut: equal", "a-render-client-of-25-byte", true, "a-render-client-of-25-byte", true);
         row("cut: too short", "a-render-client-of-25-byte", true, "a-render-client-of-25-byt", false);
         row("cut: not at the beginning", "render", true, "prerender", false);
-        row("cut in the base name", "/opt/farm/render-cl", true, "/usr/bin/render-client", true);
-        row("cut in a directory", "/opt/farm/direct", true, "/opt/farm/directory/render", true);
-        row("cut after a directory", "/opt/farm/directory/", true, "/opt/farm/directory/render", true);
-        row("cut after a directory, other path", "/opt/farm/directory/", true, "/opt/farm/render", false);
-        row("cut after a directory, no path", "/opt/farm/directory/", true, "", false);
+        row("cut in the base name", "/opt/tool/render-cl", true, "/usr/bin/render-client", true);
+        row("cut in a directory", "/opt/tool/direct", true, "/opt/tool/directory/render", true);
+        row("cut after a directory", "/opt/tool/directory/", true, "/opt/tool/directory/render", true);
+        row("cut after a directory, other path", "/opt/tool/directory/", true, "/opt/tool/render", false);
+        row("cut after a directory, no path", "/opt/tool/directory/", true, "", false);
         row("cut without a slash, path", "opt", true, "optical/render", false);
     }
 
@@ -95,7 +95,7 @@ class TestProcessName : public QObject {
             QTest::newRow(title) << QByteArray(name) << cut << QByteArray(comm) << QByteArray(argument)
                                  << matches;
         };
-        row("script", "render-manager.py", false, "render-manager.", "/opt/farm/render-manager.py", true);
+        row("script", "render-manager.py", false, "render-manager.", "/opt/tool/render-manager.py", true);
         row("another script with that beginning", "render-manager.py", false, "render-manager.",
             "render-manager.sh", false);
         row("an argument of another program", "render-manager.py", false, "python3", "render-manager.py",
@@ -107,10 +107,10 @@ class TestProcessName : public QObject {
         row("no argument", "render-manager.py", false, "render-manager.", "", false);
         row("cut name", "render-manager-of-the-fa", true, "render-manager-",
             "/opt/render-manager-of-the-farm.py", true);
-        row("cut in a directory", "/opt/farm/some/directory/", true, "render.py",
-            "/opt/farm/some/directory/render.py", true);
-        row("cut in a directory, a program's argument", "/opt/farm/some/directory/", true, "cat",
-            "/opt/farm/some/directory/render.py", false);
+        row("cut in a directory", "/opt/tool/some/directory/", true, "render.py",
+            "/opt/tool/some/directory/render.py", true);
+        row("cut in a directory, a program's argument", "/opt/tool/some/directory/", true, "cat",
+            "/opt/tool/some/directory/render.py", false);
     }
 
     void script() {
@@ -134,8 +134,8 @@ class TestProcessName : public QObject {
 
     void usable() {
         QVERIFY(ProcessName("render", false, true).isUsable());
-        QVERIFY(ProcessName("/opt/farm/", true, true).isUsable());
-        QVERIFY(!ProcessName("/opt/farm/", false, true).isUsable());
+        QVERIFY(ProcessName("/opt/tool/", true, true).isUsable());
+        QVERIFY(!ProcessName("/opt/tool/", false, true).isUsable());
         QVERIFY(!ProcessName("", false, true).isUsable());
     }
 };
