@@ -1,9 +1,10 @@
-"""Root folders with nothing in them but what Debian calls essential, for a package to be installed, used and removed
-in; programs run there in a sandbox.
+"""Root folders with nothing in them but what Debian calls essential, for a package to be installed, used and
+removed in; programs run there in a sandbox.
 
-`PackagesRoot` is made from the files of packages that are installed on this machine, in seconds, without network and
-without root's rights: the essential packages, and then what a package depends on and nothing else. Its dpkg knows
-these packages alone. `DebootstrapRoot` is made by debootstrap and apt from the network's packages, in minutes, by root.
+`PackagesRoot` is made from the files of packages that are installed on this machine, in seconds, without
+network and without root's rights: the essential packages, and then what a package depends on and nothing else.
+Its dpkg knows these packages alone. `DebootstrapRoot` is made by debootstrap and apt from the network's
+packages, in minutes, by root.
 """
 
 import os
@@ -13,7 +14,11 @@ import subprocess
 from pathlib import Path
 
 USER = 1000
-PASSWD = f"root:x:0:0:root:/root:/bin/bash\nrender:x:{USER}:{USER}::/tmp:/bin/bash\nnobody:x:65534:65534::/:/bin/false\n"
+PATH = "/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+PASSWD = f"""root:x:0:0:root:/root:/bin/bash
+render:x:{USER}:{USER}::/tmp:/bin/bash
+nobody:x:65534:65534::/:/bin/false
+"""
 GROUP = f"root:x:0:\nrender:x:{USER}:\nnogroup:x:65534:\n"
 
 
@@ -38,8 +43,8 @@ class InstalledPackages:
             if not re.search(r" ok (installed|triggers-\w+)$", fields.get("Status", "")):
                 continue
             name = fields["Package"]
-            stanza = re.sub(r"^Triggers-\w+: .*\n", "", stanza.strip("\n") + "\n", flags=re.MULTILINE)
-            self.stanzas[name] = re.sub(r"^Status: .*$", "Status: install ok installed", stanza, flags=re.MULTILINE)
+            stanza = re.sub(r"(?m)^Triggers-\w+: .*\n", "", stanza.strip("\n") + "\n")
+            self.stanzas[name] = re.sub(r"(?m)^Status: .*$", "Status: install ok installed", stanza)
             self.fields[name] = fields
             for provided in self.names(fields.get("Provides", "")):
                 self.providers.setdefault(provided, name)
@@ -84,15 +89,15 @@ class FreshRoot:
     def __init__(self, path):
         self.path = Path(path)
 
-    def run(self, script, *, user=USER, extra=(), prefix="sh", check=True):
-        """Runs a shell script inside, as an ordinary user unless `user` is 0: no network, its own processes and
-        shared memory. Gives the completed process, its output as text."""
+    def run(self, script, *, user=USER, extra=(), check=True):
+        """Runs a shell script inside, as an ordinary user unless `user` is 0: no network, its own processes
+        and shared memory. Gives the completed process, its output as text."""
         done = subprocess.run(
-            ["bwrap", "--unshare-all", "--uid", str(user), "--gid", str(user), "--die-with-parent", "--new-session",
-             "--bind", str(self.path), "/", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp", *extra,
-             "--chdir", "/tmp", "--clearenv", "--setenv", "PATH", "/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
-             "--setenv", "LC_ALL", "C.UTF-8", "--setenv", "HOME", "/tmp", prefix, "-c", script],
-            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=280, check=False)
+            ["bwrap", "--unshare-all", "--uid", str(user), "--gid", str(user), "--die-with-parent",
+             "--new-session", "--bind", str(self.path), "/", "--proc", "/proc", "--dev", "/dev",
+             "--tmpfs", "/tmp", *extra, "--chdir", "/tmp", "--clearenv", "--setenv", "PATH", PATH,
+             "--setenv", "LC_ALL", "C.UTF-8", "--setenv", "HOME", "/tmp", "sh", "-c", script],
+            stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=280, check=False)
         if check and done.returncode != 0:
             raise RuntimeError(f"exit code {done.returncode} of: {script}\n{done.stdout}{done.stderr}")
         return done
@@ -111,8 +116,8 @@ class PackagesRoot(FreshRoot):
         super().__init__(path)
         self.machine = InstalledPackages()
         self.present = []
-        for folder in ("var/lib/dpkg/info", "var/lib/dpkg/updates", "var/lib/dpkg/triggers", "var/log", "etc", "tmp",
-                       "run", "proc", "dev"):
+        for folder in ("var/lib/dpkg/info", "var/lib/dpkg/updates", "var/lib/dpkg/triggers", "var/log", "etc",
+                       "tmp", "run", "proc", "dev"):
             (self.path / folder).mkdir(parents=True)
         # On a merged tree /bin and its like are links; what the lists name below them goes where they lead.
         for top in Path("/").iterdir():
@@ -132,12 +137,12 @@ class PackagesRoot(FreshRoot):
         files = {path for name in packages for path in self.machine.files(name)} | set(more_files)
         files = [path for path in sorted(files) if path not in ("", ".") and os.path.lexists("/" + path) and
                  not (self.path / path).is_symlink()]
-        pack = ["tar", "-C", "/", "--no-recursion", "--hard-dereference", "--ignore-failed-read", "--null", "-T", "-",
-                "-cf", "-"]
+        pack = ["tar", "-C", "/", "--no-recursion", "--hard-dereference", "--ignore-failed-read", "--null",
+                "-T", "-", "-cf", "-"]
         unpack = ["tar", "-C", str(self.path), "--keep-directory-symlink", "--no-same-owner", "-xpf", "-"]
         with subprocess.Popen(unpack, stdin=subprocess.PIPE) as unpacking:
-            subprocess.run(pack, input="\0".join(files).encode(), stdout=unpacking.stdin, stderr=subprocess.DEVNULL,
-                           check=True)
+            subprocess.run(pack, input="\0".join(files).encode(), stdout=unpacking.stdin,
+                           stderr=subprocess.DEVNULL, check=True)
             unpacking.stdin.close()
         if unpacking.returncode != 0:
             raise RuntimeError("the files of the packages could not be put down")
@@ -152,7 +157,8 @@ class PackagesRoot(FreshRoot):
         return self.run(command, user=0, extra=extra).stdout
 
     def install(self, deb):
-        """What the package says it depends on, and the package, through dpkg, which refuses it if that is not all."""
+        """What the package says it depends on, then the package through dpkg, which refuses it if that is
+        not all."""
         self.add(InstalledPackages.names(call("dpkg-deb", "-f", deb, "Depends")))
         self.administer("dpkg --install /tmp/new.deb", "--ro-bind", str(deb), "/tmp/new.deb")
         # Those of the packages whose files were put down without dpkg.
@@ -163,7 +169,8 @@ class DebootstrapRoot(FreshRoot):
     def __init__(self, path):
         super().__init__(path)
         # In a mount namespace of its own, so that nothing stays mounted.
-        release = re.search(r"^VERSION_CODENAME=(\w+)$", Path("/etc/os-release").read_text(encoding="utf-8"), re.MULTILINE)
+        about = Path("/etc/os-release").read_text(encoding="utf-8")
+        release = re.search(r"^VERSION_CODENAME=(\w+)$", about, re.MULTILINE)
         call("unshare", "--mount", "--pid", "--fork", "debootstrap", "--variant=minbase", release[1], path)
         for name, text in (("passwd", PASSWD), ("group", GROUP)):
             with (self.path / "etc" / name).open("a", encoding="utf-8") as file:
@@ -174,8 +181,8 @@ class DebootstrapRoot(FreshRoot):
         return call("bwrap", "--unshare-pid", "--unshare-ipc", "--die-with-parent", "--cap-add", "ALL",
                     "--bind", self.path, "/", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp",
                     "--ro-bind", "/etc/resolv.conf", "/etc/resolv.conf", *extra, "--clearenv",
-                    "--setenv", "PATH", "/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
-                    "--setenv", "DEBIAN_FRONTEND", "noninteractive", "sh", "-c", command)
+                    "--setenv", "PATH", PATH, "--setenv", "DEBIAN_FRONTEND", "noninteractive",
+                    "sh", "-c", command)
 
     def add(self, wanted):
         self.administer("apt-get -q -y --no-install-recommends install " + " ".join(wanted))

@@ -15,7 +15,8 @@ def source(page):
 
 def shown(page):
     """The page as plain text, not broken into lines or hyphenated where a terminal would."""
-    done = subprocess.run(["man", "--no-hyphenation", "--no-justification", "-E", "UTF-8", "-l", FOLDER / page],
+    done = subprocess.run(["man", "--no-hyphenation", "--no-justification", "-E", "UTF-8", "-l",
+                           FOLDER / page],
                           env={**os.environ, "MANWIDTH": "1000", "MANPAGER": "cat", "LC_ALL": "C.UTF-8"},
                           stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True, timeout=60, check=True)
     return re.sub(r".\x08", "", done.stdout)

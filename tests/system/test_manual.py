@@ -13,7 +13,7 @@ STATUS = Path(os.environ["QZGPUINFO_BUILD"], "qzGpuStatus")
 
 
 def status_help():
-    return subprocess.run([STATUS, "--help"], stdout=subprocess.PIPE, text=True, timeout=20, check=True).stdout
+    return subprocess.run([STATUS, "--help"], capture_output=True, text=True, timeout=20, check=True).stdout
 
 
 def status_options():
@@ -22,7 +22,8 @@ def status_options():
 
 def info_options():
     """The program has no help text: its table of options is what it knows."""
-    return set(re.findall(r'\{"(-\w+)", &CommandLine::', (SOURCE / "app/CommandLine.cpp").read_text(encoding="utf-8")))
+    table = (SOURCE / "app/CommandLine.cpp").read_text(encoding="utf-8")
+    return set(re.findall(r'\{"(-\w+)", &CommandLine::', table))
 
 
 class Pages(unittest.TestCase):
@@ -30,8 +31,8 @@ class Pages(unittest.TestCase):
         for page in manual_pages.PAGES:
             with self.subTest(page):
                 done = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z",
-                                       manual_pages.FOLDER / page], stdin=subprocess.DEVNULL, capture_output=True,
-                                      text=True, timeout=60, check=False)
+                                       manual_pages.FOLDER / page], stdin=subprocess.DEVNULL,
+                                      capture_output=True, text=True, timeout=60, check=False)
                 self.assertEqual((done.returncode, done.stderr), (0, ""))
                 self.assertGreater(len(done.stdout), 1000)
 
@@ -53,7 +54,8 @@ class Pages(unittest.TestCase):
     def options_of(self, page):
         """The options that stand at the head of an item, and all that the synopsis names."""
         heads = [line for line in manual_pages.section(page, "OPTIONS") if re.match(r"-", line)]
-        heads = set(re.findall(r"(?<!\S)(--?\w[\w-]*)", "\n".join(re.split(r"\s{2,}", line)[0] for line in heads)))
+        heads = "\n".join(re.split(r"\s{2,}", line)[0] for line in heads)
+        heads = set(re.findall(r"(?<!\S)(--?\w[\w-]*)", heads))
         named = set(re.findall(r"(?<![\w-])(--?\w[\w-]*)", " ".join(manual_pages.section(page, "SYNOPSIS"))))
         return heads, named
 
@@ -68,12 +70,12 @@ class Pages(unittest.TestCase):
     def test_exit_codes_of_status(self):
         listed = re.findall(r"^  (\d)  (.*)$", status_help().split("Exit codes:\n")[1], re.MULTILINE)
         self.assertEqual(len(listed), 8)
-        page = [re.match(r"(\d)\s+(.*)", line) for line in manual_pages.section("qzGpuStatus.1", "EXIT STATUS")]
-        page = [match.groups() for match in page if match]
+        page = "\n".join(manual_pages.section("qzGpuStatus.1", "EXIT STATUS"))
+        page = re.findall(r"^(\d)\s+(.*)$", page, re.MULTILINE)
 
-        def words(text):
-            return re.findall(r"\w+", text.split(".")[0].lower())[:4]
-        self.assertEqual([(code, words(text)) for code, text in page], [(code, words(text)) for code, text in listed])
+        def first_words(codes):
+            return [(code, re.findall(r"\w+", text.split(".")[0].lower())[:4]) for code, text in codes]
+        self.assertEqual(first_words(page), first_words(listed))
 
 
 class Offsets(unittest.TestCase):
@@ -89,7 +91,8 @@ class Offsets(unittest.TestCase):
         ends = [offset + length for offset, length, _ in rows]
         self.assertEqual([offset for offset, _, _ in rows], [0, *ends[:-1]])
         self.assertEqual(ends[-1], size)
-        asserted = re.findall(r"offsetof\(\w+, (\w+)\) == (\d+)", (SOURCE / header).read_text(encoding="utf-8"))
+        text = (SOURCE / header).read_text(encoding="utf-8")
+        asserted = re.findall(r"offsetof\(\w+, (\w+)\) == (\d+)", text)
         self.assertGreater(len(asserted), 9)
         self.assertEqual({name: offset for offset, _, name in rows if name},
                          {name: int(offset) for name, offset in asserted})
@@ -104,8 +107,9 @@ class Offsets(unittest.TestCase):
 class Completion(unittest.TestCase):
     def answers(self, command, *words):
         """What bash offers for the last word."""
-        script = (f'source "{SOURCE}/packaging/completions/{command}"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); '
-                  f'compopt() {{ :; }}; _{command}; printf "%s\\n" "${{COMPREPLY[@]}}"')
+        script = (f'source "{SOURCE}/packaging/completions/{command}"; COMP_WORDS=("$@"); '
+                  f'COMP_CWORD=$(($# - 1)); compopt() {{ :; }}; _{command}; '
+                  'printf "%s\\n" "${COMPREPLY[@]}"')
         done = subprocess.run(["bash", "-euc", script, "bash", command, *words], stdin=subprocess.DEVNULL,
                               capture_output=True, text=True, timeout=20, check=False, cwd=SOURCE)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
