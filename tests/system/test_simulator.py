@@ -271,8 +271,9 @@ class Runs(SimulatedCase):
         with tempfile.TemporaryDirectory(prefix="qzsim-shm-") as shm:
             simulation = self.described(self.CYCLE, shm=Path(shm), cycle_start=500)
             first, second = simulation.start(stdout=subprocess.PIPE), simulation.start(stdout=subprocess.PIPE)
-            end = time.monotonic() + 10
-            while not os.path.exists(os.path.join(shm, "qzGpuInfo_v2")) and time.monotonic() < end:
+            end = time.monotonic() + 20
+            while (not all("nvmlInit_v2" in run.report.calls for run in (first, second)) and
+                   time.monotonic() < end):
                 time.sleep(0.02)
             self.assertTrue(os.path.exists(os.path.join(shm, "qzGpuInfo_v2")))
             for run in (first, second):
