@@ -44,7 +44,7 @@ class SimulatedCase(unittest.TestCase):
 
 def main():
     """Runs the file's tests. Ends with 77, and says why, when every one of them was skipped."""
-    program = unittest.main(exit=False)
+    program = unittest.main(exit=False, verbosity=2)
     result = program.result
     if not result.wasSuccessful():
         sys.exit(1)
