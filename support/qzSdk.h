@@ -7,8 +7,7 @@
 enum qz_AppType { qz_AppType_Default = 0 };
 
 /// One object exists for the whole life of a process of the suite, as a static one: made before the entry
-/// point runs, destroyed at the exit. It keeps what the process says of itself and does nothing else, so that
-/// it can't fail.
+/// point runs, destroyed at the exit. It does nothing else, so that it can't fail.
 class __QZSDK {
   public:
     /// The two flags are accepted for the suite's other programs; nothing here depends on them.
