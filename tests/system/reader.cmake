@@ -1,5 +1,7 @@
 qz_system_test(status)
 qz_system_test(status_forms)
 qz_system_test(status_watch)
+qz_system_test(status_tmux)
+qz_system_test(monitoring TIMEOUT 240)
 qz_system_test(read_segment)
 qz_system_test(reader_package TIMEOUT 300)

@@ -318,6 +318,14 @@ class Output(unittest.TestCase):
     def test_no_such_directory(self):
         self.expect_failure(self.folder + "/none/gpus.prom", "No such file or directory")
 
+    def test_a_directory_that_may_not_be_written(self):
+        os.chmod(self.folder, 0o555)
+        nobody = {"user": 65534} if os.geteuid() == 0 else {}
+        for path in (PROGRAM, self.folder) if nobody else ():
+            if not reachable_by_nobody(path):
+                self.skipTest(f"SKIPPED: {path} is out of another user's reach")
+        self.expect_failure(self.path, "Permission denied", **nobody)
+
     def test_what_is_no_regular_file_is_left_alone(self):
         # Objects of this test's own: as root, a command that fails here would replace the machine's devices.
         link, fifo, folder = (os.path.join(self.folder, name) for name in ("link", "fifo", "folder"))
@@ -361,4 +369,4 @@ class Output(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    unittest.main(verbosity=2)

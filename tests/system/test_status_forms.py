@@ -236,4 +236,4 @@ class Prometheus(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    unittest.main(verbosity=2)
