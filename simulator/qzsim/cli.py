@@ -13,7 +13,7 @@ from .simulation import Simulation, SimulationError
 _ROOT = Path(__file__).resolve().parent.parent.parent
 
 _EPILOG = """Without MACHINE the machines are listed. A fault is a line of a description's [faults] section, such as
-"nvmlDeviceGetTemperature = fail 15 from 3"; see simulator/README.md."""
+"nvmlDeviceGetTemperature = fail 15 from 3"; see docs/simulator.md."""
 
 
 def _parser() -> argparse.ArgumentParser:
