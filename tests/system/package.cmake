@@ -1,7 +1,7 @@
 # What is handed out: the manual's pages against the programs, and the package in a fresh root. A build with
 # sanitizers is not packed.
 
-if(TARGET qz_compressed_qzGpuInfo AND NOT QZGPUINFO_SANITIZE)
+if(TARGET qz_compressed_qzGpuInfo.1 AND NOT QZGPUINFO_SANITIZE)
     qz_system_test(manual)
     qz_system_test(package TIMEOUT 600)
 endif()

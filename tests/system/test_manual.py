@@ -7,6 +7,7 @@ import unittest
 from pathlib import Path
 
 import manual_pages
+import page_links
 
 SOURCE = Path(os.environ["QZGPUINFO_SOURCE"])
 STATUS = Path(os.environ["QZGPUINFO_BUILD"], "qzGpuStatus")
@@ -76,6 +77,13 @@ class Pages(unittest.TestCase):
         def first_words(codes):
             return [(code, re.findall(r"\w+", text.split(".")[0].lower())[:4]) for code, text in codes]
         self.assertEqual(first_words(page), first_words(listed))
+
+
+class Links(unittest.TestCase):
+    def test_every_link_of_the_trees_pages_leads_somewhere(self):
+        pages = [*SOURCE.glob("*.md"), *SOURCE.glob("docs/*.md"), *SOURCE.glob("simulator/*.md")]
+        self.assertGreater(len(pages), 8)
+        self.assertEqual({page.name: found for page in pages if (found := page_links.links_to_nothing(page))}, {})
 
 
 class Offsets(unittest.TestCase):

@@ -17,6 +17,7 @@ from pathlib import Path
 
 import fresh_root
 import manual_pages
+import page_links
 
 SOURCE = Path(os.environ["QZGPUINFO_SOURCE"])
 BUILD = Path(os.environ["QZGPUINFO_BUILD"])
@@ -97,6 +98,17 @@ class Contents(unittest.TestCase):
     def test_changelog_is_of_this_version(self):
         changelog = (self.tree / "usr/share/doc/qzgpuinfo/changelog.Debian.gz").read_bytes()
         self.assertTrue(gzip.decompress(changelog).decode().startswith(f"qzgpuinfo ({field('Version')}) "))
+
+    def test_what_there_is_to_read(self):
+        folder = self.tree / "usr/share/doc/qzgpuinfo"
+        self.assertEqual({path.name for path in folder.iterdir()}, {
+            "changelog.Debian.gz", "changelog.gz", "copyright", "examples", "limits.md", "segment.md"})
+        for name, source in (("segment.md", "docs/segment.md"), ("limits.md", "docs/limits.md"),
+                             ("examples/read_segment.py", "docs/read_segment.py")):
+            self.assertEqual((folder / name).read_bytes(), (SOURCE / source).read_bytes())
+        self.assertEqual(gzip.decompress((folder / "changelog.gz").read_bytes()), (SOURCE / "CHANGELOG.md").read_bytes())
+        for page in folder.glob("*.md"):
+            self.assertEqual(page_links.links_to_nothing(page), [])
 
     def test_copyright_is_the_legal_notice(self):
         notice = re.search(r'QZGPUINFO_LEGAL_NOTICE "(.*)"',
