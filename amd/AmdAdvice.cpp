@@ -32,6 +32,13 @@ QStringList installOptions(const QString& distributionId) {
         mesaHint(distributionId)};
 }
 
+QString candidateLine(const AmdOclCandidate& candidate) {
+    if (!candidate.busKnown)
+        return QStringLiteral("     '%1' (no PCI bus info)").arg(candidate.name);
+    return QStringLiteral("     '%1' on PCI bus 0x%2")
+        .arg(candidate.name, pciBusText(static_cast<quint32>(candidate.bus)));
+}
+
 } // namespace
 
 QStringList AmdAdvice::noOpenCLLibrary(const QString& distributionId) {
@@ -57,9 +64,18 @@ QStringList AmdAdvice::noGpuDevices() {
             "  -> Check if the AMD GPU OpenCL driver is correctly installed."};
 }
 
-QStringList AmdAdvice::possibleFixes() {
-    return {"  -> Possible fixes:", "     Ubuntu:  sudo apt install mesa-opencl-icd",
-            "     Rocky 9: sudo dnf install mesa-libOpenCL",
-            "     Check /etc/OpenCL/vendors/ for missing .icd files",
-            "     Run 'clinfo' to see what OpenCL sees"};
+QStringList AmdAdvice::noMatchingDevice(const QString& name, quint32 bus,
+                                        const std::vector<AmdOclCandidate>& candidates) {
+    QStringList lines{QStringLiteral("AMD GPU '%1' (PCI bus 0x%2): no matching OpenCL device found.")
+                          .arg(name, pciBusText(bus)),
+                      "  -> Benchmark will not be available for this GPU."};
+    // The provider has given up before, with `noGpuDevices`, where there is no candidate at all.
+    lines += candidates.empty() ? QStringLiteral("  -> No OpenCL GPU devices were found at all.")
+                                : QStringLiteral("  -> Available OpenCL devices:");
+    for (const AmdOclCandidate& candidate : candidates)
+        lines += candidateLine(candidate);
+    return lines + QStringList{"  -> Possible fixes:", "     Ubuntu:  sudo apt install mesa-opencl-icd",
+                               "     Rocky 9: sudo dnf install mesa-libOpenCL",
+                               "     Check /etc/OpenCL/vendors/ for missing .icd files",
+                               "     Run 'clinfo' to see what OpenCL sees"};
 }

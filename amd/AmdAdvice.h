@@ -1,8 +1,12 @@
 // What to tell a user whose AMD GPU can't be reached through OpenCL.
 #pragma once
 
+#include <vector>
+
 #include <QString>
 #include <QStringList>
+
+#include "amd/AmdOclCandidate.h"
 
 namespace AmdAdvice {
 
@@ -15,7 +19,8 @@ QStringList noOpenCLPlatform(const QString& distributionId);
 /// Drivers, but no GPU device in any of them.
 QStringList noGpuDevices();
 
-/// What may help when none of OpenCL's devices is the GPU.
-QStringList possibleFixes();
+/// None of OpenCL's devices, which are named, is the GPU `name` on a PCI bus.
+QStringList noMatchingDevice(const QString& name, quint32 bus,
+                             const std::vector<AmdOclCandidate>& candidates);
 
 } // namespace AmdAdvice

@@ -30,22 +30,6 @@ bool hasRayTracing(const GpuDevice& gpu) {
            openCLDeviceText(device, CL_DEVICE_EXTENSIONS, extensionsRoom).contains("cl_khr_ray_tracing");
 }
 
-void logUnmatched(const QString& name, quint32 bus, const std::vector<AmdOclCandidate>& candidates) {
-    logLine(2, QStringLiteral("AMD GPU '%1' (PCI bus 0x%2): no matching OpenCL device found.")
-                   .arg(name, pciBusText(bus)));
-    logLine(2, QStringLiteral("  -> Benchmark will not be available for this GPU."));
-    logLine(2, candidates.empty() ? QStringLiteral("  -> No OpenCL GPU devices were found at all.")
-                                  : QStringLiteral("  -> Available OpenCL devices:"));
-    for (const AmdOclCandidate& candidate : candidates) {
-        if (candidate.busKnown)
-            logLine(2, QStringLiteral("     '%1' on PCI bus 0x%2")
-                           .arg(candidate.name, pciBusText(static_cast<quint32>(candidate.bus))));
-        else
-            logLine(2, QStringLiteral("     '%1' (no PCI bus info)").arg(candidate.name));
-    }
-    logLines(2, AmdAdvice::possibleFixes());
-}
-
 } // namespace
 
 int GpuInfoAmdLinux::detectGpus() {
@@ -129,7 +113,7 @@ void GpuInfoAmdLinux::matchCandidate(GpuDevice& gpu, quint32 bus,
         logLine(5, QStringLiteral("  %1: matched via name fallback to OCL '%2'").arg(name, byName->name));
         return;
     }
-    logUnmatched(name, bus, candidates);
+    logLines(2, AmdAdvice::noMatchingDevice(name, bus, candidates));
 }
 
 void GpuInfoAmdLinux::logCount(const char* line) const {

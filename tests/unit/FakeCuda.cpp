@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <optional>
 
 #include "tests/unit/FakeCalls.h"
 
@@ -20,6 +21,7 @@ struct Runtime {
 std::array<Runtime, 4> runtimes;
 
 std::vector<FakeCudaDevice> driverDevices;
+std::optional<int> reported;
 
 constexpr int invalidDevice = 101;
 constexpr std::size_t roomToFill = 4096;
@@ -27,7 +29,8 @@ constexpr std::size_t roomToFill = 4096;
 template <int Slot>
 int getDeviceCount(int* count) {
     const int status = enter("cudaGetDeviceCount", {runtimes[Slot].file});
-    *count = status == 0 ? static_cast<int>(runtimes[Slot].devices.size()) : *count;
+    if (status == 0)
+        *count = reported.value_or(static_cast<int>(runtimes[Slot].devices.size()));
     return status;
 }
 
@@ -97,6 +100,7 @@ FakeLibrary& FakeCuda::installRuntime(const QByteArray& file, const QByteArray& 
                                                     "libcudart.so"};
     static constexpr std::array adders = {addEntryPoints<0>, addEntryPoints<1>, addEntryPoints<2>,
                                           addEntryPoints<3>};
+    reported.reset();
     FakeLibrary& library = FakeLoader::provide(file);
     library.soname = soname;
     for (std::size_t slot = 0; slot < files.size(); ++slot)
@@ -116,4 +120,8 @@ FakeLibrary& FakeCuda::installDriver(const std::vector<FakeCudaDevice>& devices)
     library.add("cuDeviceGet", driverDevice);
     library.add("cuDeviceGetAttribute", driverAttribute);
     return library;
+}
+
+void FakeCuda::reportCount(int count) {
+    reported = count;
 }

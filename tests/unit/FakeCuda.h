@@ -25,4 +25,7 @@ FakeLibrary& installRuntime(const QByteArray& file, const QByteArray& soname, st
 /// The same as `libcuda.so.1`.
 FakeLibrary& installDriver(const std::vector<FakeCudaDevice>& devices);
 
+/// The number of devices that the runtimes tell from now on instead of the real one, until one is installed.
+void reportCount(int count);
+
 } // namespace FakeCuda

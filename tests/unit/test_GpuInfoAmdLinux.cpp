@@ -1,4 +1,5 @@
 // AMD's live figures.
+#include <climits>
 #include <functional>
 
 #include <QtTest>
@@ -156,7 +157,9 @@ void TestGpuInfoAmdLinux::memory_data() {
     row("no number", "x\n", 0, 8176);
     row("negative", "-1048576\n", 0, 8176);
     row("twenty digits", "99999999999999999999\n", 0, 8176);
+    row("2^31 MiB", "2251799813685248\n", INT_MIN, INT_MIN + 8176);
     row("above 32 bits of MiB", "4503599627370496\n", 0, 8176);
+    row("above 32 bits of MiB, and one", "4503599628419072\n", 1, 8175);
 }
 
 void TestGpuInfoAmdLinux::memory() {

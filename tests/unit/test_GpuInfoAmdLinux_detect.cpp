@@ -1,4 +1,5 @@
 // AMD's cards found in a tree of real files and links, and the advice where OpenCL is missing.
+#include <climits>
 #include <cstring>
 
 #include <QtTest>
@@ -137,6 +138,11 @@ void TestGpuInfoAmdLinux_detect::memory_data() {
     row("with separators", "8,589,934,592\n", 0);
     row("a fraction", "8589934592.0\n", 0);
     row("an exponent", "8e9\n", 0);
+    // 32 bits hold the mebibytes, shown as the record's own type has them.
+    row("2^31 MiB", "2251799813685248\n", INT_MIN);
+    row("2^32 MiB", "4503599627370496\n", 0);
+    row("2^32 MiB and 1999", "4503601723473920\n", 0);
+    row("2^32 MiB and 2000", "4503601724522496\n", 2000);
     row("the largest number", "18446744073709551615\n", -1); // 2^44 - 1 MiB, of which 32 bits stay
     row("twenty digits", "99999999999999999999\n", 0);
     row("5000 digits", QByteArray(5000, '9'), 0);

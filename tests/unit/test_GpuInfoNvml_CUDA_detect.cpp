@@ -239,7 +239,7 @@ void TestGpuInfoNvml_CUDA_detect::noDevices() {
     logLevel = 3;
     QTEST(machine.detect(), "text");
     QTEST(machine.result, "result");
-    QVERIFY(!FakeCalls::all().filter("libcud").contains("dlopen")); // CUDA is of no use here
+    QCOMPARE(FakeCalls::all().filter("dlopen(libcud"), QStringList()); // CUDA is of no use here
 }
 
 void TestGpuInfoNvml_CUDA_detect::callsInOrder() {
@@ -330,8 +330,7 @@ void TestGpuInfoNvml_CUDA_detect::countThatLies() {
     FakeNvml::reportCount(0xFFFFFFFFU);
     machine.detect();
     QCOMPARE(machine.provider.gpuCount(), 2);
-    QVERIFY(FakeCalls::count("nvmlDeviceGetHandleByIndex_v2") >= 1000);
-    QVERIFY(FakeCalls::count("nvmlDeviceGetHandleByIndex_v2") < 100000);
+    QCOMPARE(FakeCalls::count("nvmlDeviceGetHandleByIndex_v2"), 4096);
 }
 
 void TestGpuInfoNvml_CUDA_detect::secondCallAppends() {

@@ -1,4 +1,6 @@
 // NVIDIA's GPUs paired with CUDA's devices.
+#include <climits>
+
 #include <QtTest>
 
 #include "tests/unit/NvidiaMachine.h"
@@ -25,6 +27,7 @@ class TestGpuInfoNvml_CUDA_index : public QObject {
     void optix_data();
     void optix();
     void failingCudaDevice();
+    void countThatLies();
 };
 
 void TestGpuInfoNvml_CUDA_index::cudaIndex_data() {
@@ -122,6 +125,17 @@ void TestGpuInfoNvml_CUDA_index::failingCudaDevice() {
     QCOMPARE(int(machine.provider.record(0).optixCapable), 0);
     QCOMPARE(machine.provider.record(1).deviceIndex, 1);
     QCOMPARE(int(machine.provider.record(1).optixCapable), 1);
+}
+
+void TestGpuInfoNvml_CUDA_index::countThatLies() {
+    NvidiaMachine machine;
+    FakeNvml::install({{"a", 2}, {"on no bus", 9}});
+    installCuda({{1, 8, 0}, {2, 8, 0}});
+    FakeCuda::reportCount(INT_MAX);
+    machine.detect();
+    QCOMPARE(machine.provider.record(0).deviceIndex, 1);
+    QCOMPARE(machine.provider.record(1).deviceIndex, -1);
+    QCOMPARE(FakeCalls::count("cudaGetDeviceProperties"), 4096);
 }
 
 QTEST_APPLESS_MAIN(TestGpuInfoNvml_CUDA_index)

@@ -213,13 +213,16 @@ void TestGpuInfoNvml_CUDA_match::pciInfoFailsWhenMatching() {
     QCOMPARE(paired(machine.provider.record(0)), QString("-"));
     QCOMPARE(int(machine.provider.record(0).gpuType), 1);
     QCOMPARE(paired(machine.provider.record(1)), QString("0.1"));
-    FakeCalls::heal();
-    NvidiaMachine quiet;
-    FakeNvml::install({{"A", 0x65}});
-    FakeOpenCL::install({{"p", {}}});
-    FakeCalls::fail("nvmlDeviceGetPciInfo_v3", 15);
-    logLevel = 1;
-    QCOMPARE(quiet.detect(), QByteArray());
+    for (const auto& [level, text] :
+         {std::pair(2, QByteArray("CUDA GPU 'A': failed to get PCI info from NVML.\n")),
+          std::pair(1, QByteArray())}) {
+        NvidiaMachine other;
+        FakeNvml::install({{"A", 0x65}});
+        FakeOpenCL::install({{"p", {}}});
+        FakeCalls::fail("nvmlDeviceGetPciInfo_v3", 15);
+        logLevel = level;
+        QCOMPARE(other.detect(), text);
+    }
 }
 
 // All GPUs of a cloud machine may be on bus 0.
@@ -254,6 +257,9 @@ void TestGpuInfoNvml_CUDA_match::manyPlatforms() {
     const QByteArray printed = machine.detect();
     QVERIFY(printed.startsWith("CUDA GPU OpenCL: 9 platform(s) found\n"));
     QCOMPARE(FakeCalls::count("clGetPlatformInfo"), 8);
+    FakeOpenCL::reportPlatforms(4294967295U);
+    QVERIFY(machine.detect().startsWith("CUDA GPU OpenCL: 4294967295 platform(s) found\n"));
+    QCOMPARE(FakeCalls::count("clGetPlatformInfo"), 2 * 8);
     QCOMPARE(paired(machine.provider.record(0)), QString("7.0"));
     QCOMPARE(paired(machine.provider.record(1)), QString("-"));
 }
