@@ -30,6 +30,7 @@ constexpr ActionForm actionForms[] = {
     {"exit", Action::Exit, Argument::Number, true, true, false},
     {"print", Action::Print, Argument::Text, true, true, false},
     {"fork", Action::Fork, Argument::Number, true, true, false},
+    {"spawn", Action::Spawn, Argument::Number, true, true, false},
     {"absent", Action::Absent, Argument::None, false, true, false},
     {"text-file", Action::TextFile, Argument::None, false, true, false},
     {"other-architecture", Action::OtherArchitecture, Argument::None, false, true, false},

@@ -20,6 +20,7 @@ enum class Action {
     Exit,   ///< the process ends with status `number`
     Print,  ///< `text` on standard output
     Fork,   ///< a child that inherits everything and lives for `number` milliseconds
+    Spawn,  ///< another program, started as a child, that runs for `number` milliseconds
     // The rest is of a library as a whole.
     Absent,
     TextFile,

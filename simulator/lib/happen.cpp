@@ -6,9 +6,28 @@
 #include <cstdlib>
 #include <ctime>
 #include <dlfcn.h>
+#include <spawn.h>
+#include <string>
 #include <unistd.h>
 
 namespace qzsim {
+
+namespace {
+
+// As NVIDIA's own library starts the tool that loads its kernel module. Without the environment, for that
+// would preload the simulator into it.
+void spawn(std::int64_t milliseconds) {
+    std::string name = "sleep";
+    std::string seconds =
+        std::to_string(milliseconds / 1000) + "." + std::to_string(milliseconds % 1000 + 1000).substr(1);
+    char* arguments[] = {name.data(), seconds.data(), nullptr};
+    char* environment[] = {nullptr};
+    pid_t child = 0;
+    if (posix_spawn(&child, "/bin/sleep", nullptr, nullptr, arguments, environment) != 0)
+        std::fputs("simulator: /bin/sleep cannot be started\n", stderr);
+}
+
+} // namespace
 
 void crash() {
     std::signal(SIGSEGV, SIG_DFL);
@@ -52,6 +71,9 @@ void happen(const Fault& fault) {
             sleepMilliseconds(fault.number);
             _exit(0);
         }
+        break;
+    case Action::Spawn:
+        spawn(fault.number);
         break;
     default:
         break;

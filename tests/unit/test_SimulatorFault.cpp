@@ -54,6 +54,8 @@ class TestSimulatorFault : public QObject {
         QCOMPARE(parse("clGetPlatformInfo = answer \"a b\\n\"").text, std::string("a b\n"));
         QVERIFY(parse("libOpenCL.so.1 = absent").action == Action::Absent);
         QVERIFY(parse("libOpenCL.so = text-file").action == Action::TextFile);
+        QVERIFY(parse("cuInit = fork 50").action == Action::Fork);
+        QVERIFY(parse("libcuda.so.1 = spawn 50").action == Action::Spawn);
         QCOMPARE(parse("libOpenCL.so.1 = omit clFinish").text, std::string("clFinish"));
         QCOMPARE(parse("libcudart.so.12 = crash-at-exit").target, std::string("libcudart.so.12"));
         const Fault file = parse("card0/hwmon/hwmon1/temp1_input = fail EBUSY from 2");
@@ -85,6 +87,8 @@ class TestSimulatorFault : public QObject {
         row("clFinish = fail -5 from 3 until 2",
             "the last call comes before the first: fail -5 from 3 until 2");
         row("nvmlDeviceGetName#x = fail 1", "not a device number: nvmlDeviceGetName#x");
+        row("card0/vendor = spawn 1",
+            "not something that can happen to /sys/class/drm/card0/device/vendor: spawn 1");
         row("libOpenCL.so.1#1 = absent", "only a function's fault can be one device's: libOpenCL.so.1#1");
         row("libOpenCL.so.1 = omit cuInit", "libOpenCL.so.1 has no function cuInit");
         row("card0/vendor = fail ENONSENSE", "not an errno: ENONSENSE");
