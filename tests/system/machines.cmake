@@ -19,3 +19,10 @@ qz_system_test(fault_sweep TIMEOUT 3600)
 if(QZGPUINFO_SANITIZE)
     set_property(TEST system.fault_sweep APPEND PROPERTY ENVIRONMENT QZ_SWEEP=5)
 endif()
+
+# What is reported from the field of drivers, libraries and cards.
+qz_system_test(field_failures)
+qz_system_test(field_failures_files)
+qz_system_test(field_failures_process)
+qz_test_vendor_library(brokenIcd libbrokenIcd)
+qz_system_test(field_failures_opencl)

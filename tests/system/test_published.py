@@ -2,19 +2,14 @@
 
 import signal
 import struct
-import subprocess
-import tempfile
 import time
-from pathlib import Path
 
 import simulated
-from simulated import SimulatedCase
+from companion import AMD, CUDA, RECORD, CompanionCase
 
-from qz import NAME, SIZE, SUMMARY, wait_until
-from numbered_block import read_locked
+from qz import SIZE, SUMMARY
 
-CUDA, AMD, ONLY_CUDA = 20, 2452, 7468
-RECORD = 152
+ONLY_CUDA = 7468
 CL_DEVICE = 76
 
 # In the second cycle the first NVIDIA GPU fails everything, the second the memory alone, and AMD's load is empty.
@@ -91,21 +86,12 @@ def block(cuda, amd, summary):
     return data + summary + bytes(4)
 
 
-class Published(SimulatedCase):
+class Published(CompanionCase):
     maxDiff = None
-
-    def companion(self, machine, *arguments, **settings):
-        folder = tempfile.TemporaryDirectory(prefix="qzTest-", dir="/dev/shm")
-        self.addCleanup(folder.cleanup)
-        simulation = self.described(machine, shm=Path(folder.name), **settings)
-        return Path(folder.name), simulation.start(*arguments, stdout=subprocess.PIPE)
 
     def block_of_cycle(self, folder, earlier=b"", timeout=9):
         """The next block that is published, whole, with the OpenCL devices cut out, and these: (raw, block, devices)."""
-        def next_block():
-            data = read_locked(folder) if (folder / NAME).exists() else None
-            return data if data and data[4] == 1 and data != earlier else None
-        raw = wait_until(next_block, timeout, "a published block")
+        raw = self.published(folder, earlier, timeout)
         data, devices = bytearray(raw), []
         for start in [CUDA + i * RECORD for i in range(16)] + [AMD + i * RECORD for i in range(16)]:
             devices.append(struct.unpack_from("<Q", data, start + CL_DEVICE)[0])

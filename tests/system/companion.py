@@ -1,0 +1,54 @@
+"""The program as a companion on a simulated machine: what it publishes, cycle by cycle, read as a reader does."""
+
+import fcntl
+import os
+import struct
+import subprocess
+import tempfile
+from pathlib import Path
+
+from qz import NAME, wait_until
+from numbered_block import read_locked
+from segment_bytes import ATTACHED_BYTE
+from simulated import SimulatedCase
+
+CUDA, AMD = 20, 2452
+RECORD = 152
+F_OFD_GETLK = 36
+LOCK = "hh4xqqi4x"
+
+
+class CompanionCase(SimulatedCase):
+    """A test case that starts companions, each with a folder of its own as /dev/shm."""
+
+    def companion(self, machine, *arguments, stdout=subprocess.PIPE, **settings):
+        """A companion on the machine of a description: its folder, and the run."""
+        folder = tempfile.TemporaryDirectory(prefix="qzTest-", dir="/dev/shm")
+        self.addCleanup(folder.cleanup)
+        simulation = self.described(machine, shm=Path(folder.name), **settings)
+        return Path(folder.name), simulation.start(*arguments, stdout=stdout)
+
+    def published(self, folder, earlier=b"", timeout=9):
+        """The next whole block that is not `earlier`."""
+        def next_block():
+            data = read_locked(folder) if (folder / NAME).exists() else None
+            return data if data and data[4] == 1 and data != earlier else None
+        return wait_until(next_block, timeout, "a published block")
+
+
+def figures(block, offset):
+    """Temperature, total memory, used memory and load of the record at an offset; None where the marker is off."""
+    _, has_temperature, temperature, has_total, total, has_memory, used, _, has_usage, usage = struct.unpack_from(
+        "<84sB3xiB3xiB3xiiB3xi", block, offset)
+    return tuple(value if has else None for has, value in
+                 ((has_temperature, temperature), (has_total, total), (has_memory, used), (has_usage, usage)))
+
+
+def is_attached(folder):
+    """Whether any process holds the record lock of those who publish."""
+    descriptor = os.open(folder / NAME, os.O_RDWR | os.O_CLOEXEC)
+    try:
+        asked = struct.pack(LOCK, fcntl.F_WRLCK, os.SEEK_SET, ATTACHED_BYTE, 1, 0)
+        return struct.unpack(LOCK, fcntl.fcntl(descriptor, F_OFD_GETLK, asked))[0] != fcntl.F_UNLCK
+    finally:
+        os.close(descriptor)
