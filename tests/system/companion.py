@@ -21,12 +21,14 @@ LOCK = "hh4xqqi4x"
 class CompanionCase(SimulatedCase):
     """A test case that starts companions, each with a folder of its own as /dev/shm."""
 
-    def companion(self, machine, *arguments, stdout=subprocess.PIPE, **settings):
-        """A companion on the machine of a description: its folder, and the run."""
-        folder = tempfile.TemporaryDirectory(prefix="qzTest-", dir="/dev/shm")
-        self.addCleanup(folder.cleanup)
-        simulation = self.described(machine, shm=Path(folder.name), **settings)
-        return Path(folder.name), simulation.start(*arguments, stdout=stdout)
+    def companion(self, machine, *arguments, shm=None, stdout=subprocess.PIPE, **settings):
+        """A companion on the machine of a description: its folder, that of another one where it is given, and the
+        run."""
+        if shm is None:
+            folder = tempfile.TemporaryDirectory(prefix="qzTest-", dir="/dev/shm")
+            self.addCleanup(folder.cleanup)
+            shm = Path(folder.name)
+        return shm, self.described(machine, shm=shm, **settings).start(*arguments, stdout=stdout)
 
     def published(self, folder, earlier=b"", timeout=9):
         """The next whole block that is not `earlier`."""

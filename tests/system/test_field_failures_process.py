@@ -128,7 +128,7 @@ class StartsProcesses(CompanionCase):
     def test_a_child_that_inherits_everything(self):
         # Without another program nothing is closed: locks are given back by hand, not by closing.
         folder, run = self.start("fork")
-        other = self.described(MACHINE, shm=folder).start(stdout=subprocess.DEVNULL)
+        _, other = self.companion(MACHINE, shm=folder)
         block = self.published(folder)
         child = self.child_of(run)
         inherited = [os.stat(f"/proc/{child}/fd/{number}").st_ino for number in os.listdir(f"/proc/{child}/fd")]
@@ -138,9 +138,12 @@ class StartsProcesses(CompanionCase):
         self.assertEqual(run.wait(), 0)
         self.assertTrue(os.path.exists(f"/proc/{child}/exe"))
         # The other companion publishes, and as the last one removes the segment.
-        self.published(folder, block)
+        self.assertIsNone(other.exit_code)
+        self.published(folder, block, timeout=20)
         other.send(signal.SIGTERM)
         self.assertEqual(other.wait(), 0)
+        self.assertIn([line for line in self.lines(other) if "shared memory" in line],
+                      (["Created shared memory"], ["Using existing shared memory"]))
         self.assertEqual(list(folder.iterdir()), [])
 
     def test_the_end_of_a_child_is_the_drivers_business(self):
