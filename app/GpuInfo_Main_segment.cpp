@@ -6,18 +6,22 @@
 
 bool GpuInfo_Main::createSharedMemory() {
     constexpr qint64 size = sizeof(GpuInfoBlock);
-    if (segment.create(size, true, false)) {
-        logLine(3, QStringLiteral("Created shared memory"));
-        return true;
-    }
-    if (segment.error() != qzSharedMemory::AlreadyExists) {
-        const QString systemError = qzLastOSError(-1);
-        logLine(1, "Unable to create shared memory!; " + QString(segment.errorString()) + " " + systemError);
-        return false;
-    }
-    if (!segment.attach()) {
-        logLine(0, "Unable to attach shared memory!; " + QString(segment.errorString()));
-        return false;
+    for (int triesLeft = 10; !segment.isAttached(); --triesLeft) {
+        if (segment.create(size, true, false)) {
+            logLine(3, QStringLiteral("Created shared memory"));
+            return true;
+        }
+        if (segment.error() != qzSharedMemory::AlreadyExists) {
+            const QString systemError = qzLastOSError(-1);
+            logLine(1,
+                    "Unable to create shared memory!; " + QString(segment.errorString()) + " " + systemError);
+            return false;
+        }
+        // The last one attached may leave, and remove it, between the two calls: the name is free again.
+        if (!segment.attach() && (segment.error() != qzSharedMemory::NotFound || triesLeft == 0)) {
+            logLine(0, "Unable to attach shared memory!; " + QString(segment.errorString()));
+            return false;
+        }
     }
     if (segment.size() < size) {
         logLine(0,

@@ -2,14 +2,18 @@
 
 import os
 import re
+import shutil
 import signal
+import sys
 import time
 import unittest
 
 import qz
 from qz import CONTINUOUS, CREATED, INIT, NO_GPU, SHORT_BANNER, USING_EXISTING, wait_until
 
-SLOW = {"LD_LIBRARY_PATH": str(qz.BUILD / "tests/system/vendor/slow")}
+VENDOR = qz.BUILD / "tests/system/vendor"
+SLOW = {"LD_LIBRARY_PATH": str(VENDOR / "slow")}
+SLOW_END = {"LD_LIBRARY_PATH": str(VENDOR / "slowEnd")}
 LACKING = "GpuNvml_Loader: required functions not found\n"
 ATTACH_FAILED = "Unable to attach shared memory!; "
 
@@ -97,6 +101,31 @@ class Kept(qz.SandboxCase):
         self.assertEqual(os.listdir(sandbox.folder), [])
 
 
+@unittest.skipUnless(shutil.which("strace"), "strace is not installed")
+class Leaving(qz.SandboxCase):
+    """Another instance removes the segment between the two calls of a start: it is there, then it is not."""
+
+    def start_missing(self, times):
+        """A start that does not find what is there so often."""
+        sandbox = self.sandbox()
+        sandbox.plant(bytes(qz.SIZE))
+        # -D: the program is the child, and the one that is ended.
+        missing = f"-P /dev/shm/{qz.NAME} -e trace=openat -e inject=openat:error=ENOENT:when={times}"
+        return sandbox, sandbox.start("-bench", shell=f'exec strace -D -f -o /dev/null {missing} "$0" "$@"')
+
+    def test_the_start_tries_again(self):
+        sandbox, run = self.start_missing("1..3")
+        run.wait_for(CONTINUOUS)
+        self.assertEqual(run.output, SHORT_BANNER + INIT + USING_EXISTING + NO_GPU + CONTINUOUS)
+        self.assertEqual(len(os.listdir(sandbox.folder)), 1)
+
+    def test_not_for_ever(self):
+        _, run = self.start_missing("1+")
+        code, output = run.end()
+        self.assertEqual(code, 1)
+        self.assertRegex(output, r"\A" + re.escape(SHORT_BANNER + INIT + ATTACH_FAILED) + r"[^\n]*does not exist\.\n\Z")
+
+
 class Lost(unittest.TestCase):
     """Its name is taken away, or it is cut, while the program is attached: two runs side by side."""
 
@@ -153,6 +182,42 @@ class Signals(qz.SandboxCase):
                 time.sleep(0.1)
                 self.assertTrue(run.is_running)
                 self.assertEqual(run.stop(second), (128 + second, SHORT_BANNER + INIT + CREATED + "driver starts\n"))
+
+    def test_one_while_it_shuts_down(self):
+        """The first has been answered; another of the kind that a session's end sends must not tear it short."""
+        sandbox = self.sandbox()
+        go = sandbox.outside / "go"
+        run = sandbox.start("qzNobody", QZ_TEST_GO=str(go), **SLOW_END)
+        run.wait_for("driver ends\n")
+        run.send(signal.SIGTERM)
+        time.sleep(0.1)
+        self.assertTrue(run.is_running)
+        self.assertEqual(os.listdir(sandbox.folder), [qz.NAME])
+        go.touch()
+        self.assertEqual(run.end()[0], 0)
+        self.assertEqual(os.listdir(sandbox.folder), [])
+
+    def test_two_end_a_driver_that_never_shuts_down(self):
+        sandbox = self.sandbox()
+        run = sandbox.start("-bench", QZ_TEST_GO=str(sandbox.outside / "go"), **SLOW_END)
+        run.wait_for(CONTINUOUS)
+        run.send(signal.SIGTERM)
+        run.wait_for("driver ends\n")
+        self.assertEqual(run.stop(signal.SIGTERM)[0], 128 + signal.SIGTERM)
+
+    def test_what_the_parent_did_with_them(self):
+        """Ignored (a shell's background job) or blocked, they end it all the same."""
+        block = ("import os, signal, sys; signal.pthread_sigmask(signal.SIG_BLOCK, (signal.SIGINT, signal.SIGTERM)); "
+                 "os.execv(sys.argv[1], sys.argv[1:])")
+        for number in (signal.SIGINT, signal.SIGTERM):
+            for how, options in (("ignored", {"shell": 'trap "" INT TERM; exec "$0" "$@"'}),
+                                 ("blocked", {"command": [sys.executable, "-c", block, qz.PROGRAM, "-bench"]})):
+                with self.subTest(how, number=number):
+                    sandbox = self.sandbox()
+                    run = sandbox.start("-bench", **options)
+                    run.wait_for(CONTINUOUS)
+                    self.assertEqual(run.stop(number)[0], 0)
+                    self.assertEqual(os.listdir(sandbox.folder), [])
 
     def test_a_hang_up_is_not_caught(self):
         sandbox = self.sandbox()

@@ -36,6 +36,11 @@ class Options(qz.SandboxCase):
             with self.subTest(argument[:20]):
                 self.assertEqual(self.sandbox().run(argument, "-single"), (0, PLAIN))
 
+    def test_what_qt_takes_away_is_no_argument(self):
+        run = self.sandbox().start("-qmljsdebugger=port:1")
+        run.wait_for(CONTINUOUS)
+        self.assertEqual(run.stop(), (0, LONG_BANNER + INIT + CREATED + NO_GPU + CONTINUOUS))
+
     def test_a_name_changes_nothing_in_a_single_run(self):
         for names in (["render"], [""], ["render", "other"], ["n" * 10000]):
             with self.subTest(names[0][:20]):
@@ -91,6 +96,43 @@ class Segment(qz.SandboxCase):
         self.assertNotIn("/dev/shm", text)
 
 
+class Order(qz.SandboxCase):
+    """What is flushed and when events are processed, told by a library that stands between."""
+
+    FLUSHED = "[output flushed]\n[errors flushed]\n"
+    EVENTS = "[events]\n"
+    NO_OPENCL = "OpenCL: required functions not found\n"
+    ENDED = "driver ends\n"  # the shut-down of NVIDIA's library
+    DETECTED = INIT + NO_OPENCL + FLUSHED + qz.NO_AMD + FLUSHED
+
+    def start(self, *arguments):
+        library = VENDOR / "tellsOrder/libtellsOrder.so.1"
+        # The sanitizers' own library wants to be the first.
+        told = f'exec env LD_PRELOAD={library} ASAN_OPTIONS=verify_asan_link_order=0 "$0" "$@"'
+        # Without a real OpenCL, which may do things of its own at exit.
+        libraries = f"{VENDOR / 'slowEnd'}:{VENDOR / 'incompleteOpenCL'}"
+        return self.sandbox().start(*arguments, shell=told, LD_LIBRARY_PATH=libraries)
+
+    def expect(self, ended, expected):
+        """The advice on OpenCL left out."""
+        code, output = ended
+        lines = set(expected.splitlines(keepends=True))
+        self.assertEqual((code, "".join(line for line in output.splitlines(keepends=True) if line in lines)),
+                         (0, expected))
+
+    def test_of_a_single_run(self):
+        ran = SHORT_BANNER + self.FLUSHED + self.DETECTED + SINGLE + 2 * self.FLUSHED + 2 * self.EVENTS
+        for arguments, watching in ((["-single"], ""), (["render", "-single"], self.EVENTS)):
+            with self.subTest(arguments):
+                self.expect(self.start(*arguments).end(), watching + ran + self.ENDED + self.FLUSHED)
+
+    def test_of_a_continuous_run(self):
+        run = self.start("-bench")
+        run.wait_for(self.EVENTS)
+        started = INIT + CREATED + self.DETECTED[len(INIT):] + CONTINUOUS + self.FLUSHED + self.EVENTS
+        self.expect(run.stop(), SHORT_BANNER + self.FLUSHED + started + self.FLUSHED + self.ENDED)
+
+
 class Streams(qz.SandboxCase):
     def test_closed_in_every_combination(self):
         streams = ("<&-", ">&-", "2>&-")
@@ -104,6 +146,12 @@ class Streams(qz.SandboxCase):
 
     def test_full(self):
         self.assertEqual(self.sandbox().run("-v", "-single", shell='exec "$0" "$@" > /dev/full')[0], 0)
+
+    def test_a_file_that_reaches_the_size_limit(self):
+        sandbox = self.sandbox()
+        written = sandbox.outside / "output"
+        self.assertEqual(sandbox.run("-v", "-single", shell=f'ulimit -f 0; exec "$0" "$@" > {written}')[0], 0)
+        self.assertEqual(written.read_text("utf-8"), "")
 
     def test_reader_that_is_gone(self):
         reading, writing = os.pipe()

@@ -340,6 +340,8 @@ class TestGpuInfo_Main_segment : public QObject {
     void cantBeWritten() {
         DriverBench bench;
         bench.init();
+        bench.update();
+        QCOMPARE(bench.segment().left(8), QByteArray::fromHex("010d0100 01000000"));
         struct rlimit before {};
         getrlimit(RLIMIT_FSIZE, &before);
         const struct rlimit small { 4096, before.rlim_max };
@@ -350,6 +352,7 @@ class TestGpuInfo_Main_segment : public QObject {
         QVERIFY2(text.startsWith(unableToAttach) && text.count('\n') == 1, text.constData());
         QVERIFY2(text.contains(segmentKey), text.constData()); // with its reason
         QVERIFY(!result);
+        QCOMPARE(bench.segment().left(8), QByteArray::fromHex("010d0100 00000000"));
         // The segment is kept: leaving it would take it away from its readers.
         QCOMPARE(DriverBench::printed([&] { bench.driver->publish(); }), updated);
     }
