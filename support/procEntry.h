@@ -12,11 +12,13 @@ constexpr std::size_t commCapacity = 15;
 /// From /proc/PID/stat.
 struct ProcStat {
     std::string_view comm; ///< lies in the bytes that were parsed
-    char state = '?';      ///< 'R', 'S', 'D', 'Z', ...
+    char state = '?';      ///< of the main thread: 'R', 'S', 'D', 'Z', ...
+    int threads = 0;       ///< the main thread is among them, ended or not; 0: not told
     quint64 startTime = 0; ///< clock ticks since the machine's start; 0: not told
 
-    /// Whether the process has ended and only waits to be collected.
-    bool isDead() const { return state == 'Z' || state == 'X' || state == 'x'; }
+    /// Whether the process has ended and only waits to be collected. One whose main thread alone has ended
+    /// looks the same but for its other threads.
+    bool isDead() const { return (state == 'Z' && threads <= 1) || state == 'X' || state == 'x'; }
 };
 
 /// False when the bytes hold no name and state.

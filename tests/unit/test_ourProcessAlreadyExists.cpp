@@ -1,54 +1,19 @@
 #include <QtTest>
 
 #include <cstring>
+#include <pthread.h>
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "ChildProcess.h"
+#include "ProcTree.h"
 #include "support/ourProcessAlreadyExists.h"
 
 namespace {
-
-/// A process list on disk.
-class ProcTree {
-  public:
-    ProcTree() { addProcess(1, "init", "/sbin/init", QByteArray("/sbin/init\0", 11)); }
-
-    QByteArray root() const { return QFile::encodeName(directory.path()); }
-
-    void addProcess(int pid, const QByteArray& comm, const QByteArray& exe, const QByteArray& cmdline,
-                    char state = 'S') const {
-        remove(pid);
-        QDir(directory.path()).mkdir(QString::number(pid));
-        write(pid, "stat",
-              QByteArray::number(pid) + " (" + comm + ") " + state +
-                  " 1 1 1 0 -1 4194560 1 0 0 0 3 1 0 0 20 0 1 0 " + QByteArray::number(1000 + pid) + " 0\n");
-        write(pid, "comm", comm + '\n');
-        write(pid, "cmdline", cmdline);
-        if (!exe.isEmpty())
-            QVERIFY(symlink(exe.constData(), (root() + '/' + QByteArray::number(pid) + "/exe").constData()) ==
-                    0);
-    }
-
-    void write(int pid, const char* entry, const QByteArray& bytes) const {
-        QFile file(path(pid) + QLatin1Char('/') + QLatin1String(entry));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write(bytes), qint64(bytes.size()));
-    }
-
-    void removeEntry(int pid, const char* entry) const {
-        QFile::remove(path(pid) + QLatin1Char('/') + QLatin1String(entry));
-    }
-    void remove(int pid) const { QDir(path(pid)).removeRecursively(); }
-
-    QString path(int pid) const { return directory.path() + QLatin1Char('/') + QString::number(pid); }
-
-  private:
-    QTemporaryDir directory;
-};
 
 bool exists(const char* name, const ProcTree& tree, qint64* pid = nullptr) {
     return ourProcessAlreadyExists(name, true, true, pid, tree.root().constData());
@@ -144,6 +109,41 @@ class TestOurProcessAlreadyExists : public QObject {
         QVERIFY(exists("render", tree));
         tree.addProcess(4712, "render", "", "", 'Z');
         QVERIFY(!exists("render", tree));
+    }
+
+    void mainThreadAloneHasEnded() {
+        const ProcTree tree;
+        tree.addProcess(4711, "render", "", "", 'Z', 2);
+        QVERIFY(exists("render", tree));
+        tree.addProcess(4711, "render", "", "", 'Z', 1);
+        QVERIFY(!exists("render", tree));
+    }
+
+    /// The kernel's own view of such a process.
+    void mainThreadAloneHasEndedForReal() {
+        const QByteArray name = uniqueName("-led");
+        const ChildProcess process([&name] {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            prctl(PR_SET_NAME, name.constData());
+            pthread_t other = 0;
+            const auto idle = [](void*) -> void* {
+                for (;;)
+                    pause();
+            };
+            if (pthread_create(&other, nullptr, idle, nullptr) != 0)
+                return 1;
+            // Without the exit of the thread library, which would run clean-up of the test's own.
+            return static_cast<int>(syscall(SYS_exit, 0));
+        });
+        const QString stat = QStringLiteral("/proc/%1/stat").arg(process.id());
+        const auto isLedByNobody = [&stat] {
+            QFile file(stat);
+            return file.open(QIODevice::ReadOnly) && file.readAll().contains(") Z ");
+        };
+        QTRY_VERIFY(isLedByNobody());
+        QVERIFY(ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+        process.kill();
+        QTRY_VERIFY(!ourProcessAlreadyExists(name.constData(), true, true, nullptr));
     }
 
     void callerIsLeftOutOnRequest() {

@@ -83,23 +83,50 @@ class TestProcEntry : public QObject {
         QCOMPARE(bytesOf(stat.comm), QByteArray("test_procEntry"));
         QCOMPARE(stat.state, 'R');
         QVERIFY(stat.startTime > 0);
+        QVERIFY(stat.threads >= 1);
+    }
+
+    void threads_data() {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<int>("threads");
+        const QByteArray before("1 (r) S 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 ");
+        QTest::newRow("one of many words") << before + "20 21 22 23 24" << 20;
+        QTest::newRow("last word") << before + "7" << 7;
+        QTest::newRow("not told") << before << 0;
+        QTest::newRow("not a number") << before + "many" << 0;
+    }
+
+    void threads() {
+        QFETCH(QByteArray, bytes);
+        ProcStat stat;
+        QVERIFY(parseProcStat(viewOf(bytes), stat));
+        QTEST(stat.threads, "threads");
     }
 
     void dead_data() {
         QTest::addColumn<char>("state");
+        QTest::addColumn<int>("threads");
         QTest::addColumn<bool>("dead");
+        const auto row = [](char state, int threads, bool dead) {
+            QTest::addRow("%c of %d threads", state, threads) << state << threads << dead;
+        };
         for (const char state : {'R', 'S', 'D', 'T', 't', 'I', 'P', '?'})
-            QTest::addRow("%c", state) << state << false;
-        for (const char state : {'Z', 'X', 'x'})
-            QTest::addRow("%c", state) << state << true;
+            row(state, 1, false);
+        for (const char state : {'Z', 'X', 'x'}) {
+            row(state, 0, true);
+            row(state, 1, true);
+        }
+        row('Z', 2, false); // the main thread alone has ended
+        row('X', 2, true);
     }
 
     void dead() {
         QFETCH(char, state);
-        QFETCH(bool, dead);
+        QFETCH(int, threads);
         ProcStat stat;
         stat.state = state;
-        QCOMPARE(stat.isDead(), dead);
+        stat.threads = threads;
+        QTEST(stat.isDead(), "dead");
     }
 
     void cmdline_data() {
