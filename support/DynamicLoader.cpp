@@ -1,5 +1,7 @@
 #include "support/DynamicLoader.h"
 
+#include <cstdint>
+
 #include <dlfcn.h>
 #include <link.h>
 
@@ -18,7 +20,13 @@ const char* sonameOf(void* library) {
         if (entry->d_tag == DT_SONAME)
             soname = entry;
     }
-    return strings != nullptr && soname != nullptr ? strings + soname->d_un.d_val : nullptr;
+    if (strings == nullptr || soname == nullptr)
+        return nullptr;
+    // A dynamic section that can't be written keeps the addresses of the file; all others have those of
+    // memory.
+    if (reinterpret_cast<std::uintptr_t>(strings) < map->l_addr)
+        strings += map->l_addr;
+    return strings + soname->d_un.d_val;
 }
 
 } // namespace

@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <cmath>
 
 #include <QtTest>
 
 #include <dlfcn.h>
+#include <link.h>
 
 #include "support/DynamicLoader.h"
 #include "tests/unit/FakeCalls.h"
@@ -19,6 +21,7 @@ class TestDynamicLoader : public QObject {
     void systemLibrary();
     void systemLibraryThatIsNoLibrary();
     void sonameOfTheProgramItself();
+    void sonameBehindDynamicSectionThatCantBeWritten();
 };
 
 void TestDynamicLoader::init() {
@@ -88,6 +91,35 @@ void TestDynamicLoader::sonameOfTheProgramItself() {
     void* program = dlopen(nullptr, RTLD_LAZY); // a loaded object without a soname
     QVERIFY(DynamicLoader::system().soname(program) == nullptr);
     dlclose(program);
+}
+
+/// Some linkers make such libraries; the addresses in them stay those of the file.
+void TestDynamicLoader::sonameBehindDynamicSectionThatCantBeWritten() {
+    void* original = dlopen("libm.so.6", RTLD_LAZY);
+    QVERIFY(original != nullptr);
+    link_map* map = nullptr;
+    QCOMPARE(dlinfo(original, RTLD_DI_LINKMAP, &map), 0);
+    QFile library(QString::fromLocal8Bit(map->l_name));
+    QVERIFY(library.open(QIODevice::ReadOnly));
+    QByteArray bytes = library.readAll();
+    auto* header = reinterpret_cast<ElfW(Ehdr)*>(bytes.data());
+    auto* segments = reinterpret_cast<ElfW(Phdr)*>(bytes.data() + header->e_phoff);
+    ElfW(Phdr)* const dynamic =
+        std::find_if(segments, segments + header->e_phnum,
+                     [](const ElfW(Phdr) & segment) { return segment.p_type == PT_DYNAMIC; });
+    QVERIFY(dynamic != segments + header->e_phnum);
+    dynamic->p_flags &= ~ElfW(Word)(PF_W);
+    QTemporaryDir directory;
+    QFile copy(directory.filePath("libcopy.so"));
+    QVERIFY(copy.open(QIODevice::WriteOnly) && copy.write(bytes) == bytes.size());
+    copy.close();
+
+    const DynamicLoader loader = DynamicLoader::system();
+    void* library2 = dlmopen(LM_ID_NEWLM, copy.fileName().toLocal8Bit().constData(), RTLD_LAZY);
+    QVERIFY2(library2 != nullptr, dlerror());
+    QCOMPARE(loader.soname(library2), "libm.so.6");
+    QCOMPARE(loader.close(library2), 0);
+    dlclose(original);
 }
 
 QTEST_APPLESS_MAIN(TestDynamicLoader)
