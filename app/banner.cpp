@@ -9,12 +9,12 @@ void printLongBanner() {
     const std::string rule = ". " + std::string(64, '-');
     std::puts(rule.c_str());
     printShortBanner();
-    std::printf(". %s\n", QZGPUINFO_LEGAL_NOTICE);
+    std::printf(". %s\n", legalNotice);
     std::puts(rule.c_str());
 }
 
 void printShortBanner() {
-    std::puts(". qzGpuInfo  " QZGPUINFO_VERSION);
+    std::printf(". qzGpuInfo  %s\n", versionText);
 }
 
 void printVerboseNotice() {

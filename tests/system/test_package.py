@@ -111,8 +111,8 @@ class Contents(unittest.TestCase):
             self.assertEqual(page_links.links_to_nothing(page), [])
 
     def test_copyright_is_the_legal_notice(self):
-        notice = re.search(r'QZGPUINFO_LEGAL_NOTICE "(.*)"',
-                           (BUILD / "generated/app/version.h").read_text(encoding="utf-8"))[1]
+        notice = re.search(r"^QZGPUINFO_LEGAL_NOTICE:STRING=(.*)$",
+                           (BUILD / "CMakeCache.txt").read_text(encoding="utf-8"), re.MULTILINE)[1]
         copyright_file = (self.tree / "usr/share/doc/qzgpuinfo/copyright").read_text(encoding="utf-8")
         self.assertTrue(copyright_file.endswith(f"\n {notice}\n"), copyright_file)
 
