@@ -10,31 +10,14 @@
 #include <unistd.h>
 #include <utility>
 
+#include "support/FileDescriptor.h"
+#include "support/attachedLock.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Every attached process holds a shared record lock on this one byte, far beyond the payload.
-constexpr off_t attachedByte = off_t{1} << 62;
-
 constexpr timespec lockPollInterval{0, 500'000};
-
-/// Owner of one file descriptor; closing it gives the lock back too.
-class Descriptor {
-  public:
-    explicit Descriptor(int number) : m_number(number) {}
-    ~Descriptor() {
-        if (m_number >= 0)
-            ::close(m_number);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int number() const { return m_number; }
-
-  private:
-    int m_number;
-};
 
 /// What a failed system call means to the caller; keeps `errno` where the text alone would not tell.
 SegmentResult failure(GpuSnapshot& snapshot, int error) {
@@ -85,7 +68,7 @@ bool someoneIsAttached(int descriptor) {
     struct flock request {};
     request.l_type = F_WRLCK;
     request.l_whence = SEEK_SET;
-    request.l_start = attachedByte;
+    request.l_start = attachedLockOffset;
     request.l_len = 1;
     return ::fcntl(descriptor, F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
 }
@@ -129,32 +112,32 @@ struct Attempt {
 
 Attempt readOnce(const char* path, Clock::time_point deadline, GpuSnapshot& snapshot) {
     // O_NONBLOCK: a FIFO under the name would otherwise keep `open` waiting for a writer.
-    const Descriptor file(::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (file.number() < 0)
+    const FileDescriptor file(::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file.isOpen())
         return {failure(snapshot, errno), false};
 
     struct stat info {};
-    if (::fstat(file.number(), &info) != 0)
+    if (::fstat(file.get(), &info) != 0)
         return {failure(snapshot, errno), false};
     SegmentResult result = checkObject(info);
     if (result != SegmentResult::Ok && result != SegmentResult::TooSmall)
         return {result, false};
 
-    noteFreshness(file.number(), info, snapshot);
+    noteFreshness(file.get(), info, snapshot);
     if (result == SegmentResult::TooSmall)
         return {result, false};
 
-    result = takeLock(file.number(), deadline, snapshot);
+    result = takeLock(file.get(), deadline, snapshot);
     if (result != SegmentResult::Ok)
         return {result, false};
 
     // What was true before the wait need not be true now.
-    if (::fstat(file.number(), &info) != 0)
+    if (::fstat(file.get(), &info) != 0)
         return {failure(snapshot, errno), false};
     if (info.st_nlink == 0)
         return {SegmentResult::Missing, true};
-    noteFreshness(file.number(), info, snapshot);
-    return {copyOut(file.number(), snapshot), false};
+    noteFreshness(file.get(), info, snapshot);
+    return {copyOut(file.get(), snapshot), false};
 }
 
 } // namespace
@@ -182,7 +165,7 @@ const char* segmentResultText(SegmentResult result) noexcept {
 }
 
 GpuSegmentReader::GpuSegmentReader(std::string directory, const std::string& key)
-    : m_path(std::move(directory) + "/" + key) {}
+    : segmentPath(std::move(directory) + "/" + key) {}
 
 SegmentResult GpuSegmentReader::read(GpuSnapshot& snapshot,
                                      std::chrono::milliseconds lockWait) const noexcept {
@@ -191,7 +174,7 @@ SegmentResult GpuSegmentReader::read(GpuSnapshot& snapshot,
     Attempt attempt{};
     for (int i = 0; i <= mostReplacements; ++i) {
         snapshot = GpuSnapshot{};
-        attempt = readOnce(m_path.c_str(), deadline, snapshot);
+        attempt = readOnce(segmentPath.c_str(), deadline, snapshot);
         if (!attempt.nameMoved)
             break;
     }

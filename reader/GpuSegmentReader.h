@@ -62,8 +62,8 @@ class GpuSegmentReader {
     SegmentResult read(GpuSnapshot& snapshot,
                        std::chrono::milliseconds lockWait = defaultLockWait) const noexcept;
 
-    const std::string& path() const noexcept { return m_path; }
+    const std::string& path() const noexcept { return segmentPath; }
 
   private:
-    std::string m_path;
+    std::string segmentPath;
 };

@@ -41,8 +41,7 @@ class qzSharedMemory {
         ModeRead = 4,
     };
 
-    static constexpr qint64 attachedLockOffset = qint64(1) << 62; ///< far beyond any payload
-    static constexpr int lockWaitMs = 1000;                       ///< the longest that `lock` waits
+    static constexpr int lockWaitMs = 1000; ///< the longest that `lock` waits
 
     /// Remembers its arguments; touches nothing. `inDirectory`: where shared-memory objects are mounted.
     qzSharedMemory(const _qzString8_allSize<250>& key, unsigned char mode,

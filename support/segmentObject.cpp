@@ -11,7 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "support/qzSharedMemory.h"
+#include "support/attachedLock.h"
 
 namespace {
 
@@ -165,7 +165,7 @@ bool setAttachedLock(int object, short type) {
     struct flock range {};
     range.l_type = type;
     range.l_whence = SEEK_SET;
-    range.l_start = qzSharedMemory::attachedLockOffset;
+    range.l_start = attachedLockOffset;
     range.l_len = 1;
     return fcntl(object, F_OFD_SETLK, &range) == 0;
 }

@@ -105,6 +105,7 @@ class Includes(Scratch):
             "nvidia/a.cpp": '#include "opencl/errorName.h"\n',
             "amd/a.cpp": '#include "opencl/errorName.h"\n',
             "app/a.cpp": '#include "nvidia/nvml.h"\n#include "amd/sysfs.h"\n#include "app/WatchDog.h"\n',
+            "reader/a.cpp": '#include "support/qzTime.h"\n',
             "reader/status/a.cpp": '#include "gpu/GpuInfo.h"\n#include "reader/Reader.h"\n',
             "tests/unit/a.cpp": '#include "app/WatchDog.h"\n',
         })
@@ -120,7 +121,7 @@ class Includes(Scratch):
             ("nvidia/a.cpp", "amd/sysfs.h"),
             ("amd/a.cpp", "nvidia/nvml.h"),
             ("amd/a.cpp", "app/WatchDog.h"),
-            ("reader/a.cpp", "support/qzTime.h"),
+            ("reader/a.cpp", "app/log/logLine.h"),
             ("reader/a.cpp", "simulator/Fault.h"),
             ("simulator/lib/a.cpp", "gpu/GpuInfo.h"),
         ):
