@@ -8,10 +8,12 @@
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include "ChildProcess.h"
+#include "RefusedCall.h"
 #include "SegmentDirectory.h"
 #include "support/qzSharedMemory.h"
 
@@ -312,6 +314,40 @@ class TestSegmentNeighbours : public QObject {
             return existing.write(bytes.constData(), 100) ? 0 : 5;
         });
         QCOMPARE(child.result(), 0);
+    }
+
+    void codeOfWhatTheSystemRefuses_data() {
+        QTest::addColumn<int>("reason");
+        QTest::addColumn<int>("code");
+        const auto row = [](const char* reason, int number, qzSharedMemory::Error code) {
+            QTest::newRow(reason) << number << int(code);
+        };
+        row("EACCES", EACCES, qzSharedMemory::PermissionDenied);
+        row("EPERM", EPERM, qzSharedMemory::PermissionDenied);
+        row("EROFS", EROFS, qzSharedMemory::PermissionDenied);
+        row("EDQUOT", EDQUOT, qzSharedMemory::OutOfResources);
+        row("EFBIG", EFBIG, qzSharedMemory::OutOfResources);
+        row("EMFILE", EMFILE, qzSharedMemory::OutOfResources);
+        row("ENFILE", ENFILE, qzSharedMemory::OutOfResources);
+        row("ENOMEM", ENOMEM, qzSharedMemory::OutOfResources);
+        row("ENOSPC", ENOSPC, qzSharedMemory::OutOfResources);
+        row("EIO", EIO, qzSharedMemory::Unknown);
+    }
+
+    void codeOfWhatTheSystemRefuses() {
+        QFETCH(int, reason);
+        QFETCH(int, code);
+        const SegmentDirectory directory;
+        ChildProcess child([&] {
+            if (!refuse(SYS_fallocate, 0, unsigned(reason)))
+                return notPossible;
+            qzSharedMemory segment(key, mode, directory.path());
+            return segment.create(100, true, false) ? -1 : segment.error();
+        });
+        const int result = child.result();
+        if (result == notPossible)
+            QSKIP("SKIPPED: system calls can't be filtered here");
+        QCOMPARE(result, code);
     }
 
     void withoutDescriptors() {

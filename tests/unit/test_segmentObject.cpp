@@ -2,17 +2,13 @@
 #include <QtTest>
 
 #include <cerrno>
-#include <cstddef>
 
 #include <fcntl.h>
-#include <linux/audit.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 
 #include "ChildProcess.h"
+#include "RefusedCall.h"
 #include "SegmentDirectory.h"
 #include "support/segmentObject.h"
 
@@ -20,24 +16,6 @@ namespace {
 
 constexpr int notPossible = 99; ///< a child's result: the machine doesn't allow what the test needs
 constexpr qint64 size = 7472;
-
-/// From here on, for this process: `call` fails with `reason` where its argument of that number, counted from
-/// 0, has all bits of `flags`.
-bool refuse(unsigned call, unsigned flags, unsigned reason, unsigned argument = 2) {
-    sock_filter program[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 4),
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS,
-                 unsigned(offsetof(seccomp_data, args) + argument * sizeof(std::uint64_t))),
-        BPF_STMT(BPF_ALU | BPF_AND | BPF_K, flags),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, flags, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | reason),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    const sock_fprog filter{sizeof program / sizeof program[0], program};
-    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
-}
 
 /// The flag of O_TMPFILE that no other way of opening has.
 constexpr unsigned unnamedFlag = unsigned(O_TMPFILE) & ~unsigned(O_DIRECTORY);
@@ -188,6 +166,25 @@ class TestSegmentObject : public QObject {
             QSKIP("SKIPPED: system calls can't be filtered here");
         QCOMPARE(result, 0);
         QCOMPARE(directory.names(), QStringList());
+    }
+
+    /// All at once: refusing the call that has them all shows that it has.
+    void openedWithEveryGuard() {
+        const SegmentDirectory directory;
+        QVERIFY(directory.makeFile("segment", QByteArray(int(size), 'x')));
+        for (const bool isWritable : {false, true}) {
+            constexpr unsigned guards = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+            ChildProcess child([&] {
+                if (!refuse(SYS_openat, guards, EIO))
+                    return notPossible;
+                const FileDescriptor object = openSegmentObject(directory.file("segment"), isWritable);
+                return !object.isOpen() && errno == EIO ? 0 : 1;
+            });
+            const int result = child.result();
+            if (result == notPossible)
+                QSKIP("SKIPPED: system calls can't be filtered here");
+            QCOMPARE(result, 0);
+        }
     }
 
     void openFails_data() {
