@@ -5,7 +5,7 @@ add_subdirectory("${PROJECT_SOURCE_DIR}/tests/harness" "${PROJECT_BINARY_DIR}/te
 qz_system_test(kills TIMEOUT 300)
 qz_system_test(neighbours)
 qz_system_test(stuck_reader)
-qz_test_vendor_library(exiting libnvidia-ml)
+qz_test_driver(exiting libnvidia-ml)
 qz_system_test(surroundings)
 qz_system_test(weeks TIMEOUT 300)
 qz_system_test(kills_program)

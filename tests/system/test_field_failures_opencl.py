@@ -11,7 +11,7 @@ from pathlib import Path
 import qz
 from neighbours import UserSandbox
 
-BROKEN = Path(os.environ["QZGPUINFO_BUILD"]) / "tests/system/vendor/brokenIcd/libbrokenIcd.so.1"
+BROKEN = Path(os.environ["QZGPUINFO_BUILD"]) / "tests/system/drivers/brokenIcd/libbrokenIcd.so.1"
 INSTALLED = Path("/etc/OpenCL/vendors")
 ASKED = "driver is asked\n"
 START = qz.SHORT_BANNER + qz.VERBOSE + qz.INIT + qz.NO_NVML + "0 CUDA GPU(s) found - NVML not available\n"

@@ -11,9 +11,9 @@ import unittest
 import qz
 from qz import CONTINUOUS, CREATED, INIT, NO_GPU, SHORT_BANNER, USING_EXISTING, wait_until
 
-VENDOR = qz.BUILD / "tests/system/vendor"
-SLOW = {"LD_LIBRARY_PATH": str(VENDOR / "slow")}
-SLOW_END = {"LD_LIBRARY_PATH": str(VENDOR / "slowEnd")}
+DRIVERS = qz.BUILD / "tests/system/drivers"
+SLOW = {"LD_LIBRARY_PATH": str(DRIVERS / "slow")}
+SLOW_END = {"LD_LIBRARY_PATH": str(DRIVERS / "slowEnd")}
 LACKING = "GpuNvml_Loader: required functions not found\n"
 ATTACH_FAILED = "Unable to attach shared memory!; "
 

@@ -10,7 +10,7 @@ import qz
 from qz import (CONTINUOUS, CREATED, INIT, LONG_BANNER, NO_GPU, NO_GPU_REPORT, NO_GPU_VERBOSE, SHORT_BANNER, SINGLE,
                 VERBOSE)
 
-VENDOR = qz.BUILD / "tests/system/vendor"
+DRIVERS = qz.BUILD / "tests/system/drivers"
 PLAIN = SHORT_BANNER + INIT + NO_GPU + SINGLE
 WHOLE = SHORT_BANNER + VERBOSE + INIT + NO_GPU_VERBOSE + SINGLE + NO_GPU_REPORT
 QUERIES = ["-queryNvCuda", "-queryNvOptix", "-queryAmdRt", "-queryGPU"]
@@ -106,11 +106,11 @@ class Order(qz.SandboxCase):
     DETECTED = INIT + NO_OPENCL + FLUSHED + qz.NO_AMD + FLUSHED
 
     def start(self, *arguments):
-        library = VENDOR / "tellsOrder/libtellsOrder.so.1"
+        library = DRIVERS / "tellsOrder/libtellsOrder.so.1"
         # The sanitizers' own library wants to be the first.
         told = f'exec env LD_PRELOAD={library} ASAN_OPTIONS=verify_asan_link_order=0 "$0" "$@"'
         # Without a real OpenCL, which may do things of its own at exit.
-        libraries = f"{VENDOR / 'slowEnd'}:{VENDOR / 'incompleteOpenCL'}"
+        libraries = f"{DRIVERS / 'slowEnd'}:{DRIVERS / 'incompleteOpenCL'}"
         return self.sandbox().start(*arguments, shell=told, LD_LIBRARY_PATH=libraries)
 
     def expect(self, ended, expected):
@@ -178,7 +178,7 @@ class Vendors(qz.SandboxCase):
         self.assertEqual(sandbox.run("-v", "-single", LD_LIBRARY_PATH=str(sandbox.outside)), (0, WHOLE))
 
     def test_a_library_that_lacks_an_entry_point(self):
-        code, output = self.sandbox().run("-v", "-single", LD_LIBRARY_PATH=str(VENDOR / "incompleteNvml"))
+        code, output = self.sandbox().run("-v", "-single", LD_LIBRARY_PATH=str(DRIVERS / "incompleteNvml"))
         lacking = "GpuNvml_Loader: required functions not found\n"
         self.assertEqual((code, output), (0, WHOLE.replace(qz.NO_NVML, lacking)))
 
@@ -187,7 +187,7 @@ class Vendors(qz.SandboxCase):
         for name in ("libOpenCL.so.1", "libOpenCL.so"):
             (texts / name).write_text("text\n")
         for path, line in ((texts, "OpenCL library not found\n"),
-                           (VENDOR / "incompleteOpenCL", "OpenCL: required functions not found\n")):
+                           (DRIVERS / "incompleteOpenCL", "OpenCL: required functions not found\n")):
             with self.subTest(line):
                 code, output = self.sandbox(drm=self.card()).run("-queryGPU", LD_LIBRARY_PATH=str(path))
                 self.assertEqual(code, 1)
@@ -196,7 +196,7 @@ class Vendors(qz.SandboxCase):
 
     def test_a_signal_ends_a_single_run_at_once(self):
         sandbox = self.sandbox()
-        run = sandbox.start("-single", LD_LIBRARY_PATH=str(VENDOR / "slow"), QZ_TEST_GO=str(sandbox.outside / "go"))
+        run = sandbox.start("-single", LD_LIBRARY_PATH=str(DRIVERS / "slow"), QZ_TEST_GO=str(sandbox.outside / "go"))
         run.wait_for("driver starts\n")
         self.assertEqual(run.stop(), (128 + 15, SHORT_BANNER + INIT + "driver starts\n"))
 

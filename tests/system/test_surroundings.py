@@ -16,7 +16,7 @@ import simulated
 from neighbours import UserSandbox
 from watched import Watched
 
-VENDOR = Path(os.environ["QZGPUINFO_BUILD"]) / "tests/system/vendor"
+DRIVERS = Path(os.environ["QZGPUINFO_BUILD"]) / "tests/system/drivers"
 SANITIZED = bool(re.search(r"^QZGPUINFO_SANITIZE:STRING=.", (qz.BUILD / "CMakeCache.txt").read_text("utf-8"),
                            re.MULTILINE))
 CHECK_INTERVAL = 5.0
@@ -101,7 +101,7 @@ class Libraries(qz.SandboxCase):
 
     def test_prints_and_exits_in_its_constructor(self):
         sandbox = self.sandbox()
-        library = str(VENDOR / "exiting")
+        library = str(DRIVERS / "exiting")
         code, output = sandbox.run(LD_LIBRARY_PATH=library)
         self.assertEqual((code, output), (7, qz.LONG_BANNER + qz.INIT + qz.CREATED + "driver gives up\n"))
         self.assertEqual(sandbox.read(), bytes(qz.SIZE), "a segment as a killed program leaves it")

@@ -8,26 +8,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include "SegmentDirectory.h"
+#include "SegmentBench.h"
 #include "support/qzSharedMemory.h"
-
-namespace {
-
-constexpr char key[] = "segment";
-constexpr unsigned char mode = 7;
-constexpr qint64 blockSize = 7472;
-
-/// The limits of a segment's texts.
-bool isSentenceAbout(const QByteArray& text, const char* name) {
-    return text.startsWith("The shared memory \"" + QByteArray(name) + "\" ") && text.endsWith('.') &&
-           text.size() <= 250 && !text.contains('\n');
-}
-
-QByteArray textOf(const qzSharedMemory& segment) {
-    return segment.errorString().c_str();
-}
-
-} // namespace
 
 class TestSegmentAccess : public QObject {
     Q_OBJECT
