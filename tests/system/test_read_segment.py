@@ -48,6 +48,10 @@ class ReadSegment(unittest.TestCase):
         self.assertRegex(lines[0], r"\Apublished [3-9]\.\d s ago\Z")
         self.assertEqual([ast.literal_eval(line) for line in lines[1:]], list(reader.gpus(BLOCK)))
 
+    def test_a_clock_that_was_set_back_gives_no_negative_age(self):
+        with Segment(BLOCK, age=-3600) as segment:
+            self.assertEqual(reader.locked_bytes(segment.path)[1], 0)
+
     def test_only_cuda(self):
         self.assertEqual(len(list(reader.gpus(block([WHOLE], [WHOLE], only_cuda=1)))), 1)
 
