@@ -47,20 +47,3 @@ def check(program, *arguments):
     )
     if run.returncode != 0 or ". qzGpuInfo " not in run.stdout:
         sys.exit(f"{program} does not run on the bare machine ({run.returncode}):\n{run.stdout}{run.stderr}")
-
-
-def verdict(text, value, limit, unit):
-    """Prints one line and gives whether the value is within its limit."""
-    passed = value <= limit
-    print(f"{'pass' if passed else 'FAIL'}  {text}: {value:.2f}{unit} (at most {limit:g}{unit})")
-    return passed
-
-
-def build_folder():
-    """Where the programs were built: the first argument, else build/release."""
-    default = Path(__file__).resolve().parent.parent / "build/release"
-    folder = Path(sys.argv[1] if len(sys.argv) > 1 else default).resolve()
-    for program in ("qzGpuInfo", "benchmarks/floor"):
-        if not (folder / program).is_file():
-            sys.exit(f"{folder / program} is missing; `./dev bench` builds it")
-    return folder

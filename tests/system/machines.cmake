@@ -6,6 +6,10 @@ qz_system_test(advice TIMEOUT 180)
 qz_system_test(answers TIMEOUT 400)
 qz_system_test(published TIMEOUT 180)
 
+# What `./dev bench` is made of, and the comparison with nvidia-smi.
+qz_system_test(benchmarks TIMEOUT 180)
+qz_system_test(real_gpu TIMEOUT 180)
+
 # The program with a benchmark on small buffers, for the test that runs it some thousand times.
 add_executable(smallBenchmark "${PROJECT_SOURCE_DIR}/app/main.cpp"
                "${PROJECT_SOURCE_DIR}/tests/harness/smallBenchmark.cpp")

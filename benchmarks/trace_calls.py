@@ -1,0 +1,21 @@
+"""Counts the companion's system calls in a trace of strace."""
+
+import re
+import statistics
+import sys
+
+CALL = re.compile(r"^\d+ +(\w+)\(")  # no line of a signal, of an end, or of a call that is taken up again
+RELEASE = re.compile(r"^\d+ +flock\(\d+, LOCK_UN\)")
+
+
+def calls_a_cycle(trace, least):
+    """The median number of calls from where the segment's lock is given back to where it is the next time; `least` of
+    such cycles are to be there. The last release is the end's, when the segment is let go, and no cycle's."""
+    lines = trace.splitlines()
+    releases = [number for number, line in enumerate(lines) if RELEASE.match(line)][:-1]
+    counts = [sum(CALL.match(line) is not None for line in lines[begin + 1:end + 1])
+              for begin, end in zip(releases, releases[1:])]
+    if len(counts) < least:
+        sys.exit(f"only {len(counts)} whole cycles were traced")
+    # A whole number of calls: the lower of the middle two.
+    return statistics.median_low(counts)
