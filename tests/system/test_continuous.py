@@ -20,8 +20,8 @@ VERBOSE_START = SHORT_BANNER + VERBOSE + INIT + CREATED + NO_GPU_VERBOSE + CONTI
 REPORT_END = "-------------------- END --------------------\n"
 CYCLE = 4.0
 WATCHDOG = 5.0
-EARLY = 0.94  # timers may come that much too early: the event loop groups them
-SLACK = 3.0  # seconds that a busy machine may take; unit tests hold the intervals to the millisecond
+EARLY = 0.98  # the clocks of two processes are read at different instants
+SLACK = 3.0  # seconds that a busy machine may take; test_single holds what the timers are set to
 
 
 def gone(name):
@@ -127,7 +127,7 @@ class Continuous(unittest.TestCase):
         when = time.monotonic()
         once.send(signal.SIGTERM)
         twice.send(signal.SIGINT)
-        time.sleep(0.1)
+        time.sleep(0.3)
         self.assertTrue(once.is_running and twice.is_running)
         # The second signal ends it at once, the first when the cycle is over.
         self.assertEqual(twice.stop(signal.SIGTERM), (128 + signal.SIGTERM, VERBOSE_START + NO_GPU_REPORT))

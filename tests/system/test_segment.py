@@ -179,9 +179,21 @@ class Signals(qz.SandboxCase):
             with self.subTest((first, second)):
                 _, run, _ = self.begin()
                 run.send(first)
-                time.sleep(0.1)
+                time.sleep(0.3)
                 self.assertTrue(run.is_running)
                 self.assertEqual(run.stop(second), (128 + second, SHORT_BANNER + INIT + CREATED + "driver starts\n"))
+
+    def test_one_that_comes_twice_counts_once(self):
+        """Who ends a process may tell it by its number and with its group."""
+        for first, second in ((signal.SIGTERM, signal.SIGTERM), (signal.SIGINT, signal.SIGTERM)):
+            with self.subTest((first, second)):
+                sandbox, run, go = self.begin()
+                run.send(first)
+                time.sleep(0.01)
+                run.send(second)
+                go.touch()
+                self.assertEqual(run.end()[0], 0)
+                self.assertEqual(os.listdir(sandbox.folder), [])
 
     def test_one_while_it_shuts_down(self):
         """The first has been answered; another of the kind that a session's end sends must not tear it short."""
@@ -203,6 +215,7 @@ class Signals(qz.SandboxCase):
         run.wait_for(CONTINUOUS)
         run.send(signal.SIGTERM)
         run.wait_for("driver ends\n")
+        time.sleep(0.3)
         self.assertEqual(run.stop(signal.SIGTERM)[0], 128 + signal.SIGTERM)
 
     def test_what_the_parent_did_with_them(self):

@@ -4,6 +4,7 @@ qz_unit_test(exitCode LINK qz_app)
 qz_unit_test(banner LINK qz_app)
 target_compile_definitions(test_banner PRIVATE QZ_TEST_VERSION="${PROJECT_VERSION}"
                                                "QZ_TEST_LEGAL_NOTICE=R\"notice(${QZGPUINFO_LEGAL_NOTICE})notice\"")
+qz_unit_test(EndSignals LINK qz_app)
 qz_unit_test(WatchDog LINK qz_app)
 qz_unit_test(GpuInfo_Main LINK qz_app)
 qz_unit_test(GpuInfo_Main_update LINK qz_app)
