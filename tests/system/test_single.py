@@ -97,11 +97,13 @@ class Segment(qz.SandboxCase):
 
 
 class Order(qz.SandboxCase):
-    """What is flushed and when events are processed, told by a library that stands between."""
+    """What is flushed, when events are processed and what timers are set to, told by a library that stands between."""
 
     FLUSHED = "[output flushed]\n[errors flushed]\n"
     EVENTS = "[events]\n"
     NO_OPENCL = "OpenCL: required functions not found\n"
+    WATCHING = "[timer 5000 precise]\n" + EVENTS
+    UPDATING = "[timer 4000 precise]\n"
     ENDED = "driver ends\n"  # the shut-down of NVIDIA's library
     DETECTED = INIT + NO_OPENCL + FLUSHED + qz.NO_AMD + FLUSHED
 
@@ -122,14 +124,14 @@ class Order(qz.SandboxCase):
 
     def test_of_a_single_run(self):
         ran = SHORT_BANNER + self.FLUSHED + self.DETECTED + SINGLE + 2 * self.FLUSHED + 2 * self.EVENTS
-        for arguments, watching in ((["-single"], ""), (["render", "-single"], self.EVENTS)):
+        for arguments, watching in ((["-single"], ""), (["render", "-single"], self.WATCHING)):
             with self.subTest(arguments):
                 self.expect(self.start(*arguments).end(), watching + ran + self.ENDED + self.FLUSHED)
 
     def test_of_a_continuous_run(self):
         run = self.start("-bench")
         run.wait_for(self.EVENTS)
-        started = INIT + CREATED + self.DETECTED[len(INIT):] + CONTINUOUS + self.FLUSHED + self.EVENTS
+        started = INIT + CREATED + self.DETECTED[len(INIT):] + CONTINUOUS + self.FLUSHED + self.UPDATING + self.EVENTS
         self.expect(run.stop(), SHORT_BANNER + self.FLUSHED + started + self.FLUSHED + self.ENDED)
 
 

@@ -104,8 +104,11 @@ class TestGpuInfo_Main : public QObject {
 
     void allOfItAtTheLevelsOfProgress() {
         logLevel = 2;
-        DriverBench bench;
-        QCOMPARE(bench.init(), QByteArray());
+        for (const bool isSingle : {false, true}) {
+            DriverBench bench;
+            bench.driver->singleRun = isSingle;
+            QCOMPARE(bench.init(), QByteArray());
+        }
     }
 
     void benchmarkIsPassedOn() {

@@ -348,7 +348,11 @@ class TestGpuInfo_Main_segment : public QObject {
         setrlimit(RLIMIT_FSIZE, &small);
         bool result = true;
         const QByteArray text = DriverBench::printed([&] { result = bench.driver->publish(); });
+        logLevel = 0; // what is published no more is told at every level
+        const QByteArray fatal = DriverBench::printed([&] { bench.driver->publish(); });
+        logLevel = 4;
         setrlimit(RLIMIT_FSIZE, &before);
+        QCOMPARE(fatal, text);
         QVERIFY2(text.startsWith(unableToAttach) && text.count('\n') == 1, text.constData());
         QVERIFY2(text.contains(segmentKey), text.constData()); // with its reason
         QVERIFY(!result);

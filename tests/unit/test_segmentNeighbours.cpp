@@ -132,7 +132,7 @@ class TestSegmentNeighbours : public QObject {
 
     void rights_data() {
         QTest::addColumn<int>("rights");
-        for (const int rights : {0600, 0644, 0660, 0666, 0777, 04755, 01600, 0700})
+        for (const int rights : {0600, 0400, 0644, 0660, 0666, 0777, 04755, 01600, 0700})
             QTest::addRow("%o", unsigned(rights)) << rights;
     }
 

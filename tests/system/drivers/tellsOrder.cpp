@@ -1,8 +1,10 @@
 // Preloaded: writes a line to standard output for what can't be seen there otherwise, then does it.
 #include <cstdio>
+#include <string>
 #include <string_view>
 
 #include <QCoreApplication>
+#include <QTimer>
 
 #include <dlfcn.h>
 #include <unistd.h>
@@ -30,4 +32,11 @@ void QCoreApplication::processEvents(QEventLoop::ProcessEventsFlags flags) {
     tell("[events]\n");
     next<void(QEventLoop::ProcessEventsFlags)>(
         "_ZN16QCoreApplication13processEventsE6QFlagsIN10QEventLoop17ProcessEventsFlagEE")(flags);
+}
+
+void QTimer::start(int interval) {
+    tell("[timer " + std::to_string(interval) +
+         (timerType() == Qt::PreciseTimer ? " precise]\n" : " coarse]\n"));
+    using Start = void(QTimer*, int);
+    next<Start>("_ZN6QTimer5startEi")(this, interval);
 }
