@@ -23,7 +23,7 @@ struct CommandLine {
     /// Whether one update is all, without shared memory.
     bool isSingleRun() const { return isQuery() || returnGPS || single; }
 
-    /// A query alone answers at once: it is benchmarked only for a score that it is to return.
+    /// A query answers at once, whatever else is asked: only `returnGPS` has it benchmark first.
     bool runsBenchmark() const { return isQuery() ? returnGPS : returnGPS || benchmark; }
 };
 

@@ -16,9 +16,9 @@
 /// `foundPid`: if not null, the process found, or 0. Several processes of one name: any of them.
 /// `procRoot`: where the process list is mounted.
 ///
-/// A process is judged by those of its entries that can be read. The answer is true as well, without a pid,
-/// when the process list itself can't be looked at (not mounted, no descriptor free): absence is claimed only
-/// where it was seen.
+/// A process is judged by those of its entries that can be read; one that shows none of them (another user's
+/// under `hidepid`) does not count. The answer is true as well, without a pid, when the process list itself
+/// can't be looked at: not mounted, or no descriptor free.
 ///
 /// The match is remembered, each thread its own, and the whole list read only when it is gone.
 bool ourProcessAlreadyExists(const _qzString8_allSize<25>& name, bool caseSensitive, bool leaveOutCaller,

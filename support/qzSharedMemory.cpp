@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <ctime>
 #include <utility>
 
@@ -208,7 +207,7 @@ bool qzSharedMemory::isIntact() {
 
 bool qzSharedMemory::isValidKey() const {
     const QByteArray name(segmentKey.c_str());
-    return !name.isEmpty() && name != "." && name != ".." && !name.contains('/') && name.size() <= NAME_MAX;
+    return !name.isEmpty() && name != "." && name != ".." && !name.contains('/');
 }
 
 bool qzSharedMemory::adopt(FileDescriptor opened) {

@@ -10,7 +10,7 @@
 /// One named segment: the POSIX shared-memory object "/" + key, a file of exactly the segment's size.
 ///
 /// Only processes of the same user share it. What stands under the name is refused (PermissionDenied) unless
-/// it is a regular object of this user with one name; rights wider than 0600 are narrowed to that.
+/// it is a regular object of this user with one name; rights other than 0600 are set to that.
 ///
 /// For readers in any language:
 /// - the lock is `flock(LOCK_EX)` on the object, given back by the system when its holder dies;
@@ -26,7 +26,7 @@ class qzSharedMemory {
         None = 0,
         PermissionDenied = 1, ///< no right, a read-only file system, or not a segment of this user's own
         InvalidSize = 2,
-        BadKey = 3,        ///< empty, ".", "..", with a slash, or too long for a file name
+        BadKey = 3,        ///< empty, ".", ".." or with a slash
         AlreadyExists = 4, ///< something stands under the name, whatever it is
         NotFound = 5,
         LockFailed = 6,

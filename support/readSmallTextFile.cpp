@@ -1,5 +1,6 @@
 #include "support/readSmallTextFile.h"
 
+#include <algorithm>
 #include <array>
 
 #include <QFile>
@@ -23,7 +24,8 @@ QByteArray readSmallTextFile(const QString& path) {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): what is read fills it, and only that is taken.
     std::array<char, 4096> piece;
     while (file.isOpen() && bytes.size() < maxBytes) {
-        const ssize_t length = ::read(file.get(), piece.data(), piece.size());
+        const auto room = static_cast<std::size_t>(maxBytes - bytes.size());
+        const ssize_t length = ::read(file.get(), piece.data(), std::min(piece.size(), room));
         if (length < 0 && errno == EINTR)
             continue;
         if (length <= 0)

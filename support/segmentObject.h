@@ -13,8 +13,8 @@ FileDescriptor createSegmentObject(const QByteArray& directory, const QByteArray
                                    bool replace);
 
 /// Opens an object and takes the lock of those attached. Nothing open on failure, the reason in `errno`:
-/// EPERM for what is not a regular file of this user with one name, EAGAIN when a process that is removing it
-/// doesn't get on with it.
+/// EPERM for what is not a regular file of this user with one name, EAGAIN when no try of several came to
+/// an end, as while another process is removing it.
 FileDescriptor openSegmentObject(const QByteArray& path, bool writable);
 
 /// Sets the lock of those attached, without waiting: F_RDLCK, F_WRLCK (only for the last one attached) or
