@@ -70,6 +70,7 @@ struct ClPlatform {
 struct OpenClStack {
     bool usesPocl = true;
     double share = 1.0;                        ///< of the work-groups that PoCL runs
+    double stretch = 1.0;                      ///< what a millisecond of PoCL's counts on the program's clock
     Figure roundMs;                            ///< duration of a scripted round
     bool sleeps = true;                        ///< or the program's clock is moved on instead
     std::vector<float> results = {1, 2, 3, 4}; ///< what a scripted read gives, over and over

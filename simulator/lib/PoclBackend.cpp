@@ -1,7 +1,9 @@
 #include "simulator/lib/ClBackend.h"
+#include "simulator/lib/happen.h"
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -62,7 +64,8 @@ RealOpenCl openReal() {
 
 class PoclBackend : public ClBackend {
   public:
-    explicit PoclBackend(double share) : m_real(openReal()), m_share(share) {}
+    explicit PoclBackend(const OpenClStack& stack)
+        : m_real(openReal()), m_share(stack.share), m_stretch(stack.stretch) {}
 
     cl_context createContext(cl_int& status) override {
         if (m_real.device == nullptr) {
@@ -130,11 +133,18 @@ class PoclBackend : public ClBackend {
         const auto groups = static_cast<double>(wholeGroups);
         size[last] =
             std::max<std::size_t>(1, static_cast<std::size_t>(std::floor(groups * m_share))) * groupSize;
+        m_launched = Clock::now();
         return m_real.QZSIM_REAL(clEnqueueNDRangeKernel)(queue, kernel, dimensions, nullptr, size.data(),
                                                          local, 0, nullptr, nullptr);
     }
 
-    cl_int finish(cl_command_queue queue) override { return m_real.QZSIM_REAL(clFinish)(queue); }
+    cl_int finish(cl_command_queue queue) override {
+        const cl_int status = m_real.QZSIM_REAL(clFinish)(queue);
+        const std::chrono::duration<double, std::milli> took = Clock::now() - m_launched;
+        if (m_stretch > 1.0)
+            advanceClock(std::llround(took.count() * (m_stretch - 1.0)));
+        return status;
+    }
 
     cl_int release(ClKind kind, void* handle) override {
         switch (kind) {
@@ -153,14 +163,18 @@ class PoclBackend : public ClBackend {
     }
 
   private:
+    using Clock = std::chrono::steady_clock;
+
     RealOpenCl m_real;
     double m_share;
+    double m_stretch;
+    Clock::time_point m_launched;
 };
 
 } // namespace
 
 std::unique_ptr<ClBackend> makePoclBackend(const OpenClStack& stack) {
-    return std::make_unique<PoclBackend>(stack.share);
+    return std::make_unique<PoclBackend>(stack);
 }
 
 } // namespace qzsim

@@ -4,21 +4,15 @@
 
 #include <algorithm>
 #include <cstring>
-#include <dlfcn.h>
 #include <vector>
 
 namespace qzsim {
 
 namespace {
 
-/// Moves the program's clock on where the file watcher that also keeps the clock is loaded, else sleeps.
 void passTime(std::int64_t milliseconds, bool sleeps) {
-    using Advance = void (*)(std::int64_t);
-    void* symbol = sleeps ? nullptr : dlsym(RTLD_DEFAULT, "qzsim_advanceClock");
-    if (symbol == nullptr)
+    if (sleeps || !advanceClock(milliseconds))
         sleepMilliseconds(milliseconds);
-    else
-        reinterpret_cast<Advance>(symbol)(milliseconds);
 }
 
 class ScriptedBackend : public ClBackend {

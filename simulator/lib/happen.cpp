@@ -45,6 +45,13 @@ void sleepMilliseconds(std::int64_t milliseconds) {
     }
 }
 
+bool advanceClock(std::int64_t milliseconds) {
+    void* symbol = dlsym(RTLD_DEFAULT, "qzsim_advanceClock");
+    if (symbol != nullptr)
+        reinterpret_cast<void (*)(std::int64_t)>(symbol)(milliseconds);
+    return symbol != nullptr;
+}
+
 void stayLoaded(const void* address) {
     Dl_info info;
     if (dladdr(address, &info) != 0)

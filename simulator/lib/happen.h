@@ -13,6 +13,9 @@ void happen(const Fault& fault);
 
 void sleepMilliseconds(std::int64_t milliseconds);
 
+/// Moves the program's clock on. False where nobody keeps it: the preloaded library does.
+bool advanceClock(std::int64_t milliseconds);
+
 /// Keeps the library that holds `address` in memory until the process ends.
 void stayLoaded(const void* address);
 

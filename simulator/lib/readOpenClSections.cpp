@@ -60,6 +60,7 @@ void readOpenCl(SectionReader& section, Machine& machine) {
         throw DescriptionError(section.section().place, "mode must be pocl or scripted: " + mode);
     stack.usesPocl = mode == "pocl";
     stack.share = section.real("share", stack.share, 0.0, 1.0);
+    stack.stretch = section.real("stretch", stack.stretch, 1.0, 1000.0);
     stack.roundMs = section.figure("round_ms", 20, 0, 3600000);
     stack.sleeps = section.flag("sleep", true);
     stack.results = readResults(section, stack.results);

@@ -25,10 +25,14 @@ class CompanionCase(SimulatedCase):
         """A companion on the machine of a description: its folder, that of another one where it is given, and the
         run."""
         if shm is None:
-            folder = tempfile.TemporaryDirectory(prefix="qzTest-", dir="/dev/shm")
-            self.addCleanup(folder.cleanup)
-            shm = Path(folder.name)
+            shm = self.shm_folder()
         return shm, self.described(machine, shm=shm, **settings).start(*arguments, stdout=stdout)
+
+    def shm_folder(self):
+        """A folder to be a machine's /dev/shm, removed with the test."""
+        folder = tempfile.TemporaryDirectory(prefix="qzTest-", dir="/dev/shm")
+        self.addCleanup(folder.cleanup)
+        return Path(folder.name)
 
     def published(self, folder, earlier=b"", timeout=9):
         """The next whole block that is not `earlier`."""

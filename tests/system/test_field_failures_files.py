@@ -1,9 +1,10 @@
-"""A card that sleeps wakes when certain of its files are read: which files the program opens, and how often, is counted
-from outside, by the system calls."""
+"""Files of cards that sleep: a card wakes when certain of them are read, so which the program opens, and how often, is
+counted from outside, by the system calls; others are there and can't be read for a while, or vanish."""
 
 import re
 import shutil
 import signal
+import subprocess
 import tempfile
 import time
 import unittest
@@ -11,7 +12,7 @@ from collections import Counter
 from pathlib import Path
 
 import simulated
-from companion import CompanionCase
+from companion import AMD, RECORD, CompanionCase, figures
 
 # A card with all there is, one without a monitor, one that is too small, and one of another vendor. No figure changes,
 # or the simulator would answer in the file's place.
@@ -105,6 +106,42 @@ class Openings(CompanionCase):
             # No other look at the cards: no listing, no link followed, no status asked for.
             self.assertEqual(self.files(cycle, r"\w+"), Counter(LIVE))
             self.assertEqual([line for line in cycle if "/sys/" in line and f"{DRM}/card" not in line], [])
+
+
+class Readings(CompanionCase):
+    # The kernel's answers for a card that is suspended, by its driver's age; a sensor's file may be refused, too.
+    FAULTS = ("card0/gpu_busy_percent = fail EBUSY at 2", "card0/mem_info_vram_used = fail EINVAL at 2",
+              "card0/hwmon/hwmon3/temp1_input = refuse EPERM at 2", "card1/gpu_busy_percent = fail EPERM at 3")
+
+    def by_name(self, block):
+        """The figures of the cards, whichever comes first in its folder."""
+        cards = {}
+        for offset in (AMD, AMD + RECORD):
+            cards[block[offset + 1:offset + 65].split(b"\0")[0].decode()] = figures(block, offset)
+        return cards
+
+    def test_a_figure_that_fails_is_absent_until_it_is_back(self):
+        folder = self.shm_folder()
+        simulation = self.described(MACHINE, self.FAULTS, shm=folder)
+        run = simulation.start(stdout=subprocess.PIPE)
+        whole = {"Radeon": (51, 8192, 1024, 31), "right slot": (None, 4096, 1024, 0)}
+        first = self.published(folder)
+        self.assertEqual(self.by_name(first), whole)
+        second = self.published(folder, first)
+        self.assertEqual(self.by_name(second), {**whole, "Radeon": (None, 8192, None, None)})
+        third = self.published(folder, second)
+        self.assertEqual(self.by_name(third), {**whole, "right slot": (None, 4096, 1024, None)})
+        # The monitor of card0 comes back under another number after its driver was loaded anew; the number it had is
+        # now another card's.
+        monitors = simulation.layout.card("card0") / "hwmon"
+        (monitors / "hwmon3").rename(monitors / "hwmon8")
+        others = simulation.layout.card("card1") / "hwmon/hwmon3"
+        others.mkdir(parents=True)
+        (others / "temp1_input").write_text("99000\n")
+        fourth = self.published(folder, third)
+        self.assertEqual(self.by_name(fourth), {**whole, "Radeon": (None, 8192, 1024, 31)})
+        run.send(signal.SIGTERM)
+        self.assertEqual(run.wait(), 0)
 
 
 if __name__ == "__main__":

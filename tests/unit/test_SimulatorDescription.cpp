@@ -100,6 +100,8 @@ class TestSimulatorDescription : public QObject {
         row("attribute", "[platform]\n[device]\nnv_bus = no\n",
             "file:3: nv_bus must be a number or \"refused [CODE]\": no");
         row("mode", "[opencl]\nmode = fast\n", "file:1: mode must be pocl or scripted: fast");
+        row("stretch", "[opencl]\nstretch = 0.5\n",
+            "file:2: stretch must be a number between 1.000000 and 1000.000000: 0.5");
         row("share", "[opencl]\nshare = 1.5\n",
             "file:2: share must be a number between 0.000000 and 1.000000: 1.5");
         row("results", "[opencl]\nresults = a\n", "file:2: results must be numbers: a");
