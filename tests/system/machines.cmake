@@ -5,6 +5,11 @@ qz_system_test(reports TIMEOUT 180)
 qz_system_test(advice TIMEOUT 180)
 qz_system_test(answers TIMEOUT 400)
 qz_system_test(published TIMEOUT 180)
+# The time is for the machines of many GPUs, which QZ_MACHINES=all asks for.
+qz_system_test(scores TIMEOUT 1800)
+if(QZGPUINFO_SANITIZE)
+    set_property(TEST system.scores APPEND PROPERTY ENVIRONMENT QZ_MACHINES=both-vendors,no-opencl)
+endif()
 
 # What `./dev bench` is made of, and the comparison with nvidia-smi.
 qz_system_test(benchmarks TIMEOUT 180)

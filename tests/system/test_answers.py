@@ -24,6 +24,11 @@ ANSWERS = {
     "nvidia-opencl-unregistered": (1, 1, 0, 0),
     # Compute capability 7.0.
     "cloud-equal-buses": (1, 1, 0, 0),
+    "cycle-numbers": (1, 0, 1, 0),
+    "driver-dies": (1, 1, 1, 0),
+    "lying-driver": (1, 1, 1, 0),
+    "odd-names": (1, 1, 1, 0),
+    "scripted": (1, 1, 1, 1),
 }
 
 SCORE = re.compile(r"    GpuBenchmarkOpenCL: (\d+) rounds, avg ([0-9.]+) ms/round, performance ([0-9.]+) GPS")
@@ -52,12 +57,14 @@ nv_bus = 0x01
 
 class Queries(SimulatedCase):
     def test_each_query_on_each_machine(self):
+        self.assertEqual(set(ANSWERS), {path.stem for path in (SOURCE / "simulator/machines").glob("*.machine")})
         for machine, answers in ANSWERS.items():
             simulation = self.simulation(machine)
             for query, answer in zip(QUERIES, answers):
                 with self.subTest(machine=machine, query=query):
                     run = simulation.run(query)
-                    self.assertEqual((run.exit_code, run.report.live, run.report.misuse), (answer, {}, {}))
+                    left = {"nvml": 1} if machine == "driver-dies" else {}
+                    self.assertEqual((run.exit_code, run.report.live, run.report.misuse), (answer, left, {}))
 
     def test_several_queries_answer_together(self):
         simulation = self.simulation("amd-card")
