@@ -2,6 +2,7 @@
 // with a clock at the library's entry points. Prints one JSON object:
 //   total_ms      the whole run
 //   rounds_ms     of that, the kernel rounds: from a kernel's launch to the end of the wait for it
+//   outside_processor_ms   the process' processor time outside the rounds
 //   builds_ms     of that, the driver's builds of the kernel
 //   measured_ms   from the last kernel argument set to the results' reading: the time that makes the score
 //   measured_rounds_ms   of that, the kernel rounds
@@ -12,7 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "app/log/logLine.h"
+#include "benchmarks/processorTime.h"
 #include "opencl/GpuBenchmarkOpenCL.h"
 #include "opencl/GpuOpenCL_Loader.h"
 #include "opencl/OpenCLDevices.h"
@@ -27,6 +28,8 @@ double milliseconds(Clock::time_point from, Clock::time_point to) {
 }
 
 struct Times {
+    double roundsProcessor = 0.0; ///< the process' processor time in the rounds
+    double launchedProcessor = 0.0;
     double rounds = 0.0;
     double builds = 0.0;
     double measured = 0.0;
@@ -45,6 +48,7 @@ cl_int enqueueKernel(cl_command_queue queue, cl_kernel kernel, cl_uint dimension
                      const size_t* global, const size_t* local, cl_uint waitCount, const cl_event* waitList,
                      cl_event* event) {
     times.launched = Clock::now();
+    times.launchedProcessor = processorMilliseconds();
     return real.clEnqueueNDRangeKernel(queue, kernel, dimensions, offset, global, local, waitCount, waitList,
                                        event);
 }
@@ -52,6 +56,7 @@ cl_int enqueueKernel(cl_command_queue queue, cl_kernel kernel, cl_uint dimension
 cl_int finish(cl_command_queue queue) {
     const cl_int status = real.clFinish(queue);
     times.rounds += milliseconds(times.launched, Clock::now());
+    times.roundsProcessor += processorMilliseconds() - times.launchedProcessor;
     return status;
 }
 
@@ -115,12 +120,15 @@ int main(int argc, char** argv) {
     benchmarkWarmupMs = 1; // a short benchmark's
     GpuBenchmarkOpenCL_Context context;
     const Clock::time_point began = Clock::now();
+    const double beganProcessor = processorMilliseconds();
     const float score = GpuBenchmarkOpenCL::run(context, devices.front(), std::strtod(argv[1], nullptr));
     const double total = milliseconds(began, Clock::now());
-    std::printf("{\"total_ms\": %.3f, \"rounds_ms\": %.3f, \"builds_ms\": %.3f, \"measured_ms\": %.3f, "
+    const double processor = processorMilliseconds() - beganProcessor;
+    std::printf("{\"total_ms\": %.3f, \"outside_processor_ms\": %.3f, \"rounds_ms\": %.3f, \"builds_ms\": "
+                "%.3f, \"measured_ms\": %.3f, "
                 "\"measured_rounds_ms\": %.3f, \"score\": %.5f}\n",
-                total, times.rounds, times.builds, times.measured, times.measuredRounds,
-                static_cast<double>(score));
+                total, processor - times.roundsProcessor, times.rounds, times.builds, times.measured,
+                times.measuredRounds, static_cast<double>(score));
     GpuOpenCL_Loader::unload();
     return score > 0.0F ? 0 : 1;
 }

@@ -1,10 +1,11 @@
 // The least that a benchmark run can cost outside its kernel rounds: 2^28 random numbers in two arrays of
-// plain malloc, and their transfer to the first GPU device of the first OpenCL platform. Prints the
-// milliseconds.
+// plain malloc, and their transfer to the first GPU device of the first OpenCL platform. Prints one JSON
+// object: the milliseconds that passed, and those of the processor.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 
+#include "benchmarks/processorTime.h"
 #include "opencl/GpuOpenCL_Loader.h"
 #include "opencl/HostArray.h"
 
@@ -57,8 +58,11 @@ int main() {
         return 1;
     cl_device_id device = firstDevice();
     const auto began = std::chrono::steady_clock::now();
+    const double beganProcessor = processorMilliseconds();
     const bool done = device != nullptr && run(device);
     const auto ended = std::chrono::steady_clock::now();
-    std::printf("%.3f\n", std::chrono::duration<double, std::milli>(ended - began).count());
+    std::printf("{\"total_ms\": %.3f, \"processor_ms\": %.3f}\n",
+                std::chrono::duration<double, std::milli>(ended - began).count(),
+                processorMilliseconds() - beganProcessor);
     return done ? 0 : 1;
 }

@@ -36,7 +36,7 @@ class Companion:
         """Waits for the end of an update cycle that was not waited for yet. So several companions can be waited for in
         turn, cycle after cycle, whichever publishes first."""
         deadline = time.monotonic() + 3 * CYCLE_SECONDS
-        while self.published() in (self._seen, None) or not self.is_ready():
+        while self.published() == self._seen or not self.is_ready():
             if not self._is_running() or time.monotonic() > deadline:
                 sys.exit("the companion does not publish")
             time.sleep(0.1)

@@ -315,12 +315,29 @@ class Programs(simulated.SimulatedCase):
         self.assertGreaterEqual(cost["measured_ms"], cost["measured_rounds_ms"])
         self.assertGreater(cost["total_ms"], cost["rounds_ms"] + cost["builds_ms"])
         self.assertGreater(cost["score"], 0)
+        # The builds do nothing but wait, and take no processor time.
+        self.assertGreater(cost["outside_processor_ms"], 0)
+        self.assertLess(cost["outside_processor_ms"], cost["total_ms"] - cost["rounds_ms"] - 50)
         self.assertEqual(run.report.live, {})
+
+    def test_rounds_that_compute_are_not_outside(self):
+        text = (simulated.SOURCE / "simulator/machines/workstation.machine").read_text(encoding="utf-8")
+        machine = self.described(text.replace("[machine]\n", "[machine]\nfast_random = yes\n"),
+                                 program=PROGRAMS / "benchmarkCost")
+        run = machine.run("1")
+        self.assertEqual(run.exit_code, 0, run.output)
+        cost = json.loads(run.output)
+        # A round takes two seconds of every processor; outside of them one thread works.
+        self.assertGreater(cost["rounds_ms"], 1000)
+        self.assertLess(cost["outside_processor_ms"], cost["total_ms"] - cost["rounds_ms"] + 200)
 
     def test_floor_of_the_benchmark(self):
         run = self.simulation("scripted", program=PROGRAMS / "benchmarkFloor").run()
         self.assertEqual(run.exit_code, 0, run.output)
-        self.assertGreater(float(run.output), 0)
+        cost = json.loads(run.output)
+        self.assertGreater(cost["processor_ms"], 0)
+        # One thread of its own: it has no more of the processor than the time that passes.
+        self.assertLessEqual(cost["processor_ms"], cost["total_ms"] + 1)
         self.assertEqual((run.report.calls["clEnqueueWriteBuffer"], run.report.live), (2, {}))
 
     def test_lock_time(self):
