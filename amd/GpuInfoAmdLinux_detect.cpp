@@ -11,7 +11,7 @@
 
 namespace {
 
-// Cards below this are the carve-outs of integrated graphics, which no render job fits.
+// Below this are the carve-outs of integrated graphics and the smallest cards, which no render job fits.
 constexpr quint32 minMemoryMb = 2000;
 
 constexpr std::size_t extensionsRoom = 4096;

@@ -19,8 +19,11 @@ enum GpuType : std::uint8_t {
 /// One GPU. A figure is meaningful only while its `has…` marker is non-zero: 0 is a reading, never "unknown".
 /// A new record is zero-filled but for `deviceIndex`.
 struct GpuDevice {
-    std::uint8_t statsValid = 0; ///< 1: the live figures were read in the current update cycle
-    char name[64] = {};          ///< as the driver gave it, NUL-terminated
+    /// 1: the provider has this GPU. It sets it at each refresh (AMD's as soon as the card is found) and
+    /// never clears it in its own record; the driver clears it in the list before each cycle, so that there
+    /// it tells which GPUs the current cycle has.
+    std::uint8_t statsValid = 0;
+    char name[64] = {}; ///< as the driver gave it, NUL-terminated
     std::uint8_t reserved65 = 0;
     std::uint8_t optixCapable = 0;  ///< NVIDIA: compute capability 7.5 or newer
     std::uint8_t amdRayTracing = 0; ///< AMD: the OpenCL device offers ray tracing

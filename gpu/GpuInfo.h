@@ -18,12 +18,13 @@ class GpuInfo {
     GpuInfo& operator=(const GpuInfo&) = delete;
 
     /// Lists the vendor's GPUs, one record each, paired with its OpenCL device where there is one.
-    /// Appends to the list, so it is called once. Non-zero as the provider defines; 0 is no failure of the
-    /// program.
+    /// Appends to the list, so it is called once. 1 when it came to something, else 0, as each provider
+    /// tells for itself; neither is a failure of the program, which goes by `gpuCount`.
     virtual int detectGpus() = 0;
 
-    /// Reads every record's live figures anew and, when asked, its benchmark score. Absent figures have their
-    /// marker cleared and keep the old number. Always non-zero.
+    /// Reads every record's live figures anew and, when asked, its benchmark score. A figure that can't be
+    /// read has its marker cleared and keeps the old number; the memory's total keeps its marker too, since a
+    /// card does not change its size. Always 1.
     virtual int updateUsage(const bool& doBenchmark) = 0;
 
     /// Ends the use of the vendor's interface. 0 when the vendor's own shutdown fails.

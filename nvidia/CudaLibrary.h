@@ -20,8 +20,9 @@ class CudaLibrary {
     CudaLibrary(const CudaLibrary&) = delete;
     CudaLibrary& operator=(const CudaLibrary&) = delete;
 
-    /// CUDA's status, 0 for success; `count` is set then only.
+    /// CUDA's status, 0 for success. `count` is the library's to set, and may be set by a failing call.
     virtual int deviceCount(int& count) const = 0;
+    /// The same for one device; after a failure `properties` may hold half an answer.
     virtual int deviceProperties(CudaDeviceProperties& properties, int device) const = 0;
 };
 

@@ -107,7 +107,8 @@ bool Run::prepare() {
     return true;
 }
 
-// A transfer that fails is not looked at here: it shows in the results, which are then zero.
+// A transfer that fails is not looked at: the rounds then work on what the buffer happens to hold, which
+// takes them as long. A device that does not work at all shows in the results and in the rounds' time.
 void Run::upload(cl_mem buffer, const HostArray<float>& data) {
     call(table().clEnqueueWriteBuffer, context.queue, buffer, CL_TRUE, 0, geometry.bytes(), data.get(), 0,
          nullptr, nullptr);
