@@ -41,9 +41,9 @@ void readBus(AmdOclCandidate& candidate) {
 
 std::vector<AmdOclCandidate> collectAmdOclCandidates(const OpenCLPlatforms& platforms) {
     std::vector<AmdOclCandidate> candidates;
-    for (std::size_t i = 0; i < platforms.listed.size(); ++i) {
-        logOpenCLPlatform(i, platforms.listed[i]);
-        for (cl_device_id device : listOpenCLGpuDevices(platforms.listed[i])) {
+    for (const OpenCLPlatform& platform : platforms.listed) {
+        logOpenCLPlatform(platform);
+        for (cl_device_id device : listOpenCLGpuDevices(platform)) {
             AmdOclCandidate candidate;
             candidate.device = device;
             candidate.name =

@@ -7,14 +7,9 @@ namespace {
 // As CUDA calls it: no usable device is there.
 constexpr int cudaErrorNoDevice = 100;
 
-struct Answer {
-    int status;
-    CudaDeviceProperties properties;
-};
-
 struct Cuda {
     std::unique_ptr<CudaLibrary> library;
-    std::map<int, Answer> answers; ///< by device
+    std::map<int, CudaDeviceProperties> known; ///< what devices have told, by their number
 };
 
 Cuda cuda;
@@ -35,7 +30,7 @@ bool GpuCuda_Loader::isLoaded() {
 
 void GpuCuda_Loader::unload() {
     cuda.library.reset();
-    cuda.answers.clear();
+    cuda.known.clear();
 }
 
 int GpuCuda_Loader::cudaGetDeviceCount(int* count) {
@@ -45,13 +40,14 @@ int GpuCuda_Loader::cudaGetDeviceCount(int* count) {
 int GpuCuda_Loader::cudaGetDeviceProperties(CudaDeviceProperties* properties, int device) {
     if (!isLoaded() || device < 0)
         return cudaErrorNoDevice;
-    auto known = cuda.answers.find(device);
-    if (known == cuda.answers.end()) {
-        Answer answer{};
-        answer.status = cuda.library->deviceProperties(answer.properties, device);
-        known = cuda.answers.emplace(device, answer).first;
+    const auto known = cuda.known.find(device);
+    if (known != cuda.known.end()) {
+        *properties = known->second;
+        return 0;
     }
-    if (known->second.status == 0)
-        *properties = known->second.properties;
-    return known->second.status;
+    CudaDeviceProperties told;
+    const int status = cuda.library->deviceProperties(told, device);
+    if (status == 0)
+        *properties = cuda.known[device] = told;
+    return status;
 }

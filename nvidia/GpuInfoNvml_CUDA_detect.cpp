@@ -37,9 +37,8 @@ bool isOptixCapable(int cudaDevice) {
     return properties.major > 7 || (properties.major == 7 && properties.minor > 4);
 }
 
-/// How an OpenCL device told that it is on the GPU's bus; null when it is not. Only the low byte counts,
-/// since one driver reports the bus in a byte. A device that answers the vendor's own attribute is not asked
-/// the other.
+/// How an OpenCL device told that it is on the GPU's bus; null when it is not. Only the low byte counts, all
+/// that a PCI bus number has. A device that answers the vendor's own attribute is not asked the other.
 const char* busAttributeThatMatches(cl_device_id device, unsigned int bus) {
     cl_uint vendorBus = 0;
     if (readOpenCLDevice(device, deviceAttribute_PciBusIdNv, vendorBus))
@@ -79,8 +78,8 @@ int GpuInfoNvml_CUDA::detectGpus() {
         return withoutOpenCL("%1 CUDA GPU(s) found (no OpenCL platform, no benchmark)");
     }
     logLine(5, QStringLiteral("CUDA GPU OpenCL: %1 platform(s) found").arg(platforms.reported));
-    for (std::size_t i = 0; i < platforms.listed.size(); ++i)
-        logOpenCLPlatform(i, platforms.listed[i]);
+    for (const OpenCLPlatform& platform : platforms.listed)
+        logOpenCLPlatform(platform);
     for (int i = 0; i < gpus.size(); ++i)
         matchOpenCLDevice(*gpus[i], handles[i], platforms);
     logCount(3, "%1 CUDA GPU(s) found");
@@ -136,9 +135,10 @@ void GpuInfoNvml_CUDA::matchOpenCLDevice(GpuDevice& gpu, nvmlDevice_t handle,
         logLine(2, QStringLiteral("CUDA GPU '%1': failed to get PCI info from NVML.").arg(name));
         return;
     }
-    for (cl_platform_id platform : platforms.listed)
+    for (const OpenCLPlatform& platform : platforms.listed)
         for (cl_device_id device : listOpenCLGpuDevices(platform)) {
-            // Every device is asked its name first, as AMD's are, so that a trace of the calls reads by it.
+            // For the traces alone that people take of the calls: a device's name stands before what it is
+            // asked, as with AMD's.
             openCLDeviceText(device, CL_DEVICE_NAME, openCLNameRoom);
             if (const char* attribute = busAttributeThatMatches(device, pci.bus)) {
                 setOpenCLDevice(gpu, device);

@@ -9,17 +9,12 @@ VendorLibrary<GpuNvml_Table> nvml;
 } // namespace
 
 int GpuNvml_Loader::load(const DynamicLoader& loader) {
-    switch (nvml.load({"libnvidia-ml.so.1", "libnvidia-ml.so"}, loader)) {
-    case LoadResult::NotFound:
-        std::puts("libnvidia-ml.so not found - no Nvidia GPU or driver not installed");
-        return 0;
-    case LoadResult::Incomplete:
-        std::puts("GpuNvml_Loader: required functions not found");
-        return 0;
-    case LoadResult::Loaded:
-        break;
-    }
-    return 1;
+    const auto report = [](LoadFailure failure) {
+        std::puts(failure == LoadFailure::NotFound
+                      ? "libnvidia-ml.so not found - no Nvidia GPU or driver not installed"
+                      : "GpuNvml_Loader: required functions not found");
+    };
+    return nvml.load({"libnvidia-ml.so.1", "libnvidia-ml.so"}, loader, report) ? 1 : 0;
 }
 
 bool GpuNvml_Loader::isLoaded() {

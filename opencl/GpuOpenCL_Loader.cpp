@@ -7,17 +7,12 @@ VendorLibrary<GpuOpenCL_Table> openCL;
 } // namespace
 
 int GpuOpenCL_Loader::load(const DynamicLoader& loader) {
-    switch (openCL.load({"libOpenCL.so.1", "libOpenCL.so"}, loader)) {
-    case LoadResult::NotFound:
-        logLine(2, QStringLiteral("OpenCL library not found\n"));
-        return 0;
-    case LoadResult::Incomplete:
-        logLine(2, QStringLiteral("OpenCL: required functions not found\n"));
-        return 0;
-    case LoadResult::Loaded:
-        break;
-    }
-    return 1;
+    const auto report = [](LoadFailure failure) {
+        logLine(2, failure == LoadFailure::NotFound
+                       ? QStringLiteral("OpenCL library not found\n")
+                       : QStringLiteral("OpenCL: required functions not found\n"));
+    };
+    return openCL.load({"libOpenCL.so.1", "libOpenCL.so"}, loader, report) ? 1 : 0;
 }
 
 bool GpuOpenCL_Loader::isLoaded() {

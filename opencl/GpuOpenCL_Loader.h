@@ -2,6 +2,7 @@
 // the whole process, without locks or counts of its users: the main thread alone loads, uses and unloads it.
 #pragma once
 
+#include <tuple>
 #include <type_traits>
 
 #include <CL/cl.h>
@@ -84,16 +85,21 @@ struct AsDeclared {
     using type = Type;
 };
 
-/// Calls an entry point of the table. One that the library lacks answers as a failing call would: a status of
-/// CL_INVALID_OPERATION, or a null object.
+/// Calls an entry point of the table. One that is missing answers as a failing call would, with a status of
+/// CL_INVALID_OPERATION: as its result, or, where the result is an object, with a null one and behind the
+/// last argument, where all of these have it.
 template <class Result, class... Parameters>
 Result call(Result (*entryPoint)(Parameters...), typename AsDeclared<Parameters>::type... arguments) {
     if (entryPoint != nullptr)
         return entryPoint(arguments...);
-    if constexpr (std::is_pointer_v<Result>)
+    if constexpr (std::is_pointer_v<Result>) {
+        cl_int* status = std::get<sizeof...(Parameters) - 1>(std::tie(arguments...));
+        if (status != nullptr)
+            *status = CL_INVALID_OPERATION;
         return nullptr;
-    else
+    } else {
         return CL_INVALID_OPERATION;
+    }
 }
 
 } // namespace GpuOpenCL_Loader

@@ -16,12 +16,13 @@ namespace {
 constexpr cl_uint platformRoom = 8;
 constexpr cl_uint deviceRoom = 12;
 
-// A library may report more than the room it was given, and leave entries unset.
-template <class Handle, std::size_t Room>
-std::vector<Handle> returnedEntries(const std::array<Handle, Room>& entries, cl_uint reported) {
-    std::vector<Handle> listed(entries.begin(), entries.begin() + std::min<std::size_t>(reported, Room));
-    listed.erase(std::remove(listed.begin(), listed.end(), nullptr), listed.end());
-    return listed;
+// A library may report more than the room it was given, and leave entries unset: `add(place, handle)` for
+// each that it really gave.
+template <class Handle, std::size_t Room, class Add>
+void forReturnedEntries(const std::array<Handle, Room>& entries, cl_uint reported, Add add) {
+    for (std::size_t place = 0; place < std::min<std::size_t>(reported, Room); ++place)
+        if (entries[place] != nullptr)
+            add(place, entries[place]);
 }
 
 QByteArray textUpToTerminator(const QByteArray& buffer) {
@@ -36,26 +37,32 @@ QString pciBusText(cl_uint bus) {
 }
 
 OpenCLPlatforms listOpenCLPlatforms() {
-    std::array<cl_platform_id, platformRoom> platforms{};
-    cl_uint reported = 0;
+    std::array<cl_platform_id, platformRoom> entries{};
+    OpenCLPlatforms platforms;
     // The count alone tells: a library without platforms answers an error or a success with none.
-    call(table().clGetPlatformIDs, platformRoom, platforms.data(), &reported);
-    return {reported, returnedEntries(platforms, reported)};
+    call(table().clGetPlatformIDs, platformRoom, entries.data(), &platforms.reported);
+    forReturnedEntries(entries, platforms.reported, [&](std::size_t place, cl_platform_id id) {
+        platforms.listed.push_back({place, id});
+    });
+    return platforms;
 }
 
-void logOpenCLPlatform(std::size_t number, cl_platform_id platform) {
+void logOpenCLPlatform(const OpenCLPlatform& platform) {
     QByteArray name(static_cast<int>(openCLNameRoom), '\0');
-    call(table().clGetPlatformInfo, platform, CL_PLATFORM_NAME, openCLNameRoom, name.data(), nullptr);
+    call(table().clGetPlatformInfo, platform.id, CL_PLATFORM_NAME, openCLNameRoom, name.data(), nullptr);
     logLine(5, QStringLiteral("  OpenCL platform %1: %2")
-                   .arg(QString::number(number), QString::fromUtf8(textUpToTerminator(name))));
+                   .arg(QString::number(platform.number), QString::fromUtf8(textUpToTerminator(name))));
 }
 
-std::vector<cl_device_id> listOpenCLGpuDevices(cl_platform_id platform) {
-    std::array<cl_device_id, deviceRoom> devices{};
+std::vector<cl_device_id> listOpenCLGpuDevices(const OpenCLPlatform& platform) {
+    std::array<cl_device_id, deviceRoom> entries{};
     cl_uint reported = 0;
-    const cl_int status =
-        call(table().clGetDeviceIDs, platform, CL_DEVICE_TYPE_GPU, deviceRoom, devices.data(), &reported);
-    return status == CL_SUCCESS ? returnedEntries(devices, reported) : std::vector<cl_device_id>();
+    std::vector<cl_device_id> devices;
+    if (call(table().clGetDeviceIDs, platform.id, CL_DEVICE_TYPE_GPU, deviceRoom, entries.data(),
+             &reported) == CL_SUCCESS)
+        forReturnedEntries(entries, reported,
+                           [&](std::size_t, cl_device_id device) { devices.push_back(device); });
+    return devices;
 }
 
 QByteArray openCLDeviceText(cl_device_id device, cl_device_info attribute, std::size_t room) {

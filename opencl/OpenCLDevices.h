@@ -32,21 +32,27 @@ constexpr std::size_t openCLNameRoom = 256;
 /// A PCI bus number as messages have it behind "0x".
 QString pciBusText(cl_uint bus);
 
+struct OpenCLPlatform {
+    std::size_t number = 0; ///< its place in the library's own list, from 0
+    cl_platform_id id = nullptr;
+};
+
 struct OpenCLPlatforms {
     cl_uint reported = 0;               ///< how many there are; may exceed the list
-    std::vector<cl_platform_id> listed; ///< at most 8
+    std::vector<OpenCLPlatform> listed; ///< at most 8, without those whose entry the library left unset
 };
 
 /// The library's platforms; none reported when the call fails to tell.
 OpenCLPlatforms listOpenCLPlatforms();
 
-/// Logs at level 5 the number and name of a listed platform.
-void logOpenCLPlatform(std::size_t number, cl_platform_id platform);
+/// Logs at level 5 the number and name of a platform.
+void logOpenCLPlatform(const OpenCLPlatform& platform);
 
 /// At most 12 GPU devices of a platform; none when the call fails.
-std::vector<cl_device_id> listOpenCLGpuDevices(cl_platform_id platform);
+std::vector<cl_device_id> listOpenCLGpuDevices(const OpenCLPlatform& platform);
 
-/// A text attribute of a device, at most `room` bytes, empty when it can't be read.
+/// A text attribute of a device, at most `room` bytes: what the device writes, whatever status it gives.
+/// Empty when it writes nothing.
 QByteArray openCLDeviceText(cl_device_id device, cl_device_info attribute, std::size_t room);
 
 /// Reads a fixed-size attribute into `value`. False when the device does not answer it.

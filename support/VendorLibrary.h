@@ -8,7 +8,8 @@
 /// Whether a library is of use without an entry point.
 enum class EntryPoint { Required, Optional };
 
-enum class LoadResult { Loaded, NotFound, Incomplete };
+/// Why a library is not loaded: no file of its names opens, or it lacks a required entry point.
+enum class LoadFailure { NotFound, Incomplete };
 
 /// Either unloaded, with a table of null pointers, or loaded, with every required pointer set. Never unloads
 /// by itself. `Table` has function pointers and `template <class Visit> void walk(Visit)`, which calls
@@ -17,23 +18,29 @@ template <class Table>
 class VendorLibrary {
   public:
     /// Opens the first of `names` that opens and fills the table; every entry point is looked up before the
-    /// result is known. Loaded at once when it already is. A library that lacks a required entry point is
-    /// closed again.
-    LoadResult load(std::initializer_list<const char*> names, const DynamicLoader& from) {
+    /// result is known. True at once when it is loaded already. A failure is told to `report(LoadFailure)`,
+    /// and only then is a library closed that lacks a required entry point: its own code runs as it is
+    /// closed, and may print or crash.
+    template <class Report>
+    bool load(std::initializer_list<const char*> names, const DynamicLoader& from, Report report) {
         if (isLoaded())
-            return LoadResult::Loaded;
+            return true;
         loader = from;
         library = loader.openFirst(names);
-        if (library == nullptr)
-            return LoadResult::NotFound;
+        if (library == nullptr) {
+            report(LoadFailure::NotFound);
+            return false;
+        }
         bool complete = true;
         entryPoints.walk([&](const char* name, auto& function, EntryPoint need) {
             if (!loader.resolve(library, name, function) && need == EntryPoint::Required)
                 complete = false;
         });
-        if (!complete)
+        if (!complete) {
+            report(LoadFailure::Incomplete);
             unload();
-        return complete ? LoadResult::Loaded : LoadResult::Incomplete;
+        }
+        return complete;
     }
 
     bool isLoaded() const { return library != nullptr; }

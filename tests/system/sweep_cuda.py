@@ -4,12 +4,12 @@ from sweep_machine import CUDA_DRIVER, DRIVER_LIBRARY, NVIDIA, PROPERTIES, RUNTI
 
 
 class CudaOracle:
-    """The first library that answers a count; a device's properties are asked once."""
+    """The first library that answers a count; a device that has told its properties is not asked again."""
 
     def __init__(self, libraries):
         self._libraries = libraries
         self._way = None
-        self._known = {}
+        self._known = set()
         for version in (13, 12, 11):
             if self._way is None and version in libraries.cudart:
                 self._try_runtime(version)
@@ -41,5 +41,7 @@ class CudaOracle:
     def _is_known(self, index):
         if index not in self._known:
             asked = ["cuDeviceGet"] + 3 * ["cuDeviceGetAttribute"] if self._way == "driver" else [self._way]
-            self._known[index] = all(self._libraries.call(function) == 0 for function in asked)
-        return self._known[index]
+            if any(self._libraries.call(function) != 0 for function in asked):
+                return False
+            self._known.add(index)
+        return True

@@ -15,6 +15,7 @@ class AmdProvider : public GpuInfoAmdLinux {
     using GpuInfoAmdLinux::GpuInfoAmdLinux;
 
     const GpuDevice& record(int index) const { return *gpus.at(index); }
+    GpuDevice& edit(int index) { return *gpus.at(index); }
 
     /// The record of a name; must be there.
     const GpuDevice& named(const char* name) const {

@@ -1,5 +1,6 @@
 #include "tests/unit/FakeCalls.h"
 
+#include <map>
 #include <vector>
 
 namespace {
@@ -13,6 +14,8 @@ struct Plan {
 
 QStringList record;
 std::vector<Plan> plans;
+std::map<QString, bool> answering;
+std::map<QString, std::function<void()>> actions;
 
 } // namespace
 
@@ -31,6 +34,9 @@ int FakeCalls::enter(const char* name, const QStringList& arguments) {
     for (Plan& plan : plans)
         if (plan.name == QLatin1String(name) && (++plan.calls == plan.nth || plan.nth == 0))
             status = plan.status;
+    const auto action = actions.find(QLatin1String(name));
+    if (action != actions.end())
+        action->second();
     return status;
 }
 
@@ -38,8 +44,23 @@ void FakeCalls::fail(const QString& name, int status, int nth) {
     plans.push_back({name, status, nth});
 }
 
+void FakeCalls::setAnswers(const QString& name, bool answers) {
+    answering[name] = answers;
+}
+
+bool FakeCalls::answers(const QString& name, int status) {
+    const auto planned = answering.find(name);
+    return planned != answering.end() ? planned->second : status == 0;
+}
+
+void FakeCalls::during(const QString& name, const std::function<void()>& action) {
+    actions[name] = action;
+}
+
 void FakeCalls::heal() {
     plans.clear();
+    answering.clear();
+    actions.clear();
 }
 
 const QStringList& FakeCalls::all() {

@@ -2,6 +2,8 @@
 // the failures that a test plans for them.
 #pragma once
 
+#include <functional>
+
 #include <QString>
 #include <QStringList>
 
@@ -16,7 +18,17 @@ int enter(const char* name, const QStringList& arguments);
 /// Lets the `nth` call of `name` from now on (the first is 1; 0: every one) answer `status`.
 void fail(const QString& name, int status, int nth = 0);
 
-/// Ends all plans; keeps the record.
+/// Lets every call of `name` write what it is asked for, or leave it out, whatever its status. Without this
+/// it answers when it succeeds.
+void setAnswers(const QString& name, bool answers);
+
+/// Whether a call of `name` with this status answers.
+bool answers(const QString& name, int status);
+
+/// Runs `action` in every call of `name`, once that is recorded.
+void during(const QString& name, const std::function<void()>& action);
+
+/// Ends all plans and actions; keeps the record.
 void heal();
 
 /// The record, and those of its calls whose text begins with one of `names` and "(".

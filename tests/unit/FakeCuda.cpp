@@ -9,6 +9,7 @@
 
 namespace {
 
+using FakeCalls::answers;
 using FakeCalls::enter;
 
 struct Runtime {
@@ -29,7 +30,7 @@ constexpr std::size_t roomToFill = 4096;
 template <int Slot>
 int getDeviceCount(int* count) {
     const int status = enter("cudaGetDeviceCount", {runtimes[Slot].file});
-    if (status == 0)
+    if (answers("cudaGetDeviceCount", status))
         *count = reported.value_or(static_cast<int>(runtimes[Slot].devices.size()));
     return status;
 }
@@ -59,7 +60,8 @@ int init(unsigned int flags) {
 
 int driverCount(int* count) {
     const int status = enter("cuDeviceGetCount", {});
-    *count = status == 0 ? static_cast<int>(driverDevices.size()) : *count;
+    if (answers("cuDeviceGetCount", status))
+        *count = static_cast<int>(driverDevices.size());
     return status;
 }
 

@@ -6,6 +6,7 @@
 
 namespace {
 
+using FakeCalls::answers;
 using FakeCalls::enter;
 
 std::vector<FakeNvmlDevice> devices;
@@ -34,7 +35,7 @@ nvmlReturn_t shutdown() {
 
 nvmlReturn_t getCount(unsigned int* count) {
     const int status = enter("nvmlDeviceGetCount_v2", {});
-    if (status == NVML_SUCCESS)
+    if (answers("nvmlDeviceGetCount_v2", status))
         *count = reported;
     return status;
 }
@@ -50,7 +51,7 @@ nvmlReturn_t getHandle(unsigned int index, nvmlDevice_t* handle) {
 
 nvmlReturn_t getPciInfo(nvmlDevice_t handle, nvmlPciInfo_t* pci) {
     const int status = enter("nvmlDeviceGetPciInfo_v3", {numberOf(handle)});
-    if (status == NVML_SUCCESS) {
+    if (answers("nvmlDeviceGetPciInfo_v3", status)) {
         // What is not the bus is filled too: a reader of another member is told nonsense.
         std::memset(pci, 0x5a, sizeof *pci);
         pci->bus = deviceOf(handle).bus;
@@ -64,7 +65,7 @@ nvmlReturn_t getName(nvmlDevice_t handle, char* name, unsigned int length) {
         if (name[i] != '\0')
             qFatal("the name's buffer is not zeroed");
     const QByteArray& text = deviceOf(handle).name;
-    if (status == NVML_SUCCESS)
+    if (answers("nvmlDeviceGetName", status))
         std::memcpy(name, text.constData(),
                     std::min<std::size_t>(length, static_cast<std::size_t>(text.size())));
     return status;
@@ -72,21 +73,21 @@ nvmlReturn_t getName(nvmlDevice_t handle, char* name, unsigned int length) {
 
 nvmlReturn_t getUtilization(nvmlDevice_t handle, nvmlUtilization_t* utilization) {
     const int status = enter("nvmlDeviceGetUtilizationRates", {numberOf(handle)});
-    if (status == NVML_SUCCESS)
+    if (answers("nvmlDeviceGetUtilizationRates", status))
         *utilization = {deviceOf(handle).utilization, 9999};
     return status;
 }
 
 nvmlReturn_t getTemperature(nvmlDevice_t handle, nvmlTemperatureSensors_t sensor, unsigned int* temperature) {
     const int status = enter("nvmlDeviceGetTemperature", {numberOf(handle), QString::number(sensor)});
-    if (status == NVML_SUCCESS)
+    if (answers("nvmlDeviceGetTemperature", status))
         *temperature = deviceOf(handle).temperature;
     return status;
 }
 
 nvmlReturn_t getMemory(nvmlDevice_t handle, nvmlMemory_t* memory) {
     const int status = enter("nvmlDeviceGetMemoryInfo", {numberOf(handle)});
-    if (status == NVML_SUCCESS)
+    if (answers("nvmlDeviceGetMemoryInfo", status))
         *memory = deviceOf(handle).memory;
     return status;
 }

@@ -33,7 +33,6 @@ struct FakeClScript {
     std::vector<double> roundMs = {10.0};
     QByteArray buildLog = QByteArray("no such type", 13); ///< as the driver writes it, terminator or not
     std::optional<std::size_t> buildLogSize;              ///< told instead of the text's size
-    bool failedCallsAnswer = false; ///< what fails gives its object or list all the same
 };
 
 namespace FakeOpenCL {

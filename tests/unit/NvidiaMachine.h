@@ -21,6 +21,7 @@ class NvidiaProvider : public GpuInfoNvml_CUDA {
     using GpuInfoNvml_CUDA::GpuInfoNvml_CUDA;
 
     const GpuDevice& record(int index) const { return *gpus.at(index); }
+    GpuDevice& edit(int index) { return *gpus.at(index); }
 };
 
 /// A machine without any library, and with an os-release file where the test writes one.

@@ -12,4 +12,7 @@ class VirtualTime {
 
     /// Lets time pass; sleeps where none of these lives.
     static void pass(double milliseconds);
+
+    /// From now on so much passes at each reading of the clock, behind it, until the living one ends.
+    static void passAtReadings(double milliseconds);
 };

@@ -52,10 +52,13 @@ class TestAmdOclCandidate : public QObject {
     void init();
     void bus_data();
     void bus();
+    void busWithoutAnswer_data();
+    void busWithoutAnswer();
     void names_data();
     void names();
     void listAndCalls();
     void failingPlatforms();
+    void nullEntries();
     void byBus_data();
     void byBus();
     void byName_data();
@@ -114,6 +117,26 @@ void TestAmdOclCandidate::bus() {
     QCOMPARE(printed, QByteArray());
 }
 
+// A success that writes nothing tells bus 0.
+void TestAmdOclCandidate::busWithoutAnswer_data() {
+    QTest::addColumn<Answers>("answers");
+    QTest::addColumn<QByteArray>("way");
+    QTest::newRow("topology") << Answers{0x0C, {}} << QByteArray("via AMD topology");
+    QTest::newRow("KHR") << Answers{{}, 0x0C} << QByteArray("via khr_pci_bus_info");
+}
+
+void TestAmdOclCandidate::busWithoutAnswer() {
+    QFETCH(Answers, answers);
+    QFETCH(QByteArray, way);
+    collect({{"p", {device("gfx", answers)}}});
+    FakeCalls::setAnswers("clGetDeviceInfo", false);
+    std::vector<AmdOclCandidate> candidates;
+    printed = printedBy([&] { candidates = collectAmdOclCandidates(listOpenCLPlatforms()); });
+    QVERIFY(candidates.at(0).busKnown);
+    QCOMPARE(candidates.at(0).bus, 0);
+    QCOMPARE(printed, "  OpenCL platform 0: p\n    OCL device '': PCI bus 0x0 (" + way + ")\n");
+}
+
 void TestAmdOclCandidate::names_data() {
     QTest::addColumn<QByteArray>("given");
     QTest::addColumn<QString>("name");
@@ -163,6 +186,20 @@ void TestAmdOclCandidate::failingPlatforms() {
     printedBy([&] { candidates = collectAmdOclCandidates(platforms); });
     QCOMPARE(candidates.size(), std::size_t(1));
     QCOMPARE(candidates[0].name, QString("b"));
+}
+
+// A platform keeps the number that the library's list gives it.
+void TestAmdOclCandidate::nullEntries() {
+    collect({{"one", {device("a")}}, {"two", {device("b")}}, {"three", {device("c"), device("d")}}});
+    FakeOpenCL::leavePlatformNull(1);
+    FakeOpenCL::leaveDeviceNull(0);
+    std::vector<AmdOclCandidate> candidates;
+    printed = printedBy([&] { candidates = collectAmdOclCandidates(listOpenCLPlatforms()); });
+    QCOMPARE(printed, QByteArray("  OpenCL platform 0: one\n"
+                                 "  OpenCL platform 2: three\n"
+                                 "    OCL device 'd': no PCI bus info available, name-match only\n"));
+    QCOMPARE(candidates.size(), std::size_t(1));
+    QCOMPARE(candidates[0].device, FakeOpenCL::device(2, 1));
 }
 
 void TestAmdOclCandidate::byBus_data() {

@@ -38,6 +38,7 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
     void createContextCalls();
     void createContextFails();
     void createQueueFails();
+    void createContextWithoutLibrary();
     void buildKernelCalls();
     void buildKernelAgain();
     void buildKernelFails_data();
@@ -138,6 +139,16 @@ void TestGpuBenchmarkOpenCL_Context::createQueueFails() {
     QCOMPARE(FakeCalls::all().last(), QString("clReleaseContext(context1)"));
     logLevel = 0;
     QCOMPARE(printedBy([&] { createContext(context, FakeOpenCL::device(0, 0)); }), QByteArray());
+}
+
+void TestGpuBenchmarkOpenCL_Context::createContextWithoutLibrary() {
+    GpuOpenCL_Loader::unload();
+    GpuBenchmarkOpenCL_Context context;
+    int result = 1;
+    const QByteArray printed = printedBy([&] { result = createContext(context, FakeOpenCL::device(0, 0)); });
+    QCOMPARE(printed, line("clCreateContext failed: CL_UNKNOWN_ERROR"));
+    QCOMPARE(result, 0);
+    QVERIFY(context.context == nullptr && context.queue == nullptr);
 }
 
 void TestGpuBenchmarkOpenCL_Context::buildKernelCalls() {

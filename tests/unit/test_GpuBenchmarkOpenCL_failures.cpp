@@ -1,4 +1,7 @@
-// The benchmark's run where something fails: the message, and that nothing stays behind.
+// The benchmark's run where something fails: the message, where it is looked at, and that nothing stays
+// behind.
+#include <functional>
+
 #include <QtTest>
 
 #include <malloc.h>
@@ -28,6 +31,9 @@ namespace {
 // Arrays of 256 KiB: large enough to stand out in the heap's figures.
 constexpr Geometry small = {{256, 256}, {256, 1}};
 
+// More than any machine has.
+constexpr Geometry tooLarge = {{std::size_t(1) << 40, 1024}, {256, 1}};
+
 float run(const Geometry& geometry = small, double seconds = 0.005) {
     const VirtualTime time;
     GpuBenchmarkOpenCL_Context context;
@@ -49,6 +55,8 @@ const QStringList releases = {"clReleaseMemObject", "clReleaseKernel", "clReleas
 
 } // namespace
 
+Q_DECLARE_METATYPE(std::function<void()>)
+
 class TestGpuBenchmarkOpenCL_failures : public QObject {
     Q_OBJECT
 
@@ -67,9 +75,12 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
     void warmupTooFast();
     void roundTooFast_data();
     void roundTooFast();
+    void levels_data();
+    void levels();
     void noMemory();
     void noMemoryForTheSecondArray();
     void nextRunSucceeds();
+    void measuringFailuresAreNotLookedAt();
 };
 
 void TestGpuBenchmarkOpenCL_failures::init() {
@@ -120,8 +131,9 @@ void TestGpuBenchmarkOpenCL_failures::failingCall() {
     QFETCH(int, nth);
     QFETCH(int, status);
     QFETCH(bool, givesObject);
-    FakeOpenCL::script().failedCallsAnswer = givesObject;
     FakeCalls::fail(call, status, nth);
+    if (givesObject && call.startsWith("clCreate"))
+        FakeCalls::setAnswers(call, true);
     float score = -1.0F;
     const std::size_t before = heapBytes();
     const QByteArray printed = printedBy([&] { score = run(); });
@@ -264,10 +276,39 @@ void TestGpuBenchmarkOpenCL_failures::roundTooFast() {
     QCOMPARE(FakeCalls::count("clEnqueueReadBuffer"), 1);
 }
 
+void TestGpuBenchmarkOpenCL_failures::levels_data() {
+    QTest::addColumn<std::function<void()>>("spoil");
+    QTest::addColumn<bool>("noMemory");
+    const auto row = [](const char* name, const std::function<void()>& spoil, bool noMemory = false) {
+        QTest::newRow(name) << spoil << noMemory;
+    };
+    row(
+        "no memory", [] {}, true);
+    for (int nth : {1, 2, 3})
+        row(qPrintable(QString("buffer %1").arg(nth)), [nth] { FakeCalls::fail("clCreateBuffer", -4, nth); });
+    row("warm-up fails", [] { FakeCalls::fail("clFinish", -5); });
+    row("zero results of the warm-up", [] { FakeCalls::fail("clEnqueueReadBuffer", -5, 1); });
+    row("warm-up too fast", [] { FakeOpenCL::script().roundMs = {0.25}; });
+    row("round too fast", [] { FakeOpenCL::script().roundMs = {10.0, 0.0}; });
+    row("zero results", [] { FakeCalls::fail("clEnqueueReadBuffer", -5, 2); });
+}
+
+void TestGpuBenchmarkOpenCL_failures::levels() {
+    QFETCH(std::function<void()>, spoil);
+    QFETCH(bool, noMemory);
+    for (int level : {0, 1}) {
+        init();
+        spoil();
+        logLevel = level;
+        float score = -1.0F;
+        QCOMPARE(printedBy([&] { score = run(noMemory ? tooLarge : small); }).count('\n'), level);
+        QCOMPARE(score, 0.0F);
+    }
+}
+
 void TestGpuBenchmarkOpenCL_failures::noMemory() {
-    const Geometry more = {{std::size_t(1) << 40, 1024}, {256, 1}};
     float score = -1.0F;
-    const QByteArray printed = printedBy([&] { score = run(more); });
+    const QByteArray printed = printedBy([&] { score = run(tooLarge); });
     QCOMPARE(printed, line("malloc failed"));
     QCOMPARE(score, 0.0F);
     QCOMPARE(FakeCalls::all(), QStringList({"clCreateContext(null, 1, device0.0, null, null)",
@@ -309,6 +350,21 @@ void TestGpuBenchmarkOpenCL_failures::nextRunSucceeds() {
     printedBy([] { run(); });
     FakeCalls::heal();
     QVERIFY(run() > 0.0F);
+}
+
+void TestGpuBenchmarkOpenCL_failures::measuringFailuresAreNotLookedAt() {
+    logLevel = 5;
+    for (const char* call : {"clEnqueueWriteBuffer", "clSetKernelArg"})
+        FakeCalls::fail(call, -5);
+    FakeCalls::fail("clEnqueueNDRangeKernel", -5, 2); // the first is the warm-up's
+    FakeCalls::fail("clFinish", -36, 2);
+    for (const char* call : {"clReleaseMemObject", "clReleaseKernel", "clReleaseCommandQueue"})
+        FakeCalls::fail(call, -5);
+    float score = -1.0F;
+    const QByteArray printed = printedBy([&] { score = run(); });
+    QVERIFY(score > 0.0F);
+    QCOMPARE(printed.count("failed"), 0);
+    QCOMPARE(FakeCalls::count("clReleaseCommandQueue"), 1);
 }
 
 QTEST_APPLESS_MAIN(TestGpuBenchmarkOpenCL_failures)

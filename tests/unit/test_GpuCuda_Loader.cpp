@@ -51,7 +51,8 @@ class TestGpuCuda_Loader : public QObject {
     void unusableDriver();
     void loadsOnce();
     void loadsAgainWhenThereWasNothing();
-    void devicesAreAskedOnce();
+    void devicesAnswerOnce();
+    void failingDevicesAreAskedAgain();
     void devicesThatAreNotThere();
     void failingCount();
     void nothingIsClosed();
@@ -270,16 +271,15 @@ void TestGpuCuda_Loader::loadsAgainWhenThereWasNothing() {
     QCOMPARE(load(), 1);
 }
 
-void TestGpuCuda_Loader::devicesAreAskedOnce() {
+void TestGpuCuda_Loader::devicesAnswerOnce() {
     installRuntime("libcudart.so.12", {{0x41, 8, 9}, {0x42, 8, 9}});
     load();
-    FakeCalls::fail("cudaGetDeviceProperties", 46, 2);
     CudaDeviceProperties properties;
     for (int time = 0; time < 3; ++time) {
         QCOMPARE(GpuCuda_Loader::cudaGetDeviceProperties(&properties, 0), 0);
         QCOMPARE(properties.pciBusID, 0x41);
-        QCOMPARE(GpuCuda_Loader::cudaGetDeviceProperties(&properties, 1), 46);
-        QCOMPARE(properties.pciBusID, 0x41);
+        QCOMPARE(GpuCuda_Loader::cudaGetDeviceProperties(&properties, 1), 0);
+        QCOMPARE(properties.pciBusID, 0x42);
     }
     QCOMPARE(FakeCalls::of({"cudaGetDeviceProperties"}),
              QStringList({"cudaGetDeviceProperties(libcudart.so.12, 0)",
@@ -287,6 +287,20 @@ void TestGpuCuda_Loader::devicesAreAskedOnce() {
     GpuCuda_Loader::unload(); // what was told is forgotten with the library
     load();
     QCOMPARE(GpuCuda_Loader::cudaGetDeviceProperties(&properties, 1), 0);
+    QCOMPARE(FakeCalls::count("cudaGetDeviceProperties"), 3);
+}
+
+void TestGpuCuda_Loader::failingDevicesAreAskedAgain() {
+    installRuntime("libcudart.so.12", {{0x41, 8, 9}, {0x42, 8, 9}});
+    load();
+    FakeCalls::fail("cudaGetDeviceProperties", 46, 1);
+    FakeCalls::fail("cudaGetDeviceProperties", 999, 2);
+    CudaDeviceProperties properties;
+    QCOMPARE(GpuCuda_Loader::cudaGetDeviceProperties(&properties, 1), 46);
+    QCOMPARE(GpuCuda_Loader::cudaGetDeviceProperties(&properties, 1), 999);
+    QCOMPARE(properties.pciBusID, 0);
+    QCOMPARE(GpuCuda_Loader::cudaGetDeviceProperties(&properties, 1), 0);
+    QCOMPARE(properties.pciBusID, 0x42);
 }
 
 void TestGpuCuda_Loader::devicesThatAreNotThere() {

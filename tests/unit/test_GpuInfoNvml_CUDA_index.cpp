@@ -22,11 +22,15 @@ class TestGpuInfoNvml_CUDA_index : public QObject {
     void cudaIndex_data();
     void cudaIndex();
     void pciInfoFails();
-    void cudaIsAskedOnceADevice();
+    void cudaDevicesAnswerOnce();
     void busIsComparedWhole();
     void optix_data();
     void optix();
     void failingCudaDevice();
+    void cudaDeviceThatFailsOnce();
+    void failingCount_data();
+    void failingCount();
+    void successWithoutAnswer();
     void countThatLies();
 };
 
@@ -62,13 +66,14 @@ void TestGpuInfoNvml_CUDA_index::pciInfoFails() {
     FakeNvml::install(twoGpus);
     installCuda({{0x65, 8, 9}, {0xC1, 8, 9}});
     FakeCalls::fail("nvmlDeviceGetPciInfo_v3", 3, 1);
-    QCOMPARE(machine.detect().count('\n'), 2 + 7 + 1); // nothing but the lines on OpenCL's absence
+    FakeCalls::setAnswers("nvmlDeviceGetPciInfo_v3", true); // what the failing one writes is no place
+    QCOMPARE(machine.detect().count('\n'), 2 + 7 + 1);      // nothing but the lines on OpenCL's absence
     QCOMPARE(machine.provider.record(0).deviceIndex, -1);
     QCOMPARE(int(machine.provider.record(0).optixCapable), 0);
     QCOMPARE(machine.provider.record(1).deviceIndex, 1);
 }
 
-void TestGpuInfoNvml_CUDA_index::cudaIsAskedOnceADevice() {
+void TestGpuInfoNvml_CUDA_index::cudaDevicesAnswerOnce() {
     NvidiaMachine machine;
     FakeNvml::install({{"a", 1}, {"b", 2}, {"c", 3}, {"d", 9}});
     installCuda({{1, 8, 0}, {2, 8, 0}, {3, 8, 0}});
@@ -125,6 +130,56 @@ void TestGpuInfoNvml_CUDA_index::failingCudaDevice() {
     QCOMPARE(int(machine.provider.record(0).optixCapable), 0);
     QCOMPARE(machine.provider.record(1).deviceIndex, 1);
     QCOMPARE(int(machine.provider.record(1).optixCapable), 1);
+}
+
+// CUDA's first device fails when the first GPU is looked for, and is the second's.
+void TestGpuInfoNvml_CUDA_index::cudaDeviceThatFailsOnce() {
+    NvidiaMachine machine;
+    FakeNvml::install(twoGpus);
+    installCuda({{0xC1, 7, 5}, {0x65, 8, 9}});
+    FakeCalls::fail("cudaGetDeviceProperties", 46, 1);
+    machine.detect();
+    QCOMPARE(machine.provider.record(0).deviceIndex, 1);
+    QCOMPARE(machine.provider.record(1).deviceIndex, 0);
+    QCOMPARE(int(machine.provider.record(1).optixCapable), 1);
+}
+
+// The count alone is looked at, not the status it comes with.
+void TestGpuInfoNvml_CUDA_index::failingCount_data() {
+    QTest::addColumn<bool>("answers");
+    QTest::addColumn<int>("index");
+    QTest::newRow("counts all the same") << true << 0;
+    QTest::newRow("does not count") << false << -1;
+}
+
+void TestGpuInfoNvml_CUDA_index::failingCount() {
+    QFETCH(bool, answers);
+    for (const char* call : {"cudaGetDeviceCount", "cuDeviceGetCount"}) {
+        NvidiaMachine machine;
+        FakeNvml::install({{"a", 1}});
+        if (call[2] == 'd')
+            installCuda({{1, 8, 9}});
+        else
+            FakeCuda::installDriver({{1, 8, 9}});
+        GpuCuda_Loader::load(FakeLoader::functions()); // usable, then
+        FakeCalls::fail(call, 46);
+        FakeCalls::setAnswers(call, answers);
+        machine.detect();
+        QTEST(machine.provider.record(0).deviceIndex, "index");
+    }
+}
+
+void TestGpuInfoNvml_CUDA_index::successWithoutAnswer() {
+    NvidiaMachine machine;
+    FakeNvml::install({{"a", 1}});
+    installCuda({{0, 8, 9}, {1, 8, 9}});
+    FakeCalls::setAnswers("nvmlDeviceGetPciInfo_v3", false);
+    machine.detect();
+    QCOMPARE(machine.provider.record(0).deviceIndex, 0); // a place that is not told is bus 0
+    FakeCalls::heal();
+    FakeCalls::setAnswers("cudaGetDeviceCount", false);
+    machine.detect();
+    QCOMPARE(machine.provider.record(1).deviceIndex, -1);
 }
 
 void TestGpuInfoNvml_CUDA_index::countThatLies() {

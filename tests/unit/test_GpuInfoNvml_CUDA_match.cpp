@@ -55,6 +55,9 @@ class TestGpuInfoNvml_CUDA_match : public QObject {
     void manyPlatforms();
     void nullEntries();
     void deviceNameFails();
+    void failingAttributeThatIsWritten();
+    void successWithoutAnswer_data();
+    void successWithoutAnswer();
 };
 
 void TestGpuInfoNvml_CUDA_match::wholeTextVerbose() {
@@ -271,7 +274,7 @@ void TestGpuInfoNvml_CUDA_match::nullEntries() {
     FakeOpenCL::leavePlatformNull(0);
     FakeOpenCL::leaveDeviceNull(0);
     FakeOpenCL::reportDevices(500);
-    machine.detect();
+    QVERIFY(machine.detect().contains("\n  OpenCL platform 1: q\n  A: ")); // as the library numbers it
     QCOMPARE(paired(machine.provider.record(0)), QString("1.1"));
 }
 
@@ -282,6 +285,37 @@ void TestGpuInfoNvml_CUDA_match::deviceNameFails() {
     FakeCalls::fail("clGetDeviceInfo", -33, 1);
     machine.detect();
     QCOMPARE(paired(machine.provider.record(0)), QString("0.0"));
+}
+
+// NVIDIA's attribute fails and is written all the same: the other one counts.
+void TestGpuInfoNvml_CUDA_match::failingAttributeThatIsWritten() {
+    NvidiaMachine machine;
+    FakeNvml::install({{"A", 0x65}});
+    FakeOpenCL::install({{"p", {device(0x65, 0x66)}}});
+    FakeCalls::fail("clGetDeviceInfo", -30, 2); // behind the name
+    FakeCalls::setAnswers("clGetDeviceInfo", true);
+    machine.detect();
+    QCOMPARE(paired(machine.provider.record(0)), QString("-"));
+}
+
+// A bus that is not told is bus 0.
+void TestGpuInfoNvml_CUDA_match::successWithoutAnswer_data() {
+    QTest::addColumn<std::vector<FakeClDevice>>("devices");
+    QTest::addColumn<QByteArray>("word");
+    QTest::newRow("NV") << std::vector<FakeClDevice>{device(0x65)} << QByteArray("NV");
+    QTest::newRow("KHR") << std::vector<FakeClDevice>{device({}, 0x65)} << QByteArray("KHR");
+}
+
+void TestGpuInfoNvml_CUDA_match::successWithoutAnswer() {
+    QFETCH(std::vector<FakeClDevice>, devices);
+    QFETCH(QByteArray, word);
+    NvidiaMachine machine;
+    FakeNvml::install({{"A", 0x65}});
+    FakeOpenCL::install({{"p", devices}});
+    FakeCalls::setAnswers("clGetDeviceInfo", false);
+    FakeCalls::setAnswers("nvmlDeviceGetPciInfo_v3", false);
+    const QByteArray printed = machine.detect();
+    QVERIFY2(printed.contains("\n  A: matched via " + word + " PCI bus 0x0\n"), printed.constData());
 }
 
 QTEST_APPLESS_MAIN(TestGpuInfoNvml_CUDA_match)

@@ -55,6 +55,7 @@ class TestGpuNvml_Loader : public QObject {
     void missingEntryPoint_data();
     void missingEntryPoint();
     void emptyLibrary();
+    void saysSoBeforeItCloses();
     void loadsOnce();
     void unload();
     void tableLeadsToTheLibrary();
@@ -129,6 +130,13 @@ void TestGpuNvml_Loader::emptyLibrary() {
     FakeNvml::install({}, "libnvidia-ml.so");
     QCOMPARE(printedBy(load), incompleteText);
     QCOMPARE(FakeCalls::count("dlopen"), 1);
+}
+
+// What runs while a library is closed is that library's: it may print, or end the process.
+void TestGpuNvml_Loader::saysSoBeforeItCloses() {
+    FakeNvml::install({}).symbols.erase("nvmlErrorString");
+    FakeCalls::during("dlclose", [] { std::puts("closing"); });
+    QCOMPARE(printedBy(load), incompleteText + "closing\n");
 }
 
 void TestGpuNvml_Loader::loadsOnce() {

@@ -75,6 +75,7 @@ class TestGpuOpenCL_Loader : public QObject {
     void notFound();
     void missingEntryPoint_data();
     void missingEntryPoint();
+    void saysSoBeforeItCloses();
     void loadsOnce();
     void unload();
     void callsWithoutEntryPoint();
@@ -166,6 +167,13 @@ void TestGpuOpenCL_Loader::missingEntryPoint() {
     QCOMPARE(library.timesOpen, required ? 0 : 1);
 }
 
+// What runs while a library is closed is that library's: it may print, or end the process.
+void TestGpuOpenCL_Loader::saysSoBeforeItCloses() {
+    FakeLoader::library("libOpenCL.so.1").symbols.erase("clFinish");
+    FakeCalls::during("dlclose", [] { std::puts("closing"); });
+    QCOMPARE(printedBy(load), QByteArray("OpenCL: required functions not found\n\n") + "closing\n");
+}
+
 void TestGpuOpenCL_Loader::loadsOnce() {
     load();
     FakeCalls::reset();
@@ -194,6 +202,8 @@ void TestGpuOpenCL_Loader::callsWithoutEntryPoint() {
     QCOMPARE(call(none.clFinish, nullptr), CL_INVALID_OPERATION);
     QCOMPARE(call(none.clReleaseMemObject, nullptr), CL_INVALID_OPERATION);
     QVERIFY(call(none.clCreateBuffer, nullptr, 0, 0, nullptr, &status) == nullptr);
+    QCOMPARE(status, CL_INVALID_OPERATION);
+    QVERIFY(call(none.clCreateKernel, nullptr, "name", nullptr) == nullptr); // nobody asks for its status
     load();
     cl_uint count = 0;
     QCOMPARE(call(GpuOpenCL_Loader::table().clGetPlatformIDs, 3, nullptr, &count), CL_SUCCESS);

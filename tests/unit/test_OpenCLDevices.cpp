@@ -18,7 +18,7 @@ std::vector<FakeClPlatform> platformsWithDevices(std::size_t platforms, std::siz
     return {platforms, FakeClPlatform{"p", {devices, FakeClDevice()}}};
 }
 
-cl_platform_id firstPlatform() {
+OpenCLPlatform firstPlatform() {
     return listOpenCLPlatforms().listed.at(0);
 }
 
@@ -86,14 +86,16 @@ void TestOpenCLDevices::platformsWithANullEntry() {
     const OpenCLPlatforms platforms = listOpenCLPlatforms();
     QCOMPARE(platforms.reported, 3U);
     QCOMPARE(platforms.listed.size(), std::size_t(2));
-    QVERIFY(platforms.listed[0] != nullptr && platforms.listed[1] != nullptr);
+    QVERIFY(platforms.listed[0].id != nullptr && platforms.listed[1].id != nullptr);
+    QCOMPARE(platforms.listed[0].number, std::size_t(0));
+    QCOMPARE(platforms.listed[1].number, std::size_t(2));
 }
 
 void TestOpenCLDevices::platformsOfAFailingCall() {
     FakeCalls::fail("clGetPlatformIDs", -1001);
     QCOMPARE(listOpenCLPlatforms().reported, 0U);
     QVERIFY(listOpenCLPlatforms().listed.empty());
-    FakeOpenCL::script().failedCallsAnswer = true; // what counts is the count
+    FakeCalls::setAnswers("clGetPlatformIDs", true); // what counts is the count
     QCOMPARE(listOpenCLPlatforms().reported, 1U);
     QCOMPARE(listOpenCLPlatforms().listed.size(), std::size_t(1));
 }
@@ -119,7 +121,7 @@ void TestOpenCLDevices::devices() {
     QFETCH(int, status);
     use(platformsWithDevices(1, static_cast<std::size_t>(there)));
     FakeOpenCL::reportDevices(static_cast<cl_uint>(reported));
-    FakeOpenCL::script().failedCallsAnswer = true;
+    FakeCalls::setAnswers("clGetDeviceIDs", true);
     FakeCalls::fail("clGetDeviceIDs", status);
     const std::vector<cl_device_id> listed = listOpenCLGpuDevices(firstPlatform());
     QTEST(static_cast<int>(listed.size()), "listed");
@@ -138,9 +140,11 @@ void TestOpenCLDevices::devicesWithANullEntry() {
 void TestOpenCLDevices::platformLine_data() {
     QTest::addColumn<QByteArray>("name");
     QTest::addColumn<int>("status");
+    QTest::addColumn<bool>("answers");
     QTest::addColumn<QByteArray>("line");
-    const auto row = [](const char* title, const QByteArray& name, const QByteArray& shown, int status = 0) {
-        QTest::newRow(title) << name << status << "  OpenCL platform 7: " + shown + "\n";
+    const auto row = [](const char* title, const QByteArray& name, const QByteArray& shown, int status = 0,
+                        bool answers = true) {
+        QTest::newRow(title) << name << status << answers << "  OpenCL platform 7: " + shown + "\n";
     };
     row("plain", "Portable Computing Language", "Portable Computing Language");
     row("nameless", "", "");
@@ -150,19 +154,23 @@ void TestOpenCLDevices::platformLine_data() {
     row("255 bytes", QByteArray(255, 'x'), QByteArray(255, 'x'));
     row("unterminated", QByteArray(256, 'x'), QByteArray(256, 'x'));
     row("longer than the room", QByteArray(300, 'x'), QByteArray(256, 'x'));
-    row("failing", "name", "", -32);
+    row("failing", "name", "", -32, false);
+    row("failing, written all the same", "name", "name", -32); // the buffer is what counts
+    row("success without an answer", "name", "", 0, false);
 }
 
 void TestOpenCLDevices::platformLine() {
     QFETCH(QByteArray, name);
     QFETCH(int, status);
+    QFETCH(bool, answers);
     use({{name, {}}});
     FakeCalls::fail("clGetPlatformInfo", status);
-    const QByteArray printed = printedBy([] { logOpenCLPlatform(7, firstPlatform()); });
+    FakeCalls::setAnswers("clGetPlatformInfo", answers);
+    const QByteArray printed = printedBy([] { logOpenCLPlatform({7, firstPlatform().id}); });
     QTEST(printed, "line");
     QCOMPARE(FakeCalls::of({"clGetPlatformInfo"}), QStringList("clGetPlatformInfo(platform0, 0x902, 256)"));
     logLevel = 4;
-    QCOMPARE(printedBy([] { logOpenCLPlatform(7, firstPlatform()); }), QByteArray());
+    QCOMPARE(printedBy([] { logOpenCLPlatform({7, firstPlatform().id}); }), QByteArray());
 }
 
 void TestOpenCLDevices::deviceText() {
@@ -173,8 +181,15 @@ void TestOpenCLDevices::deviceText() {
 }
 
 void TestOpenCLDevices::deviceTextWithoutAnswer() {
+    use({{"p", {named("first")}}});
+    const auto text = [] { return openCLDeviceText(FakeOpenCL::device(0, 0), CL_DEVICE_NAME, 256); };
     FakeCalls::fail("clGetDeviceInfo", -33);
-    QCOMPARE(openCLDeviceText(FakeOpenCL::device(0, 0), CL_DEVICE_NAME, 256), QByteArray());
+    QCOMPARE(text(), QByteArray());
+    FakeCalls::setAnswers("clGetDeviceInfo", true); // what is written counts, not the status
+    QCOMPARE(text(), QByteArray("first"));
+    FakeCalls::heal();
+    FakeCalls::setAnswers("clGetDeviceInfo", false);
+    QCOMPARE(text(), QByteArray());
 }
 
 void TestOpenCLDevices::fixedSizeAttribute() {
