@@ -1,5 +1,6 @@
 #include <QtTest>
 
+#include <cstddef>
 #include <cstring>
 #include <memory>
 
@@ -11,12 +12,29 @@ QByteArray bytesOf(const GpuDevice& record) {
     return {reinterpret_cast<const char*>(&record), sizeof record};
 }
 
+/// The place of a virtual operation in the class's table, as the C++ ABI of this platform gives it: a pointer
+/// to a virtual member is its offset in the table plus one.
+template <class Member>
+std::ptrdiff_t slotOf(Member member) {
+    std::ptrdiff_t words[2];
+    static_assert(sizeof member == sizeof words);
+    std::memcpy(words, &member, sizeof words);
+    return (words[0] - 1) / std::ptrdiff_t(sizeof(void*));
+}
+
 } // namespace
 
 class TestGpuInfo : public QObject {
     Q_OBJECT
 
   private slots:
+    /// The destructor takes the first two slots.
+    void virtualOperationsAreInOrder() {
+        QCOMPARE(slotOf(&GpuInfo::detectGpus), std::ptrdiff_t(2));
+        QCOMPARE(slotOf(&GpuInfo::updateUsage), std::ptrdiff_t(3));
+        QCOMPARE(slotOf(&GpuInfo::shutdown), std::ptrdiff_t(4));
+    }
+
     void gpuCount() {
         QStringList calls;
         FakeProvider provider(calls, "NVIDIA");

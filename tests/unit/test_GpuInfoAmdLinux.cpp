@@ -23,6 +23,12 @@ QByteArray update(AmdMachine& machine, bool benchmark = false) {
     return printed;
 }
 
+FakeClDevice deviceOnBus(unsigned char bus) {
+    FakeClDevice device;
+    device.topologyBus = bus;
+    return device;
+}
+
 struct Card {
     AmdMachine machine;
     QString device;
@@ -53,7 +59,10 @@ class TestGpuInfoAmdLinux : public QObject {
     void oneCardsFailureLeavesTheOthers();
     void benchmarkWithoutDevice();
     void benchmark();
+    void figuresBeforeTheBenchmark();
+    void flagIsReadOncePerGpu();
     void scoreStaysWithoutBenchmark();
+    void validAfterEveryRefresh();
     void shutdown();
     void withoutGpus();
 };
@@ -253,9 +262,7 @@ void TestGpuInfoAmdLinux::benchmarkWithoutDevice() {
 void TestGpuInfoAmdLinux::benchmark() {
     AmdMachine machine;
     machine.drm.addAmdCard("card0", "0000:0c:00.0", figures);
-    FakeClDevice device;
-    device.topologyBus = 0x0C;
-    FakeOpenCL::install({{"p", {device}}});
+    FakeOpenCL::install({{"p", {deviceOnBus(0x0C)}}});
     machine.detect();
     FakeCalls::fail("clCreateContext", -5);
     benchmarkSeconds = 6;
@@ -268,19 +275,59 @@ void TestGpuInfoAmdLinux::benchmark() {
     QCOMPARE(machine.provider.record(0).speedGps, 0.0F);
 }
 
+// The figures are those of the card at its own work, not under the benchmark's.
+void TestGpuInfoAmdLinux::figuresBeforeTheBenchmark() {
+    AmdMachine machine;
+    const QString device = machine.drm.addAmdCard("card0", "0000:0c:00.0", figures);
+    FakeOpenCL::install({{"p", {deviceOnBus(0x0C)}}});
+    machine.detect();
+    FakeCalls::fail("clCreateContext", -5);
+    FakeCalls::during("clCreateContext", [&] {
+        DrmTree::write(device + "/gpu_busy_percent", "100");
+        DrmTree::write(device + "/mem_info_vram_used", "8573157376");
+        DrmTree::write(device + "/hwmon/hwmon3/temp1_input", "90000");
+    });
+    update(machine, true);
+    QCOMPARE(FakeCalls::count("clCreateContext"), 1);
+    QCOMPARE(machine.provider.record(0).usagePercent, 37);
+    QCOMPARE(machine.provider.record(0).memUsedMb, 1024);
+    QCOMPARE(machine.provider.record(0).temperature, 45);
+}
+
+// A flag that changes while the first card is measured counts for the second.
+void TestGpuInfoAmdLinux::flagIsReadOncePerGpu() {
+    AmdMachine machine;
+    machine.drm.addAmdCard("card0", "0000:0c:00.0");
+    machine.drm.addAmdCard("card1", "0000:0d:00.0");
+    FakeOpenCL::install({{"p", {deviceOnBus(0x0C), deviceOnBus(0x0D)}}});
+    machine.detect();
+    bool benchmark = true;
+    FakeCalls::fail("clCreateContext", -5);
+    FakeCalls::during("clCreateContext", [&] { benchmark = false; });
+    printedBy([&] { machine.provider.updateUsage(benchmark); });
+    QCOMPARE(FakeCalls::count("clCreateContext"), 1);
+}
+
 void TestGpuInfoAmdLinux::scoreStaysWithoutBenchmark() {
     AmdMachine machine;
     machine.drm.addAmdCard("card0", "0000:0c:00.0", figures);
-    FakeClDevice device;
-    device.topologyBus = 0x0C;
-    FakeOpenCL::install({{"p", {device}}});
+    FakeOpenCL::install({{"p", {deviceOnBus(0x0C)}}});
     machine.detect();
-    FakeCalls::fail("clCreateContext", -5);
-    update(machine, true);
     FakeCalls::reset();
+    machine.provider.edit(0).hasSpeed = 1;
+    machine.provider.edit(0).speedGps = 43.5F;
     update(machine, false);
     QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
+    QCOMPARE(machine.provider.record(0).speedGps, 43.5F);
     QCOMPARE(FakeCalls::all(), QStringList());
+}
+
+// Whatever became of the marker since the card was found.
+void TestGpuInfoAmdLinux::validAfterEveryRefresh() {
+    Card card;
+    card.machine.provider.edit(0).statsValid = 0;
+    update(card.machine);
+    QCOMPARE(int(card.record().statsValid), 1);
 }
 
 void TestGpuInfoAmdLinux::shutdown() {

@@ -48,6 +48,7 @@ class TestGpuInfoAmdLinux_match : public QObject {
     void rayTracing_data();
     void rayTracing();
     void rayTracingIsAskedOfThePair();
+    void matchesAreDetail();
     void rayTracingNotAnswered();
     void order();
 };
@@ -223,6 +224,24 @@ void TestGpuInfoAmdLinux_match::rayTracingNotAnswered() {
     FakeCalls::fail("clGetDeviceInfo", -5, 3); // behind the name and the topology
     machine.detect();
     QCOMPARE(int(machine.provider.record(0).amdRayTracing), 0);
+    AmdMachine other;
+    other.drm.addAmdCard("card0", "0000:0c:00.0");
+    FakeOpenCL::install({{"p", {topology("gfx", 0x0C, "cl_khr_ray_tracing")}}});
+    FakeCalls::fail("clGetDeviceInfo", -5, 3);
+    FakeCalls::setAnswers("clGetDeviceInfo", true); // what is written counts, not the status
+    other.detect();
+    QCOMPARE(int(other.provider.record(0).amdRayTracing), 1);
+}
+
+void TestGpuInfoAmdLinux_match::matchesAreDetail() {
+    for (const FakeClDevice& device : {topology("gfx", 0x0C), nameOnly("card0")}) {
+        AmdMachine machine;
+        machine.drm.addAmdCard("card0", "0000:0c:00.0");
+        FakeOpenCL::install({{"p", {device}}});
+        logLevel = 4;
+        QCOMPARE(machine.detect(), QByteArray("1 AMD GPU(s) found\n"));
+        QCOMPARE(openCLDeviceOf(machine.provider.record(0)), FakeOpenCL::device(0, 0));
+    }
 }
 
 void TestGpuInfoAmdLinux_match::order() {

@@ -8,6 +8,9 @@ namespace {
 
 constexpr nvmlMemory_t eightGiB = {8589934592, 6442450944, 2147483648};
 
+constexpr const char* figureCalls[] = {"nvmlDeviceGetUtilizationRates", "nvmlDeviceGetTemperature",
+                                       "nvmlDeviceGetMemoryInfo"};
+
 const FakeNvmlDevice gpu = {"GPU %1", 0x65, 37, 61, eightGiB};
 
 FakeClDevice deviceOnBus(cl_uint bus) {
@@ -38,14 +41,17 @@ class TestGpuInfoNvml_CUDA : public QObject {
     void totalStaysShown();
     void mebibytes_data();
     void mebibytes();
+    void failingCallsThatWrite();
+    void successWithoutAnswer();
     void lostGpuLeavesTheOthers();
     void withoutNvml();
     void withoutGpus();
     void benchmarkWithoutDevice();
     void benchmark();
+    void figuresBeforeTheBenchmark();
     void scoreStaysWithoutBenchmark();
-    void benchmarkOfOneFailsOthersAreMeasured();
-    void flagIsReadByReference();
+    void everyPairedGpuIsBenchmarked();
+    void flagIsReadOncePerGpu();
     void shutdown_data();
     void shutdown();
     void shutdownWithoutNvml();
@@ -122,8 +128,7 @@ void TestGpuInfoNvml_CUDA::totalStaysShown() {
     machine.detect();
     update(machine);
     FakeNvml::device(0) = {"GPU", 0x65, 99, 99, {1, 1, 1}};
-    for (const char* call :
-         {"nvmlDeviceGetUtilizationRates", "nvmlDeviceGetTemperature", "nvmlDeviceGetMemoryInfo"})
+    for (const char* call : figureCalls)
         FakeCalls::fail(call, 15);
     update(machine);
     const GpuDevice& record = machine.provider.record(0);
@@ -140,6 +145,42 @@ void TestGpuInfoNvml_CUDA::totalStaysShown() {
     update(machine);
     QCOMPARE(int(record.hasMemUsage), 1);
     QCOMPARE(record.memTotalMb, 0);
+}
+
+// What a failing call leaves behind is no reading.
+void TestGpuInfoNvml_CUDA::failingCallsThatWrite() {
+    NvidiaMachine machine;
+    FakeNvml::install({gpu});
+    machine.detect();
+    for (const char* call : figureCalls) {
+        FakeCalls::fail(call, 3);
+        FakeCalls::setAnswers(call, true);
+    }
+    update(machine);
+    const GpuDevice& record = machine.provider.record(0);
+    QCOMPARE((QList<int>{record.hasUsage, record.hasTemperature, record.hasMemTotal, record.hasMemUsage}),
+             (QList<int>{0, 0, 0, 0}));
+    QCOMPARE((QList<int>{record.usagePercent, record.temperature, record.memTotalMb, record.memFreeMb,
+                         record.memUsedMb}),
+             (QList<int>{0, 0, 0, 0, 0}));
+}
+
+// A driver that reports a success and writes nothing: no figure of an earlier GPU or refresh, nor a random
+// one.
+void TestGpuInfoNvml_CUDA::successWithoutAnswer() {
+    NvidiaMachine machine;
+    FakeNvml::install({gpu});
+    machine.detect();
+    update(machine);
+    for (const char* call : figureCalls)
+        FakeCalls::setAnswers(call, false);
+    update(machine);
+    const GpuDevice& record = machine.provider.record(0);
+    QCOMPARE((QList<int>{record.hasUsage, record.hasTemperature, record.hasMemTotal, record.hasMemUsage}),
+             (QList<int>{1, 1, 1, 1}));
+    QCOMPARE((QList<int>{record.usagePercent, record.temperature, record.memTotalMb, record.memFreeMb,
+                         record.memUsedMb}),
+             (QList<int>{0, 0, 0, 0, 0}));
 }
 
 void TestGpuInfoNvml_CUDA::mebibytes_data() {
@@ -175,8 +216,7 @@ void TestGpuInfoNvml_CUDA::lostGpuLeavesTheOthers() {
     NvidiaMachine machine;
     FakeNvml::install({gpu, gpu});
     machine.detect();
-    for (const char* call :
-         {"nvmlDeviceGetUtilizationRates", "nvmlDeviceGetTemperature", "nvmlDeviceGetMemoryInfo"})
+    for (const char* call : figureCalls)
         FakeCalls::fail(call, 15, 1);
     update(machine);
     QCOMPARE(int(machine.provider.record(0).hasUsage), 0);
@@ -240,20 +280,35 @@ void TestGpuInfoNvml_CUDA::benchmark() {
     QVERIFY(FakeCalls::all().contains("clCreateContext(null, 1, device0.0, null, null)"));
 }
 
+// The figures are those of the GPU at its own work, not under the benchmark's.
+void TestGpuInfoNvml_CUDA::figuresBeforeTheBenchmark() {
+    NvidiaMachine machine;
+    FakeNvml::install({gpu});
+    FakeOpenCL::install({{"p", {deviceOnBus(0x65)}}});
+    machine.detect();
+    FakeCalls::reset();
+    FakeCalls::fail("clCreateContext", -5);
+    update(machine, true);
+    QCOMPARE(FakeCalls::all(),
+             QStringList({"nvmlDeviceGetUtilizationRates(0)", "nvmlDeviceGetTemperature(0, 0)",
+                          "nvmlDeviceGetMemoryInfo(0)", "clCreateContext(null, 1, device0.0, null, null)"}));
+}
+
 void TestGpuInfoNvml_CUDA::scoreStaysWithoutBenchmark() {
     NvidiaMachine machine;
     FakeNvml::install({gpu});
     FakeOpenCL::install({{"p", {deviceOnBus(0x65)}}});
     machine.detect();
-    FakeCalls::fail("clCreateContext", -5);
-    update(machine, true);
-    FakeCalls::reset();
+    machine.provider.edit(0).hasSpeed = 1;
+    machine.provider.edit(0).speedGps = 43.5F;
     update(machine, false);
     QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
+    QCOMPARE(machine.provider.record(0).speedGps, 43.5F);
     QCOMPARE(FakeCalls::count("clCreateContext"), 0);
 }
 
-void TestGpuInfoNvml_CUDA::benchmarkOfOneFailsOthersAreMeasured() {
+// One after the other, whatever becomes of the one before; the second has no device.
+void TestGpuInfoNvml_CUDA::everyPairedGpuIsBenchmarked() {
     NvidiaMachine machine;
     FakeNvml::install({gpu, {"second", 0x66}, {"third", 0x67}});
     FakeOpenCL::install({{"p", {deviceOnBus(0x65), deviceOnBus(0x67)}}});
@@ -269,16 +324,17 @@ void TestGpuInfoNvml_CUDA::benchmarkOfOneFailsOthersAreMeasured() {
                           "clCreateContext(null, 1, device0.1, null, null)"}));
 }
 
-void TestGpuInfoNvml_CUDA::flagIsReadByReference() {
+// A flag that changes while the first GPU is measured counts for the second.
+void TestGpuInfoNvml_CUDA::flagIsReadOncePerGpu() {
     NvidiaMachine machine;
-    FakeNvml::install({gpu});
-    FakeOpenCL::install({{"p", {}}});
+    FakeNvml::install({gpu, {"second", 0x66}});
+    FakeOpenCL::install({{"p", {deviceOnBus(0x65), deviceOnBus(0x66)}}});
     machine.detect();
-    bool benchmark = false;
-    logLevel = 2;
-    QCOMPARE(printedBy([&] { machine.provider.updateUsage(benchmark); }), QByteArray());
-    benchmark = true;
-    QVERIFY(printedBy([&] { machine.provider.updateUsage(benchmark); }).contains("Benchmark"));
+    bool benchmark = true;
+    FakeCalls::fail("clCreateContext", -5);
+    FakeCalls::during("clCreateContext", [&] { benchmark = false; });
+    printedBy([&] { machine.provider.updateUsage(benchmark); });
+    QCOMPARE(FakeCalls::count("clCreateContext"), 1);
 }
 
 void TestGpuInfoNvml_CUDA::shutdown_data() {

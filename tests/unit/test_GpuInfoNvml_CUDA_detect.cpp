@@ -61,6 +61,7 @@ class TestGpuInfoNvml_CUDA_detect : public QObject {
     void names_data();
     void names();
     void nameFails();
+    void successWithoutAnswer();
     void newRecord();
     void countThatLies();
     void secondCallAppends();
@@ -308,10 +309,23 @@ void TestGpuInfoNvml_CUDA_detect::nameFails() {
     FakeNvml::install(twoGpus);
     installCuda({{0xC1, 8, 9}, {0x65, 8, 9}});
     FakeCalls::fail("nvmlDeviceGetName", 3, 1);
+    FakeCalls::setAnswers("nvmlDeviceGetName", true); // what the failing one writes is no name
     machine.detect();
     QCOMPARE(machine.provider.record(0).name, "");
     QCOMPARE(machine.provider.record(0).deviceIndex, 1); // processing continues
     QCOMPARE(machine.provider.record(1).name, "NVIDIA B");
+}
+
+void TestGpuInfoNvml_CUDA_detect::successWithoutAnswer() {
+    NvidiaMachine machine;
+    FakeNvml::install(twoGpus);
+    FakeCalls::setAnswers("nvmlDeviceGetCount_v2", false);
+    machine.detect();
+    QCOMPARE(machine.provider.gpuCount(), 0);
+    FakeCalls::heal();
+    FakeCalls::setAnswers("nvmlDeviceGetName", false);
+    machine.detect();
+    QCOMPARE(machine.provider.record(0).name, "");
 }
 
 void TestGpuInfoNvml_CUDA_detect::newRecord() {
