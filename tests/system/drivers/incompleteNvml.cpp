@@ -1,4 +1,13 @@
-// A vendor's library of a version that lacks one of the entry points that are asked for: nvmlErrorString.
+// A vendor's library of a version that lacks one of the entry points that are asked for, nvmlErrorString, and
+// tells when it is closed.
+#include <cstdio>
+
+namespace {
+struct Closing {
+    ~Closing() { std::puts("[closed]"); }
+} closing;
+} // namespace
+
 extern "C" {
 int nvmlInit_v2() {
     return 0;
