@@ -282,7 +282,7 @@ void TestGpuBenchmarkOpenCL::noWarmupRoundInSomeTime() {
     VirtualTime::passAtReadings(5.0);
     FakeCalls::during("clEnqueueReadBuffer", [] { VirtualTime::passAtReadings(0.0); });
     const Outcome outcome = run(0.02);
-    QVERIFY(FakeCalls::of({"clFinish", "clEnqueueReadBuffer"}).first().startsWith("clEnqueueReadBuffer"));
+    QVERIFY(FakeCalls::of({"clFinish", "clEnqueueReadBuffer"}).value(0).startsWith("clEnqueueReadBuffer"));
     QVERIFY2(outcome.printed.startsWith(
                  "    GpuBenchmarkOpenCL: warmup avg inf ms/round, GLOBAL_Iteratons_mod set to 0.00\n"),
              outcome.printed.constData());
