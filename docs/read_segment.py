@@ -3,6 +3,7 @@
 
 import fcntl, os, stat, struct, sys, time
 
+F_OFD_GETLK = 36
 KINDS = ("Other", "Cuda", "AMD", "Metal")
 # Where a figure's marker is in a record, and the layout from there to the figure.
 FIGURES = {"usage": (112, "<?3xi"), "temperature": (84, "<?3xi"), "total": (92, "<?3xi"), "used": (100, "<?3xi"),
@@ -10,21 +11,22 @@ FIGURES = {"usage": (112, "<?3xi"), "temperature": (84, "<?3xi"), "total": (92, 
 
 
 def locked_bytes(path, seconds=1.0):
-    """The segment's 7472 bytes, copied under its lock, and their age in seconds."""
-    descriptor = os.open(path, os.O_RDONLY | os.O_NOFOLLOW | os.O_NONBLOCK | os.O_CLOEXEC)
-    try:
-        info = os.fstat(descriptor)
+    """The segment's 7472 bytes, copied under its lock, their age in seconds, and whether a companion is attached."""
+    guards = os.O_NOFOLLOW | os.O_NONBLOCK
+    with open(path, "rb", buffering=0, opener=lambda name, flags: os.open(name, flags | guards)) as file:
+        info = os.fstat(file.fileno())
         if not stat.S_ISREG(info.st_mode) or info.st_uid != os.geteuid() or info.st_nlink > 1:
             raise ValueError("not a segment of this user")
+        record_lock = fcntl.fcntl(file, F_OFD_GETLK, struct.pack("@hhqqi4x", fcntl.F_WRLCK, 0, 1 << 62, 1, 0))
+        attached = struct.unpack_from("@h", record_lock)[0] != fcntl.F_UNLCK
         for _ in range(1 + round(1000 * seconds)):
             try:
-                fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)
-                return os.pread(descriptor, 7472, 0), max(0.0, time.time() - os.fstat(descriptor).st_mtime)
+                fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)  # given back by closing
+                age = time.time() - os.fstat(file.fileno()).st_mtime
+                return os.pread(file.fileno(), 7472, 0), max(0.0, age), attached
             except BlockingIOError:
                 time.sleep(0.001)
         raise TimeoutError("the lock was not free in time")
-    finally:
-        os.close(descriptor)  # gives the lock back, too
 
 
 def gpus(data):
@@ -48,5 +50,8 @@ def gpus(data):
 
 
 if __name__ == "__main__":
-    block, age = locked_bytes(sys.argv[1] if len(sys.argv) > 1 else "/dev/shm/qzGpuInfo_v2")
-    print(f"published {age:.1f} s ago", *gpus(block), sep="\n")
+    try:
+        block, age, attached = locked_bytes(sys.argv[1] if len(sys.argv) > 1 else "/dev/shm/qzGpuInfo_v2")
+        print(f"published {age:.1f} s ago" + ("" if attached else ", nobody is attached"), *gpus(block), sep="\n")
+    except (OSError, ValueError) as error:
+        sys.exit(f"read_segment.py: {error}")

@@ -41,12 +41,22 @@ class ReadSegment(unittest.TestCase):
             # The command takes a name of 64 bytes without an end for one of 63; so long a name is never published.
             self.assertEqual({**mine, "name": mine["name"][:63]}, {key: theirs[name] for key, name in names.items()})
 
+    def run_program(self, path):
+        return subprocess.run([PATH, path], capture_output=True, text=True, timeout=20)
+
     def test_as_a_program(self):
-        with Segment(BLOCK, age=3) as segment:
-            result = subprocess.run([sys.executable, PATH, segment.path], capture_output=True, text=True, timeout=20)
-        lines = result.stdout.splitlines()
-        self.assertRegex(lines[0], r"\Apublished [3-9]\.\d s ago\Z")
-        self.assertEqual([ast.literal_eval(line) for line in lines[1:]], list(reader.gpus(BLOCK)))
+        for writer, end in ((True, ""), (False, ", nobody is attached")):
+            with self.subTest(writer=writer), Segment(BLOCK, age=3, writer=writer) as segment:
+                lines = self.run_program(segment.path).stdout.splitlines()
+                self.assertRegex(lines[0], rf"\Apublished [3-9]\.\d s ago{end}\Z")
+                self.assertEqual([ast.literal_eval(line) for line in lines[1:]], list(reader.gpus(BLOCK)))
+
+    def test_a_failure_is_a_sentence(self):
+        with Segment(bytes(7472)) as segment:
+            for path, reason in ((segment.path, "no data yet"), (segment.path + "x", "No such file or directory")):
+                result = self.run_program(path)
+                self.assertEqual((result.returncode, result.stdout), (1, ""))
+                self.assertRegex(result.stderr, rf"\Aread_segment\.py: [^\n]*{reason}[^\n]*\n\Z")
 
     def test_a_clock_that_was_set_back_gives_no_negative_age(self):
         with Segment(BLOCK, age=-3600) as segment:
@@ -71,6 +81,11 @@ class ReadSegment(unittest.TestCase):
             os.unlink(segment.path)
             os.symlink("/dev/null", segment.path)
             with self.assertRaises(OSError):
+                reader.locked_bytes(segment.path)
+            os.unlink(segment.path)
+            segment.write(BLOCK)
+            os.link(segment.path, segment.path + "2")
+            with self.assertRaisesRegex(ValueError, "not a segment"):
                 reader.locked_bytes(segment.path)
 
     def test_a_shared_lock_is_a_lock(self):
