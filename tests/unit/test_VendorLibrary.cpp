@@ -29,7 +29,7 @@ int answerThree() {
 
 const QStringList open = {"dlopen(libv.so.1, 1)"};
 const QStringList lookUps = {"dlsym(libv.so.1, one)", "dlsym(libv.so.1, two)", "dlsym(libv.so.1, three)"};
-const QStringList close = {"dlclose(libv.so.1)"};
+const QStringList closed = {"dlclose(libv.so.1)"};
 
 /// Writes a failure into the record of the calls.
 void report(LoadFailure failure) {
@@ -82,7 +82,7 @@ void TestVendorLibrary::incompleteIsReportedAndThenClosed() {
     QVERIFY(!load(library));
     QVERIFY(!library.isLoaded());
     QVERIFY(library.table().three == nullptr);
-    QCOMPARE(FakeCalls::all(), open + lookUps + QStringList("report(incomplete)") + close);
+    QCOMPARE(FakeCalls::all(), open + lookUps + QStringList("report(incomplete)") + closed);
 }
 
 void TestVendorLibrary::notFound() {
@@ -118,7 +118,7 @@ void TestVendorLibrary::loadUnloadLoad() {
     library.unload();
     QVERIFY(load(library));
     QCOMPARE(library.table().three(), 3);
-    QCOMPARE(FakeCalls::all(), open + lookUps + close + open + lookUps);
+    QCOMPARE(FakeCalls::all(), open + lookUps + closed + open + lookUps);
 }
 
 void TestVendorLibrary::closesWithTheLoaderThatOpened() {
