@@ -165,6 +165,18 @@ class AsLines(OnATerminal):
         self.assertTrue(lines[1].endswith(" name=größere 日本語日本語日本語 Karte"), lines[1])
         self.assertTrue(line.endswith("Z state=missing gpus=0 there is no segment; the companion does not run\n"))
 
+    def test_waits_for_the_companion_first(self):
+        os.unlink(self.segment.path)
+        arguments = [PROGRAM, "--watch", "0.2", "--wait", "20", "--directory", self.segment.directory]
+        with subprocess.Popen(arguments, stdout=subprocess.PIPE) as process:
+            try:
+                time.sleep(0.8)
+                self.segment.write(block(GPUS))
+                self.segment.attach()
+                self.assertRegex(process.stdout.readline().decode().rstrip("\n"), self.LINE)
+            finally:
+                process.send_signal(signal.SIGTERM)
+
     def test_on_a_terminal_that_cannot_redraw(self):
         self.segment.write(block(OTHER))
         terminal = self.terminal("--watch", "60", columns=200, kind="dumb")

@@ -9,6 +9,8 @@
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 
+constexpr int notPossible = 99; ///< a child's result: the machine doesn't allow what the test needs
+
 /// From here on, for this process: `call` fails with `reason` where its argument of that number, counted from
 /// 0, has all bits of `flags`.
 inline bool refuse(unsigned call, unsigned flags, unsigned reason, unsigned argument = 2) {

@@ -10,10 +10,13 @@
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
 
+#include "ChildProcess.h"
+#include "RefusedCall.h"
 #include "reader/GpuSegmentReader.h"
 
 using namespace std::chrono_literals;
@@ -335,6 +338,33 @@ class test_GpuSegmentReader : public QObject {
         done = true;
         changing.join();
         QCOMPARE(answered, 3000);
+    }
+
+    void whatTheSystemRefuses_data() {
+        QTest::addColumn<int>("call");
+        QTest::addColumn<uint>("flags");
+        QTest::addColumn<uint>("argument");
+        QTest::newRow("the lock") << int(SYS_flock) << 0u << 1u;
+        QTest::newRow("reading") << int(SYS_pread64) << 0u << 2u;
+        QTest::newRow("what the object is") << int(SYS_newfstatat) << unsigned(AT_EMPTY_PATH) << 3u;
+    }
+
+    void whatTheSystemRefuses() {
+        QFETCH(int, call);
+        QFETCH(uint, flags);
+        QFETCH(uint, argument);
+        const SegmentFile file;
+        ChildProcess child([&] {
+            if (!refuse(unsigned(call), flags, EIO, argument))
+                return notPossible;
+            GpuSnapshot snapshot;
+            const SegmentResult result = GpuSegmentReader(file.directory()).read(snapshot);
+            return result == SegmentResult::IoError && snapshot.systemError == EIO ? 0 : 1;
+        });
+        const int result = child.result();
+        if (result == notPossible)
+            QSKIP("SKIPPED: system calls can't be filtered here");
+        QCOMPARE(result, 0);
     }
 
     void noDescriptorToBeHad() {

@@ -14,7 +14,6 @@
 
 namespace {
 
-constexpr int notPossible = 99; ///< a child's result: the machine doesn't allow what the test needs
 constexpr qint64 size = 7472;
 
 /// The flag of O_TMPFILE that no other way of opening has.

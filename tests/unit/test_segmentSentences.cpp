@@ -5,8 +5,12 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 
+#include "ChildProcess.h"
+#include "RefusedCall.h"
 #include "SegmentBench.h"
 #include "support/FileDescriptor.h"
 
@@ -99,6 +103,51 @@ class TestSegmentSentences : public QObject {
             "has become smaller since it was attached.");
         say(after(cut, [](qzSharedMemory& segment) { segment.write("x", 1, 10); }),
             "can't be written, it is too small.");
+    }
+
+    void ofWhatTheSystemRefuses_data() {
+        QTest::addColumn<int>("call");
+        QTest::addColumn<uint>("argument");
+        QTest::addColumn<uint>("flags");
+        QTest::addColumn<QByteArray>("operation");
+        QTest::addColumn<QByteArray>("expected");
+        const auto row = [](const char* operation, int call, const char* expected, uint argument = 1,
+                            uint flags = 0) {
+            QTest::newRow(operation) << call << argument << flags << QByteArray(operation)
+                                     << QByteArray(expected);
+        };
+        row("create", SYS_newfstatat, "can't be attached (Input/output error).", 3, AT_EMPTY_PATH);
+        row("lock", SYS_flock, "can't be locked, the system refuses it.");
+        row("unlock", SYS_flock, "can't be unlocked, the system refuses it.");
+        row("write", SYS_pwrite64, "can't be written (Input/output error).");
+        row("time of writing", SYS_utimensat, "can't be written (Input/output error).");
+        row("data", SYS_mmap, "can't be mapped (Input/output error).", 3, MAP_SHARED);
+    }
+
+    void ofWhatTheSystemRefuses() {
+        QFETCH(int, call);
+        QFETCH(uint, argument);
+        QFETCH(uint, flags);
+        QFETCH(QByteArray, operation);
+        QFETCH(QByteArray, expected);
+        const SegmentDirectory scratch;
+        ChildProcess child([&] {
+            qzSharedMemory segment(key, mode, scratch.path());
+            if (operation != "create")
+                segment.create(blockSize, true, false);
+            if (!refuse(unsigned(call), flags, EIO, argument))
+                return notPossible;
+            const bool isDone = operation == "create"   ? segment.create(blockSize, true, false)
+                                : operation == "lock"   ? segment.lock()
+                                : operation == "unlock" ? segment.unlock()
+                                : operation == "data"   ? segment.data() != nullptr
+                                                        : segment.write("x", 1);
+            return !isDone && textOf(segment) == "The shared memory \"segment\" " + expected ? 0 : 1;
+        });
+        const int result = child.result();
+        if (result == notPossible)
+            QSKIP("SKIPPED: system calls can't be filtered here");
+        QCOMPARE(result, 0);
     }
 
     void ofLockingAndWriting() {
