@@ -66,7 +66,7 @@ def _run(simulation: Simulation, arguments: List[str], report: Optional[Path]) -
     run = simulation.start(*arguments)
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda received, _frame: run.send(received) and None)
-    code = run.process.wait()
+    code = run.wait(timeout=None)
     if report is not None:
         report.write_text(run.report.as_json() + "\n")
-    return code if code >= 0 else 128 - code
+    return code

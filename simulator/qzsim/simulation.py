@@ -77,12 +77,16 @@ class Simulation:
         self._runs += 1
         counters = self._root / f"counters-{self._runs}"
         kernels = self._root / f"kernels-{self._runs}"
+        status = self._root / f"status-{self._runs}"
         environment = self._environment(counters, kernels)
-        command = self._bwrap() + ["--", *self._inside(environment), *arguments]
-        # A session of its own: a Ctrl-C at the terminal goes to the launcher, which passes it on to the program
-        # alone; bubblewrap, hit by it too, would take the program down before it ends in its own way.
-        process = subprocess.Popen(command, start_new_session=True, **streams)  # type: ignore[call-overload]
-        run = Run(process, counters, kernels, self.program.name)
+        with status.open("wb") as told:
+            command = [*self._bwrap(), "--json-status-fd", str(told.fileno()), "--",
+                       *self._inside(environment), *arguments]
+            # A session of its own: a Ctrl-C at the terminal goes to the launcher, which passes it on to the program
+            # alone; bubblewrap, hit by it too, would take the program down before it ends in its own way.
+            process = subprocess.Popen(command, start_new_session=True, pass_fds=[told.fileno()],
+                                       **streams)  # type: ignore[call-overload]
+        run = Run(process, counters, kernels, status, self.program.name)
         self._running.append(run)
         return run
 
@@ -185,12 +189,14 @@ class Simulation:
 class Run:
     """A program that runs, or has ended, on a simulated machine."""
 
-    def __init__(self, process: "subprocess.Popen[bytes]", counters: Path, kernels: Path, name: str) -> None:
+    def __init__(self, process: "subprocess.Popen[bytes]", counters: Path, kernels: Path, status: Path,
+                 name: str) -> None:
         self.process = process
         self.output = b""
         self.errors = b""
         self._counters = counters
         self._kernels = kernels
+        self._status = status
         self._name = name
 
     @property
@@ -211,8 +217,9 @@ class Run:
         except OSError:
             return []
 
-    def wait(self, timeout: float = 60) -> Optional[int]:
-        """Waits for the end, keeps what was written to pipes and gives the exit code."""
+    def wait(self, timeout: Optional[float] = 60) -> Optional[int]:
+        """Waits for the end, keeps what was written to pipes and returns the exit code. Raises SimulationError if
+        bubblewrap ended without starting the program."""
         try:
             output, errors = self.process.communicate(timeout=timeout)
         except subprocess.TimeoutExpired:
@@ -221,6 +228,9 @@ class Run:
             self.output, self.errors = output or b"", errors or b""
             raise
         self.output, self.errors = output or b"", errors or b""
+        # bubblewrap reports the exit code of what it started, and itself fails with 1.
+        if self.process.returncode == 1 and b'"exit-code"' not in self._status.read_bytes():
+            raise SimulationError("bubblewrap could not lay out the machine, for the reason above")
         return self.exit_code
 
     def pid(self, timeout: float = 5) -> Optional[int]:
@@ -249,7 +259,7 @@ class Run:
 
     def remove_files(self) -> None:
         """Removes the counters and the kernels' texts; there is no report any more then."""
-        for path in (self._counters, self._kernels):
+        for path in (self._counters, self._kernels, self._status):
             path.unlink(missing_ok=True)
 
     def kill(self) -> None:

@@ -13,7 +13,7 @@ import unittest
 from pathlib import Path
 
 import simulated
-from simulated import BUILD, PROGRAM, SOURCE, SimulatedCase, Simulation
+from simulated import BUILD, PROGRAM, SOURCE, SimulatedCase, Simulation, SimulationError
 
 LAUNCHER = [str(SOURCE / "simulator" / "simulate"), "--build", str(BUILD), "--program", str(PROGRAM)]
 
@@ -129,6 +129,15 @@ class Command(SimulatedCase):
             self.assertEqual(wrong.returncode, 125)
             self.assertEqual(wrong.stderr.decode(), f"simulate: {description.name}:2: bus must lie between 0 and "
                                                     "4294967295: -3\n")
+
+    def test_a_failure_of_bubblewrap_is_not_taken_for_the_programs(self):
+        self.simulation("no-gpu")
+        run = simulate("--shm", self.id(), "--program", "/bin/true", "no-gpu")
+        self.assertEqual((run.returncode, run.stdout), (125, b""))
+        self.assertRegex(run.stderr.decode(), r"\Abwrap: .*\nsimulate: bubblewrap could not lay out the machine, for "
+                                              r"the reason above\n\Z")
+        with self.assertRaises(SimulationError):
+            self.simulation("no-gpu", shm=self.id()).run("-single")
 
     def test_signals_reach_the_program(self):
         self.simulation("no-gpu")
