@@ -170,8 +170,10 @@ class Simulation:
         return ["--bind", str(Path(self.shm).resolve()), "/dev/shm"]
 
     def _os_release(self) -> List[str]:
-        if self.layout.os_release is not None and Path("/etc/os-release").exists():
-            return ["--ro-bind", str(self.layout.os_release), "/etc/os-release"]
+        host = Path("/etc/os-release")
+        if self.layout.os_release is not None and host.exists():
+            # bubblewrap mounts on no symbolic link, which this mostly is.
+            return ["--ro-bind", str(self.layout.os_release), str(host.resolve())]
         # A file cannot be taken away from a folder that is bound whole: /etc is laid out anew, without it.
         command = ["--tmpfs", "/etc"]
         for path in sorted(Path("/etc").iterdir()):
