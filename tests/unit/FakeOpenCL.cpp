@@ -1,6 +1,7 @@
 #include "tests/unit/FakeOpenCL.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <map>
 
