@@ -116,7 +116,7 @@ class TestSegmentSentences : public QObject {
             QTest::newRow(operation) << call << argument << flags << QByteArray(operation)
                                      << QByteArray(expected);
         };
-        row("create", SYS_newfstatat, "can't be attached (Input/output error).", 3, AT_EMPTY_PATH);
+        row("create", SYS_fstat, "can't be attached (Input/output error).");
         row("lock", SYS_flock, "can't be locked, the system refuses it.");
         row("unlock", SYS_flock, "can't be unlocked, the system refuses it.");
         row("write", SYS_pwrite64, "can't be written (Input/output error).");
