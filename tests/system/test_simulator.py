@@ -237,7 +237,7 @@ class Surroundings(Probing):
 
     def test_processes(self):
         count = "len([name for name in os.listdir('/proc') if name.isdigit()])"
-        mine = f"os.path.exists('/proc/{os.getpid()}/exe') and '{os.getpid()}' in os.listdir('/proc')"
+        mine = f"os.path.exists('/proc/{os.getpid()}/stat') and '{os.getpid()}' in os.listdir('/proc')"
         seen, _ = self.look(self.simulation("no-gpu", program=self.probe), count)
         self.assertLess(seen[0], 6)
         seen, _ = self.look(self.simulation("no-gpu", program=self.probe, share_pids=True), mine)
