@@ -1,3 +1,7 @@
 qz_unit_test(GpuSegmentReader LINK qzgpureader)
 qz_unit_test(StatusText LINK qz_gpu_status)
+qz_unit_test(tableForm LINK qz_gpu_status)
+qz_unit_test(lineForm LINK qz_gpu_status)
+qz_unit_test(jsonForm LINK qz_gpu_status)
+qz_unit_test(prometheusForm LINK qz_gpu_status)
 qz_unit_test(ReaderAndWriter LINK qzgpureader qz_support)

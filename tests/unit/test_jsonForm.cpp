@@ -1,0 +1,218 @@
+// One JSON object: its members, their order, and what of a text or number needs care in that format.
+#include <cfloat>
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QtTest>
+
+#include "StatusReports.h"
+#include "reader/status/forms.h"
+
+namespace {
+
+const char wholeObject[] = R"({
+  "formatVersion": 1,
+  "state": "ok",
+  "message": "the GPU list was read",
+  "segment": "/dev/shm/qzGpuInfo_v2",
+  "writerAttached": true,
+  "ageSeconds": 1.250,
+  "publishedAt": 1700000000.500,
+  "gpus": [
+    {
+      "index": 0,
+      "name": "NVIDIA GeForce RTX 4090",
+      "kind": "Cuda",
+      "kindCode": 1,
+      "deviceIndex": 0,
+      "figuresValid": true,
+      "openclMatched": true,
+      "optixCapable": true,
+      "amdRayTracing": false,
+      "usagePercent": 45,
+      "temperatureCelsius": 60,
+      "memoryTotalMiB": 24576,
+      "memoryUsedMiB": 1024,
+      "memoryFreeMiB": 23552,
+      "speedGps": 123.45
+    },
+    {
+      "index": 1,
+      "name": "NVIDIA Tesla",
+      "kind": "Cuda",
+      "kindCode": 1,
+      "deviceIndex": 1,
+      "figuresValid": true,
+      "openclMatched": false,
+      "optixCapable": false,
+      "amdRayTracing": false,
+      "usagePercent": 0,
+      "temperatureCelsius": 0,
+      "memoryTotalMiB": 8192,
+      "memoryUsedMiB": 0,
+      "memoryFreeMiB": 8192,
+      "speedGps": 0
+    },
+    {
+      "index": 2,
+      "name": "Navi 31",
+      "kind": "AMD",
+      "kindCode": 2,
+      "deviceIndex": 0,
+      "figuresValid": true,
+      "openclMatched": false,
+      "optixCapable": false,
+      "amdRayTracing": true,
+      "usagePercent": null,
+      "temperatureCelsius": null,
+      "memoryTotalMiB": 16384,
+      "memoryUsedMiB": null,
+      "memoryFreeMiB": null,
+      "speedGps": null
+    },
+    {
+      "index": 3,
+      "name": "Bare",
+      "kind": "Other",
+      "kindCode": 0,
+      "deviceIndex": -1,
+      "figuresValid": false,
+      "openclMatched": false,
+      "optixCapable": false,
+      "amdRayTracing": false,
+      "usagePercent": null,
+      "temperatureCelsius": null,
+      "memoryTotalMiB": null,
+      "memoryUsedMiB": null,
+      "memoryFreeMiB": null,
+      "speedGps": null
+    }
+  ],
+  "summary": {
+    "usagePercent": 45,
+    "temperatureCelsius": 60,
+    "memoryTotalMiB": 24576,
+    "memoryUsedMiB": 1024,
+    "memoryFreeMiB": 23552,
+    "speedGps": 123.45
+  }
+}
+)";
+
+const char emptyObject[] = R"({
+  "formatVersion": 1,
+  "state": "missing",
+  "message": "there is no segment",
+  "segment": "/dev/shm/qzGpuInfo_v2",
+  "writerAttached": false,
+  "ageSeconds": null,
+  "publishedAt": null,
+  "gpus": [],
+  "summary": null
+}
+)";
+
+} // namespace
+
+class test_jsonForm : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void objects_data() {
+        QTest::addColumn<StatusReport>("report");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("four GPUs") << with(mixedReport(), [](StatusReport& report) {
+            report.summary = busyGpu();
+        }) << wholeObject;
+        QTest::newRow("no segment") << missingReport() << emptyObject;
+    }
+    void objects() {
+        QFETCH(StatusReport, report);
+        QTEST(QString::fromStdString(jsonForm(report)), "text");
+    }
+
+    void names_data() {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<QString>("text");
+        const auto row = [](const char* name, const char* bytes, const char* text) {
+            QTest::newRow(name) << QByteArray(bytes) << QString::fromUtf8(text);
+        };
+        row("empty", "", R"("")");
+        row("quotes", "a \"b\" 'c'", "\"a \\\"b\\\" 'c'\"");
+        row("backslash", R"(a\n)", R"("a\\n")");
+        row("slash", "a/b", R"("a/b")");
+        row("line break", "a\nb", R"("a\u000ab")");
+        row("lowest control character", "\x01", R"("\u0001")");
+        row("highest control character", "\x1f ", R"("\u001f ")");
+        row("delete", "~\x7f", R"("~\u007f")");
+        row("two, three and four bytes", "ß€😀", R"("ß€😀")");
+        row("no UTF-8", "\xff!\xe2\x82", "\"\uFFFD!\uFFFD\"");
+    }
+    void names() {
+        QFETCH(QByteArray, name);
+        QFETCH(QString, text);
+        const StatusReport report =
+            freshReport({with(amdGpu(), [&](GpuView& gpu) { gpu.name = name.toStdString(); })});
+        const QByteArray json = QByteArray::fromStdString(jsonForm(report));
+        QVERIFY2(json.contains("\"name\": " + text.toUtf8() + ",\n"), json);
+        QVERIFY(QJsonDocument::fromJson(json).isObject());
+    }
+
+    void members_data() {
+        QTest::addColumn<StatusReport>("report");
+        QTest::addColumn<QString>("member");
+        const auto gpu = [](const char* name, const auto& edit, const char* member) {
+            QTest::newRow(name) << freshReport({with(amdGpu(), edit)}) << member;
+        };
+        gpu(
+            "unknown kind", [](GpuView& view) { view = unknownGpu(); },
+            "\"kind\": \"unknown\",\n      \"kindCode\": 7,\n      \"deviceIndex\": 3,\n");
+        gpu(
+            "lowest", [](GpuView& view) { view.usagePercent = INT32_MIN; },
+            R"("usagePercent": -2147483648,)");
+        gpu(
+            "highest", [](GpuView& view) { view.memoryUsedMiB = INT32_MAX; },
+            R"("memoryUsedMiB": 2147483647,)");
+        gpu("largest score", [](GpuView& view) { view.speedGps = FLT_MAX; }, "\"speedGps\": 3.4028235e+38\n");
+        gpu(
+            "smallest score", [](GpuView& view) { view.speedGps = FLT_MIN; },
+            "\"speedGps\": 1.1754944e-38\n");
+        QTest::newRow("age to a millisecond")
+            << with(freshReport(), [](StatusReport& report) { report.ageSeconds = 0.0006; })
+            << R"("ageSeconds": 0.001,)";
+    }
+    void members() {
+        QFETCH(StatusReport, report);
+        QFETCH(QString, member);
+        const QByteArray json = QByteArray::fromStdString(jsonForm(report));
+        QVERIFY2(json.contains(member.toUtf8()), json);
+        QVERIFY(QJsonDocument::fromJson(json).isObject());
+    }
+
+    void states_data() {
+        QTest::addColumn<int>("state");
+        QTest::addColumn<QString>("name");
+        const auto row = [](ReportState state, const char* name) {
+            QTest::newRow(name) << static_cast<int>(state) << name;
+        };
+        row(ReportState::Ok, "ok");
+        row(ReportState::Stale, "stale");
+        row(ReportState::Missing, "missing");
+        row(ReportState::NotReady, "notReady");
+        row(ReportState::Foreign, "foreign");
+        row(ReportState::TooSmall, "tooSmall");
+        row(ReportState::Locked, "locked");
+        row(ReportState::PermissionDenied, "permissionDenied");
+        row(ReportState::IoError, "ioError");
+    }
+    void states() {
+        QFETCH(int, state);
+        StatusReport report = missingReport();
+        report.state = static_cast<ReportState>(state);
+        const auto json = QJsonDocument::fromJson(QByteArray::fromStdString(jsonForm(report))).object();
+        QTEST(json["state"].toString(), "name");
+    }
+};
+
+QTEST_GUILESS_MAIN(test_jsonForm)
+#include "test_jsonForm.moc"
