@@ -112,28 +112,5 @@ class Offsets(unittest.TestCase):
         self.check("A RECORD", "gpu/GpuDevice.h", 152)
 
 
-class Completion(unittest.TestCase):
-    def answers(self, command, *words):
-        """What bash offers for the last word."""
-        script = (f'source "{SOURCE}/packaging/completions/{command}"; COMP_WORDS=("$@"); '
-                  f'COMP_CWORD=$(($# - 1)); compopt() {{ :; }}; _{command}; '
-                  'printf "%s\\n" "${COMPREPLY[@]}"')
-        done = subprocess.run(["bash", "-euc", script, "bash", command, *words], stdin=subprocess.DEVNULL,
-                              capture_output=True, text=True, timeout=20, check=False, cwd=SOURCE)
-        self.assertEqual((done.returncode, done.stderr), (0, ""))
-        return set(done.stdout.split())
-
-    def test_every_option_is_offered(self):
-        self.assertEqual(self.answers("qzGpuInfo", "-"), info_options())
-        self.assertEqual(self.answers("qzGpuStatus", ""), status_options())
-        self.assertEqual(self.answers("qzGpuStatus", "--ma"), {"--max-age"})
-
-    def test_arguments(self):
-        self.assertIn("bash", self.answers("qzGpuInfo", "-v", "ba"))
-        self.assertEqual(self.answers("qzGpuStatus", "--output", "CMakeP"), {"CMakePresets.json"})
-        self.assertEqual(self.answers("qzGpuStatus", "--directory", "packagin"), {"packaging"})
-        self.assertEqual(self.answers("qzGpuStatus", "--wait", "-"), set())
-
-
 if __name__ == "__main__":
     unittest.main(verbosity=2)
