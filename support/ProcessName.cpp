@@ -28,7 +28,11 @@ bool ProcessName::equals(std::string_view text) const {
 }
 
 bool ProcessName::isCommand(std::string_view comm) const {
-    return equals(comm);
+    return base.size() < commCapacity && equals(comm);
+}
+
+bool ProcessName::mayBeCutCommand(std::string_view comm) const {
+    return base.size() >= commCapacity && comm.size() == commCapacity && beginsWith(base, comm);
 }
 
 bool ProcessName::isProgram(std::string_view programPath) const {
@@ -36,6 +40,6 @@ bool ProcessName::isProgram(std::string_view programPath) const {
 }
 
 bool ProcessName::isScript(std::string_view comm, std::string_view scriptPath) const {
-    return !comm.empty() && beginsWith(baseName(scriptPath), comm) && base.size() != comm.size() &&
-           isProgram(scriptPath) && (isPathBeginning() || base.size() > commCapacity);
+    return !comm.empty() && beginsWith(baseName(scriptPath), comm) && isProgram(scriptPath) &&
+           (isPathBeginning() || base.size() > commCapacity || mayBeCutCommand(comm));
 }

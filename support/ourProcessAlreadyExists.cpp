@@ -38,7 +38,11 @@ class ProcessEntries {
         } else {
             stat.comm = parseProcComm(read("comm", statBytes, sizeof statBytes));
         }
-        if (name.isCommand(stat.comm) || isExecutable(name) || isArgument(name, stat.comm))
+        if (name.isCommand(stat.comm))
+            return Verdict::Yes;
+        const Verdict executable = judgeExecutable(name);
+        const bool isCutCommand = executable == Verdict::Unknown && name.mayBeCutCommand(stat.comm);
+        if (executable == Verdict::Yes || isCutCommand || isArgument(name, stat.comm))
             return Verdict::Yes;
         return isStarved ? Verdict::Unknown : Verdict::No;
     }
@@ -47,13 +51,15 @@ class ProcessEntries {
     static constexpr std::size_t pathCapacity = 4096;
     static constexpr std::size_t longestEntry = sizeof "cmdline";
 
-    bool isExecutable(const ProcessName& name) {
+    /// Unknown: the link can't be read (another user's process, a kernel thread).
+    Verdict judgeExecutable(const ProcessName& name) {
         char target[pathCapacity];
         const ssize_t length = entry == nullptr ? -1 : readlink(named("exe"), target, sizeof target);
         if (length <= 0 || static_cast<std::size_t>(length) == sizeof target)
-            return false;
+            return Verdict::Unknown;
         const std::string_view exe(target, static_cast<std::size_t>(length));
-        return name.isProgram(exe) || name.isProgram(withoutDeletedMark(exe));
+        const bool matches = name.isProgram(exe) || name.isProgram(withoutDeletedMark(exe));
+        return matches ? Verdict::Yes : Verdict::No;
     }
 
     bool isArgument(const ProcessName& name, std::string_view comm) {

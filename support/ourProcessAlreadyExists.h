@@ -5,9 +5,12 @@
 
 #include "support/qzString.h"
 
-/// Whether a process goes by `name`: by its command name, its executable's base name or the base name of its
-/// `argv[0]`, and a script by its own file's name. A zombie doesn't count, nor an empty name, which nothing
-/// has.
+/// Whether a process goes by `name`: its command name, the base name of its executable or of its `argv[0]`,
+/// or, for a script that its `#!` line started, the script's file name. Zombies don't count, and no process
+/// has an empty name.
+///
+/// The kernel cuts command names at 15 bytes. A name of 15 bytes or more is therefore compared with the
+/// executable, `argv[0]` and the script; its first 15 bytes suffice only where the executable can't be read.
 ///
 /// `name`: of a name with a slash, what follows the last one counts. A name that fills its 25 bytes was
 /// probably cut and is taken as a beginning; when it has a slash, a path that begins with it counts as well.

@@ -66,7 +66,8 @@ class TestProcessName : public QObject {
             QTest::newRow(title) << QByteArray(name) << cut << QByteArray(comm) << matches;
         };
         row("equal", "render", false, "render", true);
-        row("15 bytes", "fifteen-letters", false, "fifteen-letters", true);
+        row("14 bytes", "fourteen-bytes", false, "fourteen-bytes", true);
+        row("15 bytes may be the beginning of more", "fifteen-letters", false, "fifteen-letters", false);
         row("a longer name isn't decided by its beginning", "fifteen-letters-x", false, "fifteen-letters",
             false);
         row("with a slash", "/opt/render", false, "render", true);
@@ -82,6 +83,33 @@ class TestProcessName : public QObject {
         QFETCH(QByteArray, comm);
         QFETCH(bool, matches);
         QCOMPARE(ProcessName(viewOf(name), cut, true).isCommand(viewOf(comm)), matches);
+    }
+
+    void cutCommand_data() {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<bool>("cut");
+        QTest::addColumn<QByteArray>("comm");
+        QTest::addColumn<bool>("matches");
+        const auto row = [](const char* title, const char* name, bool cut, const char* comm, bool matches) {
+            QTest::newRow(title) << QByteArray(name) << cut << QByteArray(comm) << matches;
+        };
+        row("15 bytes", "fifteen-letters", false, "fifteen-letters", true);
+        row("more", "fifteen-letters-x", false, "fifteen-letters", true);
+        row("more, in a directory", "/opt/fifteen-letters-x", false, "fifteen-letters", true);
+        row("a beginning of 25 bytes", "fifteen-letters-and-more-", true, "fifteen-letters", true);
+        row("another name", "fifteen-letters", false, "fifteen-letterz", false);
+        row("a whole command name", "fifteen-letters", false, "fifteen-letter", false);
+        row("a kernel thread's", "fifteen-letters-x", false, "fifteen-letters-", false);
+        row("14 bytes are never cut", "fourteen-bytes", false, "fourteen-bytes", false);
+        row("empty", "", false, "", false);
+    }
+
+    void cutCommand() {
+        QFETCH(QByteArray, name);
+        QFETCH(bool, cut);
+        QFETCH(QByteArray, comm);
+        QFETCH(bool, matches);
+        QCOMPARE(ProcessName(viewOf(name), cut, true).mayBeCutCommand(viewOf(comm)), matches);
     }
 
     void script_data() {
@@ -102,7 +130,8 @@ class TestProcessName : public QObject {
             false);
         row("no command name", "render-manager.py", false, "", "render-manager.py", false);
         row("a short name is told by the command", "render.py", false, "render", "render.py", false);
-        row("15 bytes are told by the command", "render-mngr.py1", false, "render-mngr.py", "render-mngr.py1",
+        row("15 bytes", "render-mngr.py1", false, "render-mngr.py1", "/x/render-mngr.py1", true);
+        row("15 bytes, whole command name", "render-mngr.py1", false, "render-mngr.py", "render-mngr.py1",
             false);
         row("no argument", "render-manager.py", false, "render-manager.", "", false);
         row("cut name", "render-manager-of-the-fa", true, "render-manager-",
@@ -128,6 +157,7 @@ class TestProcessName : public QObject {
         QVERIFY(name.isProgram("/opt/RENDER\xc3\xa4["));
         QVERIFY(!name.isCommand("render\xc3\x84[")); // letters beyond A to Z are as they are
         QVERIFY(!name.isCommand("render\xc3\xa4{")); // and so are the bytes beside the letters
+        QVERIFY(ProcessName("Fifteen-Letters-X", false, false).mayBeCutCommand("fIFTEEN-lETTERS"));
         QVERIFY(ProcessName("AZaz@`", false, false).isCommand("azAZ@`"));
         QVERIFY(!ProcessName("@", false, false).isCommand("`"));
     }

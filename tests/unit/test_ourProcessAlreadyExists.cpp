@@ -57,6 +57,22 @@ class TestOurProcessAlreadyExists : public QObject {
             other, true);
         row("long name, namesake of 15 characters", "render-manager-gtk", "render-manager-",
             "/x/render-manager-qt", other, false);
+        row("15 bytes, cut from a longer name", "render-manager-", "render-manager-", "/x/render-manager-gtk",
+            other, false);
+        row("15 bytes by executable", "render-manager1", "render-manager1", "/x/render-manager1", other,
+            true);
+        row("15 bytes by argv[0]", "render-manager1", "render-manager1", "/usr/bin/python3",
+            QByteArray("render-manager1\0", 16), true);
+        row("15 bytes by script", "render-manag.py", "render-manag.py", "/bin/sh",
+            QByteArray("/bin/sh\0./render-manag.py\0", 26), true);
+        row("15 bytes, a title's own", "render-manager1", "render-manager1", "/usr/bin/python3", other,
+            false);
+        row("15 bytes, unreadable executable, another title", "render-manager1", "render-manager1", "",
+            QByteArray("render: idle\0", 13), true);
+        row("long name, unreadable executable, another title", "render-manager-gtk", "render-manager-", "",
+            QByteArray("render: idle\0", 13), true);
+        row("long name, unreadable executable, another command", "render-manager-gtk", "render-manage", "",
+            other, false);
         row("script", "render-manager.py", "render-manager.", "/usr/bin/python3",
             QByteArray("/usr/bin/python3\0/x/render-manager.py\0", 38), true);
         row("script of another end", "render-manager.py", "render-manager.", "/usr/bin/python3",
@@ -281,7 +297,7 @@ class TestOurProcessAlreadyExists : public QObject {
             const int next = dup(0);
             close(next);
             const auto limit = rlim_t(next + left);
-            const struct rlimit few { limit, limit };
+            const struct rlimit few{limit, limit};
             if (setrlimit(RLIMIT_NOFILE, &few) != 0)
                 return 2;
             qint64 pid = -5;
