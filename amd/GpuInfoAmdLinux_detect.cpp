@@ -1,9 +1,8 @@
 // Finding AMD's GPUs, once, at the program's start.
-#include "amd/GpuInfoAmdLinux.h"
-
 #include <algorithm>
 
 #include "amd/AmdAdvice.h"
+#include "amd/GpuInfoAmdLinux.h"
 #include "amd/sysfs.h"
 #include "app/log/logLine.h"
 #include "opencl/GpuOpenCL_Loader.h"

@@ -4,7 +4,7 @@ namespace {
 
 struct Option {
     const char* text;
-    bool CommandLine::*flag;
+    bool CommandLine::* flag;
 };
 
 constexpr Option options[] = {

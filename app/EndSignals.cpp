@@ -27,7 +27,7 @@ std::int64_t nowMs() {
 }
 
 void setDisposition(void (*handler)(int)) {
-    struct sigaction action {};
+    struct sigaction action{};
     action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
     // One handler at a time, so that of two signals the second always finds what the first has left.

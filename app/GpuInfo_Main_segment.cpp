@@ -1,6 +1,5 @@
 // What the driver does with the shared-memory segment.
 #include "app/GpuInfo_Main.h"
-
 #include "app/log/logLine.h"
 #include "support/qzLastOSError.h"
 

@@ -1,10 +1,10 @@
-#include "nvidia/CudaLibrary.h"
-
 #include <array>
 #include <cstddef>
 #include <cstring>
 
 #include <dlfcn.h>
+
+#include "nvidia/CudaLibrary.h"
 
 namespace {
 

@@ -1,11 +1,10 @@
 // Finding NVIDIA's GPUs, once, at the program's start.
-#include "nvidia/GpuInfoNvml_CUDA.h"
-
 #include <algorithm>
 #include <array>
 
 #include "app/log/logLine.h"
 #include "nvidia/GpuCuda_Loader.h"
+#include "nvidia/GpuInfoNvml_CUDA.h"
 #include "nvidia/GpuNvml_Loader.h"
 #include "nvidia/NvidiaAdvice.h"
 #include "opencl/GpuOpenCL_Loader.h"

@@ -1,9 +1,9 @@
 // The OpenCL objects of one benchmark run.
 #pragma once
 
-#include <QByteArray>
-
 #include <CL/cl.h>
+
+#include <QByteArray>
 
 /// Owned by the caller of one run. Objects that are absent are null; what is left at its end is released.
 struct GpuBenchmarkOpenCL_Context {

@@ -4,10 +4,10 @@
 
 #include <vector>
 
+#include <CL/cl.h>
+
 #include <QByteArray>
 #include <QString>
-
-#include <CL/cl.h>
 
 #include "gpu/GpuDevice.h"
 #include "opencl/GpuOpenCL_Loader.h"

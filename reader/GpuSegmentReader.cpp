@@ -4,11 +4,12 @@
 #include <array>
 #include <cerrno>
 #include <ctime>
+#include <utility>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
 
 #include "support/FileDescriptor.h"
 #include "support/attachedLock.h"
@@ -65,7 +66,7 @@ SegmentResult takeLock(int descriptor, Clock::time_point deadline, GpuSnapshot& 
 
 /// Asking for an exclusive lock names a holder of a shared one, without taking anything.
 bool someoneIsAttached(int descriptor) {
-    struct flock request {};
+    struct flock request{};
     request.l_type = F_WRLCK;
     request.l_whence = SEEK_SET;
     request.l_start = attachedLockOffset;
@@ -116,7 +117,7 @@ Attempt readOnce(const char* path, Clock::time_point deadline, GpuSnapshot& snap
     if (!file.isOpen())
         return {failure(snapshot, errno), false};
 
-    struct stat info {};
+    struct stat info{};
     if (::fstat(file.get(), &info) != 0)
         return {failure(snapshot, errno), false};
     SegmentResult result = checkObject(info);

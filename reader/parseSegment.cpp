@@ -1,7 +1,7 @@
-#include "reader/GpuSegmentReader.h"
-
 #include <algorithm>
 #include <cstring>
+
+#include "reader/GpuSegmentReader.h"
 
 namespace {
 

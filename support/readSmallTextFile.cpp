@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 
-#include <QFile>
-
 #include <fcntl.h>
+
+#include <QFile>
 
 #include "support/FileDescriptor.h"
 

@@ -94,7 +94,7 @@ Opening tryOpen(const QByteArray& path, int flags, FileDescriptor& object) {
             errno = EPERM;
         return Opening::Failed;
     }
-    struct stat found {};
+    struct stat found{};
     if (fstat(object.get(), &found) != 0)
         return Opening::Failed;
     if (isForeign(found)) {
@@ -122,7 +122,7 @@ FileDescriptor createSegmentObject(const QByteArray& directory, const QByteArray
     if (replace)
         return createRenamed(directory, path, size, replace);
     // Asked first, so that an existing segment is reported as such where there is no room for another one.
-    struct stat existing {};
+    struct stat existing{};
     if (lstat(path.constData(), &existing) == 0) {
         errno = EEXIST;
         return {};
@@ -162,7 +162,7 @@ FileDescriptor openSegmentObject(const QByteArray& path, bool writable) {
 }
 
 bool setAttachedLock(int object, short type) {
-    struct flock range {};
+    struct flock range{};
     range.l_type = type;
     range.l_whence = SEEK_SET;
     range.l_start = attachedLockOffset;
@@ -171,18 +171,18 @@ bool setAttachedLock(int object, short type) {
 }
 
 bool isSameObject(int object, const QByteArray& path) {
-    struct stat held {};
-    struct stat named {};
+    struct stat held{};
+    struct stat named{};
     return fstat(object, &held) == 0 && lstat(path.constData(), &named) == 0 && held.st_dev == named.st_dev &&
            held.st_ino == named.st_ino;
 }
 
 qint64 objectSize(int object) {
-    struct stat now {};
+    struct stat now{};
     return fstat(object, &now) == 0 ? now.st_size : -1;
 }
 
 bool isWithinFileSizeLimit(qint64 size) {
-    struct rlimit limit {};
+    struct rlimit limit{};
     return getrlimit(RLIMIT_FSIZE, &limit) != 0 || static_cast<rlim_t>(size) <= limit.rlim_cur;
 }

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <string>
+
 #include <sys/ioctl.h>
 #include <unistd.h>
 

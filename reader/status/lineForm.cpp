@@ -1,10 +1,9 @@
-#include "reader/status/forms.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
 #include "reader/status/displayText.h"
+#include "reader/status/forms.h"
 
 namespace {
 

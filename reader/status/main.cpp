@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+
 #include <unistd.h>
 
 #include "reader/status/Options.h"

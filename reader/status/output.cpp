@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -88,7 +89,7 @@ int writeAll(int descriptor, std::string_view text) {
 }
 
 std::string replaceFile(const std::string& path, std::string_view text) {
-    struct stat info {};
+    struct stat info{};
     if (::lstat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode))
         return "cannot write '" + path + "': it is there and is no regular file";
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <ctime>
 #include <memory>
+
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>

@@ -1,12 +1,12 @@
 // What does the work behind the OpenCL stand-in's objects: PoCL, or a script.
 #pragma once
 
+#include <memory>
+#include <string>
+
 #include "simulator/lib/ClApi.h"
 #include "simulator/lib/ClObjects.h"
 #include "simulator/lib/Machine.h"
-
-#include <memory>
-#include <string>
 
 namespace qzsim {
 

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fcntl.h>
 #include <new>
+
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -48,13 +49,13 @@ CounterSlot* Counters::slot(std::string_view name) {
     if (known != m_known.end())
         return known->second;
     const auto taken = std::min(m_file->slotCount.load(), CounterFile::maxSlots);
-    CounterSlot* found = std::find_if(m_file->slots, m_file->slots + taken,
+    CounterSlot* found = std::find_if(m_file->entries, m_file->entries + taken,
                                       [&key](const CounterSlot& slot) { return key == slot.name; });
-    if (found == m_file->slots + taken) {
+    if (found == m_file->entries + taken) {
         const auto index = m_file->slotCount.fetch_add(1);
         if (index >= CounterFile::maxSlots)
             return nullptr;
-        found = &m_file->slots[index];
+        found = &m_file->entries[index];
         std::memcpy(found->name, key.data(), key.size());
     }
     m_known.emplace(key, found);
@@ -72,7 +73,7 @@ std::int64_t Counters::happened(std::string_view name) {
         return 0;
     const auto event = m_file->eventCount.fetch_add(1);
     if (event < CounterFile::maxEvents)
-        m_file->events[event] = static_cast<std::uint16_t>(counted - m_file->slots);
+        m_file->events[event] = static_cast<std::uint16_t>(counted - m_file->entries);
     return counted->value.fetch_add(1) + 1;
 }
 

@@ -23,12 +23,12 @@ struct CounterFile {
     char magic[8]; ///< "QZSIM 1"
     std::atomic<std::uint32_t> slotCount;
     std::atomic<std::uint32_t> eventCount; ///< goes on counting when the room below is used up
-    CounterSlot slots[maxSlots];
-    std::uint16_t events[maxEvents]; ///< the slots' indices, in the order in which things happened
+    CounterSlot entries[maxSlots];
+    std::uint16_t events[maxEvents]; ///< the entries' indices, in the order in which things happened
 };
 
 static_assert(sizeof(CounterSlot) == 128);
-static_assert(offsetof(CounterFile, slots) == 16);
+static_assert(offsetof(CounterFile, entries) == 16);
 static_assert(offsetof(CounterFile, events) == 16 + 128 * CounterFile::maxSlots);
 
 class Counters {

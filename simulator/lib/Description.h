@@ -2,11 +2,11 @@
 // matter.
 #pragma once
 
-#include "simulator/lib/Text.h"
-
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "simulator/lib/Text.h"
 
 namespace qzsim {
 

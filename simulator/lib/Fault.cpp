@@ -1,8 +1,8 @@
 #include "simulator/lib/Fault.h"
 
-#include "simulator/lib/EntryPoints.h"
-
 #include <cerrno>
+
+#include "simulator/lib/EntryPoints.h"
 
 namespace qzsim {
 

@@ -1,12 +1,12 @@
 // One thing that goes wrong: where, what and at which calls.
 #pragma once
 
-#include "simulator/lib/Description.h"
-
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "simulator/lib/Description.h"
 
 namespace qzsim {
 

@@ -1,8 +1,8 @@
 #include "simulator/lib/Figure.h"
 
-#include "simulator/lib/Text.h"
-
 #include <algorithm>
+
+#include "simulator/lib/Text.h"
 
 namespace qzsim {
 

@@ -1,13 +1,13 @@
 // A simulated machine, as its description file tells it.
 #pragma once
 
-#include "simulator/lib/Fault.h"
-#include "simulator/lib/Figure.h"
-
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "simulator/lib/Fault.h"
+#include "simulator/lib/Figure.h"
 
 namespace qzsim {
 

@@ -1,14 +1,15 @@
-#include "simulator/lib/ClBackend.h"
-#include "simulator/lib/happen.h"
-
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <vector>
+
+#include <dlfcn.h>
+
+#include "simulator/lib/ClBackend.h"
+#include "simulator/lib/happen.h"
 
 namespace qzsim {
 

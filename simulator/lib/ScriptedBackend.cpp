@@ -1,10 +1,10 @@
-#include "simulator/lib/ClBackend.h"
-#include "simulator/lib/Session.h"
-#include "simulator/lib/happen.h"
-
 #include <algorithm>
 #include <cstring>
 #include <vector>
+
+#include "simulator/lib/ClBackend.h"
+#include "simulator/lib/Session.h"
+#include "simulator/lib/happen.h"
 
 namespace qzsim {
 

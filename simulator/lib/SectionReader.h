@@ -2,15 +2,15 @@
 // took.
 #pragma once
 
-#include "simulator/lib/Description.h"
-#include "simulator/lib/Figure.h"
-
 #include <cstdint>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "simulator/lib/Description.h"
+#include "simulator/lib/Figure.h"
 
 namespace qzsim {
 

@@ -1,12 +1,13 @@
 #include "simulator/lib/Session.h"
 
-#include "simulator/lib/EntryPoints.h"
-#include "simulator/lib/happen.h"
-
 #include <cstdio>
 #include <cstdlib>
+
 #include <dlfcn.h>
 #include <unistd.h>
+
+#include "simulator/lib/EntryPoints.h"
+#include "simulator/lib/happen.h"
 
 namespace qzsim {
 

@@ -2,13 +2,13 @@
 // counters.
 #pragma once
 
-#include "simulator/lib/Counters.h"
-#include "simulator/lib/Machine.h"
-
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "simulator/lib/Counters.h"
+#include "simulator/lib/Machine.h"
 
 #define QZSIM_API extern "C" __attribute__((visibility("default")))
 

@@ -1,13 +1,13 @@
 // The OpenCL stand-in's objects: every call is counted, its handles are checked, and the backend does the
 // rest.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
 #include "simulator/lib/ClApi.h"
 #include "simulator/lib/ClBackend.h"
 #include "simulator/lib/ClLookup.h"
 #include "simulator/lib/Session.h"
-
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 namespace {
 

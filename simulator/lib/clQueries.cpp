@@ -1,10 +1,10 @@
 // The OpenCL stand-in's platforms and devices, answered from the description in both modes.
+#include <algorithm>
+#include <cstring>
+
 #include "simulator/lib/ClApi.h"
 #include "simulator/lib/ClLookup.h"
 #include "simulator/lib/Session.h"
-
-#include <algorithm>
-#include <cstring>
 
 namespace {
 

@@ -1,9 +1,9 @@
 // Stand-in for the CUDA runtime, built once for each major version: the layout of cudaDeviceProp is the
 // version's.
-#include "simulator/lib/Session.h"
-
 #include <algorithm>
 #include <cstring>
+
+#include "simulator/lib/Session.h"
 
 namespace {
 

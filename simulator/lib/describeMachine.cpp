@@ -1,11 +1,11 @@
 // qzsim-describe FILE [FAULT]...: checks a description and tells the launcher, as one JSON object, what to
 // lay around the program. Bytes above 0x7f stand as the Latin-1 characters of their value.
-#include "simulator/lib/EntryPoints.h"
-#include "simulator/lib/Machine.h"
-
 #include <cstdio>
 #include <functional>
 #include <iostream>
+
+#include "simulator/lib/EntryPoints.h"
+#include "simulator/lib/Machine.h"
 
 namespace {
 

@@ -5,9 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <string>
+
 #include <dlfcn.h>
 #include <spawn.h>
-#include <string>
 #include <unistd.h>
 
 namespace qzsim {

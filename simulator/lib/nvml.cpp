@@ -1,10 +1,10 @@
 // Stand-in for libnvidia-ml.so.1: the ten functions that the program uses, with the published ABI.
-#include "simulator/lib/Session.h"
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+
+#include "simulator/lib/Session.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
-#include "simulator/lib/readSections.h"
-
 #include <array>
 #include <cstdio>
+
+#include "simulator/lib/readSections.h"
 
 namespace qzsim {
 

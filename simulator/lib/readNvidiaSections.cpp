@@ -1,6 +1,5 @@
-#include "simulator/lib/readSections.h"
-
 #include "simulator/lib/EntryPoints.h"
+#include "simulator/lib/readSections.h"
 
 namespace qzsim {
 

@@ -1,7 +1,5 @@
 // Preloaded into the program: counts the openings of files below /sys, lets some of them fail or change,
 // notes when a library is closed, and keeps a clock that scripted rounds can move on.
-#include "simulator/lib/Session.h"
-
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -9,12 +7,15 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
 #include <sys/mman.h>
 #include <unistd.h>
+
+#include "simulator/lib/Session.h"
 
 namespace {
 

@@ -8,10 +8,10 @@
 #include <cstdlib>
 #include <memory>
 
-#include <QCoreApplication>
-
 #include <sys/syscall.h>
 #include <unistd.h>
+
+#include <QCoreApplication>
 
 #include "app/GpuInfo_Main.h"
 #include "app/log/logLine.h"

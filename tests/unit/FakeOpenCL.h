@@ -5,10 +5,10 @@
 #include <optional>
 #include <vector>
 
+#include <CL/cl.h>
+
 #include <QByteArray>
 #include <QStringList>
-
-#include <CL/cl.h>
 
 #include "tests/unit/FakeLoader.h"
 

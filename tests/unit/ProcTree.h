@@ -1,9 +1,9 @@
 // A process list for tests.
 #pragma once
 
-#include <QtTest>
-
 #include <unistd.h>
+
+#include <QtTest>
 
 /// A process list on disk.
 class ProcTree {

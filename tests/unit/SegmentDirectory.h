@@ -3,13 +3,13 @@
 
 #include <cstdlib>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
 #include <QStringList>
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "support/qzSharedMemory.h"
 
@@ -39,7 +39,7 @@ class SegmentDirectory {
 
     /// Of the name itself; all zeros when there is none.
     struct stat status(const char* key) const {
-        struct stat result {};
+        struct stat result{};
         if (lstat(file(key).constData(), &result) != 0)
             result = {};
         return result;

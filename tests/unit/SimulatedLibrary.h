@@ -2,13 +2,13 @@
 // describes.
 #pragma once
 
-#include "simulator/lib/Counters.h"
+#include <dlfcn.h>
 
 #include <QByteArray>
 #include <QFile>
 #include <QTemporaryDir>
 
-#include <dlfcn.h>
+#include "simulator/lib/Counters.h"
 
 /// The description, the faults and the counters of a test, in the environment that the stand-ins read.
 class SimulatedMachine {

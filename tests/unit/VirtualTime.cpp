@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <ctime>
 
-#include <QThread>
-
 #include <sys/syscall.h>
 #include <unistd.h>
+
+#include <QThread>
 
 namespace {
 

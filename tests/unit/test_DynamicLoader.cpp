@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <cmath>
 
-#include <QtTest>
-
 #include <dlfcn.h>
 #include <link.h>
+
+#include <QtTest>
 
 #include "support/DynamicLoader.h"
 #include "tests/unit/FakeCalls.h"
@@ -52,8 +52,7 @@ void TestDynamicLoader::openFirst() {
 }
 
 void TestDynamicLoader::resolvesAndTellsWhatIsMissing() {
-    FakeLoader::provide("liba.so").add(
-        "answer", +[] { return 42; });
+    FakeLoader::provide("liba.so").add("answer", +[] { return 42; });
     const DynamicLoader loader = FakeLoader::functions();
     void* library = loader.openFirst({"liba.so"});
     int (*answer)() = nullptr;

@@ -1,9 +1,9 @@
 // The part of ending in order that only the process itself can see; how it ends is seen from outside.
-#include <QtTest>
-
 #include <csignal>
 
 #include <sys/resource.h>
+
+#include <QtTest>
 
 #include "ChildProcess.h"
 #include "app/EndSignals.h"
@@ -11,7 +11,7 @@
 namespace {
 
 struct sigaction dispositionOf(int number) {
-    struct sigaction now {};
+    struct sigaction now{};
     sigaction(number, nullptr, &now);
     return now;
 }
@@ -58,7 +58,9 @@ class TestEndSignals : public QObject {
     }
 
     void leavesTheDefault() {
-        { const EndSignals endSignals; }
+        {
+            const EndSignals endSignals;
+        }
         QVERIFY(isDefault(SIGINT) && isDefault(SIGTERM));
     }
 
@@ -86,7 +88,7 @@ class TestEndSignals : public QObject {
 
     void withoutADescriptorNothingChanges() {
         ChildProcess child([] {
-            const struct rlimit none { 0, 0 };
+            const struct rlimit none{0, 0};
             if (setrlimit(RLIMIT_NOFILE, &none) != 0)
                 return 1;
             const EndSignals endSignals;

@@ -2,12 +2,12 @@
 // behind.
 #include <functional>
 
-#include <QtTest>
-
 #include <malloc.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <QtTest>
 
 #include "app/log/logLine.h"
 #include "opencl/GpuBenchmarkOpenCL.h"
@@ -282,8 +282,7 @@ void TestGpuBenchmarkOpenCL_failures::levels_data() {
     const auto row = [](const char* name, const std::function<void()>& spoil, bool noMemory = false) {
         QTest::newRow(name) << spoil << noMemory;
     };
-    row(
-        "no memory", [] {}, true);
+    row("no memory", [] {}, true);
     for (int nth : {1, 2, 3})
         row(qPrintable(QString("buffer %1").arg(nth)), [nth] { FakeCalls::fail("clCreateBuffer", -4, nth); });
     row("warm-up fails", [] { FakeCalls::fail("clFinish", -5); });

@@ -1,6 +1,6 @@
-#include <QtTest>
-
 #include <cstring>
+
+#include <QtTest>
 
 #include "gpu/GpuDevice.h"
 
@@ -34,50 +34,28 @@ class TestGpuDevice : public QObject {
         const auto row = [](const char* field, Write write, int offset, const char* hex) {
             QTest::newRow(field) << write << offset << QByteArray::fromHex(hex);
         };
-        row(
-            "statsValid", [](GpuDevice& gpu) { gpu.statsValid = 0x11; }, 0, "11");
-        row(
-            "name's first byte", [](GpuDevice& gpu) { gpu.name[0] = 'A'; }, 1, "41");
-        row(
-            "name's last byte", [](GpuDevice& gpu) { gpu.name[63] = 'z'; }, 64, "7a");
-        row(
-            "reserved65", [](GpuDevice& gpu) { gpu.reserved65 = 0x12; }, 65, "12");
-        row(
-            "optixCapable", [](GpuDevice& gpu) { gpu.optixCapable = 0x13; }, 66, "13");
-        row(
-            "amdRayTracing", [](GpuDevice& gpu) { gpu.amdRayTracing = 0x14; }, 67, "14");
-        row(
-            "gpuType", [](GpuDevice& gpu) { gpu.gpuType = 0x15; }, 68, "15");
-        row(
-            "deviceIndex", [](GpuDevice& gpu) { gpu.deviceIndex = -2; }, 72, "feffffff");
-        row(
-            "clDevice", [](GpuDevice& gpu) { gpu.clDevice = 0x1122334455667788U; }, 76, "8877665544332211");
-        row(
-            "hasTemperature", [](GpuDevice& gpu) { gpu.hasTemperature = 0x16; }, 84, "16");
-        row(
-            "temperature", [](GpuDevice& gpu) { gpu.temperature = 0x01020304; }, 88, "04030201");
-        row(
-            "hasMemTotal", [](GpuDevice& gpu) { gpu.hasMemTotal = 0x17; }, 92, "17");
-        row(
-            "memTotalMb", [](GpuDevice& gpu) { gpu.memTotalMb = 0x05060708; }, 96, "08070605");
-        row(
-            "hasMemUsage", [](GpuDevice& gpu) { gpu.hasMemUsage = 0x18; }, 100, "18");
-        row(
-            "memUsedMb", [](GpuDevice& gpu) { gpu.memUsedMb = 0x11121314; }, 104, "14131211");
-        row(
-            "memFreeMb", [](GpuDevice& gpu) { gpu.memFreeMb = 0x21222324; }, 108, "24232221");
-        row(
-            "hasUsage", [](GpuDevice& gpu) { gpu.hasUsage = 0x19; }, 112, "19");
-        row(
-            "usagePercent", [](GpuDevice& gpu) { gpu.usagePercent = 0x31323334; }, 116, "34333231");
-        row(
-            "hasSpeed", [](GpuDevice& gpu) { gpu.hasSpeed = 0x1a; }, 120, "1a");
-        row(
-            "speedGps", [](GpuDevice& gpu) { gpu.speedGps = 12.5F; }, 124, "00004841");
-        row(
-            "tail's first byte", [](GpuDevice& gpu) { gpu.tail[0] = 0x1b; }, 128, "1b");
-        row(
-            "tail's last byte", [](GpuDevice& gpu) { gpu.tail[23] = 0x1c; }, 151, "1c");
+        row("statsValid", [](GpuDevice& gpu) { gpu.statsValid = 0x11; }, 0, "11");
+        row("name's first byte", [](GpuDevice& gpu) { gpu.name[0] = 'A'; }, 1, "41");
+        row("name's last byte", [](GpuDevice& gpu) { gpu.name[63] = 'z'; }, 64, "7a");
+        row("reserved65", [](GpuDevice& gpu) { gpu.reserved65 = 0x12; }, 65, "12");
+        row("optixCapable", [](GpuDevice& gpu) { gpu.optixCapable = 0x13; }, 66, "13");
+        row("amdRayTracing", [](GpuDevice& gpu) { gpu.amdRayTracing = 0x14; }, 67, "14");
+        row("gpuType", [](GpuDevice& gpu) { gpu.gpuType = 0x15; }, 68, "15");
+        row("deviceIndex", [](GpuDevice& gpu) { gpu.deviceIndex = -2; }, 72, "feffffff");
+        row("clDevice", [](GpuDevice& gpu) { gpu.clDevice = 0x1122334455667788U; }, 76, "8877665544332211");
+        row("hasTemperature", [](GpuDevice& gpu) { gpu.hasTemperature = 0x16; }, 84, "16");
+        row("temperature", [](GpuDevice& gpu) { gpu.temperature = 0x01020304; }, 88, "04030201");
+        row("hasMemTotal", [](GpuDevice& gpu) { gpu.hasMemTotal = 0x17; }, 92, "17");
+        row("memTotalMb", [](GpuDevice& gpu) { gpu.memTotalMb = 0x05060708; }, 96, "08070605");
+        row("hasMemUsage", [](GpuDevice& gpu) { gpu.hasMemUsage = 0x18; }, 100, "18");
+        row("memUsedMb", [](GpuDevice& gpu) { gpu.memUsedMb = 0x11121314; }, 104, "14131211");
+        row("memFreeMb", [](GpuDevice& gpu) { gpu.memFreeMb = 0x21222324; }, 108, "24232221");
+        row("hasUsage", [](GpuDevice& gpu) { gpu.hasUsage = 0x19; }, 112, "19");
+        row("usagePercent", [](GpuDevice& gpu) { gpu.usagePercent = 0x31323334; }, 116, "34333231");
+        row("hasSpeed", [](GpuDevice& gpu) { gpu.hasSpeed = 0x1a; }, 120, "1a");
+        row("speedGps", [](GpuDevice& gpu) { gpu.speedGps = 12.5F; }, 124, "00004841");
+        row("tail's first byte", [](GpuDevice& gpu) { gpu.tail[0] = 0x1b; }, 128, "1b");
+        row("tail's last byte", [](GpuDevice& gpu) { gpu.tail[23] = 0x1c; }, 151, "1c");
     }
 
     void offset() {

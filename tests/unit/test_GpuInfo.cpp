@@ -1,8 +1,8 @@
-#include <QtTest>
-
 #include <cstddef>
 #include <cstring>
 #include <memory>
+
+#include <QtTest>
 
 #include "FakeProvider.h"
 

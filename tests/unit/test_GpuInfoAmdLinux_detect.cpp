@@ -2,9 +2,9 @@
 #include <climits>
 #include <cstring>
 
-#include <QtTest>
-
 #include <dirent.h>
+
+#include <QtTest>
 
 #include "tests/unit/AmdMachine.h"
 

@@ -1,6 +1,6 @@
-#include <QtTest>
-
 #include <cstring>
+
+#include <QtTest>
 
 #include "gpu/GpuInfoBlock.h"
 

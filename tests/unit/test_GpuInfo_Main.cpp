@@ -1,9 +1,9 @@
 // The driver's life: its start, its timer, its end, what Qt sees of it. The cycle and the segment have tests
 // of their own.
-#include <QtTest>
-
 #include <cstdio>
 #include <cstring>
+
+#include <QtTest>
 
 #include "DriverBench.h"
 #include "app/log/logLine.h"
@@ -163,8 +163,7 @@ class TestGpuInfo_Main : public QObject {
         bench.driver->singleRun = true;
         bool pendingWasHandled = false;
         QTimer::singleShot(0, this, [&] {
-            QMetaObject::invokeMethod(
-                this, [&] { pendingWasHandled = true; }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(this, [&] { pendingWasHandled = true; }, Qt::QueuedConnection);
             bench.init();
             QVERIFY(pendingWasHandled);
         });

@@ -1,11 +1,11 @@
 // What the driver does with the segment: every way in which it can be made, joined, lost and written.
-#include <QtTest>
-
 #include <functional>
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/resource.h>
+
+#include <QtTest>
 
 #include "DriverBench.h"
 #include "app/log/logLine.h"
@@ -166,9 +166,9 @@ class TestGpuInfo_Main_segment : public QObject {
     void noRoom() {
         DriverBench bench;
         const QString system = qzLastOSError(EFBIG);
-        struct rlimit before {};
+        struct rlimit before{};
         getrlimit(RLIMIT_FSIZE, &before);
-        const struct rlimit small { 7471, before.rlim_max };
+        const struct rlimit small{7471, before.rlim_max};
         setrlimit(RLIMIT_FSIZE, &small);
         bool result = true;
         const QByteArray reason = reasonOf(bench, create);
@@ -342,9 +342,9 @@ class TestGpuInfo_Main_segment : public QObject {
         bench.init();
         bench.update();
         QCOMPARE(bench.segment().left(8), QByteArray::fromHex("010d0100 01000000"));
-        struct rlimit before {};
+        struct rlimit before{};
         getrlimit(RLIMIT_FSIZE, &before);
-        const struct rlimit small { 4096, before.rlim_max };
+        const struct rlimit small{4096, before.rlim_max};
         setrlimit(RLIMIT_FSIZE, &small);
         bool result = true;
         const QByteArray text = DriverBench::printed([&] { result = bench.driver->publish(); });

@@ -112,8 +112,7 @@ void TestGpuNvml_Loader::missingEntryPoint() {
     FakeLibrary& library = FakeNvml::install({});
     library.symbols.erase(name);
     if (name.endsWith("_v2") || name.endsWith("_v3")) // an older name of it does not serve
-        library.add(
-            name.chopped(3).constData(), +[] { return 0; });
+        library.add(name.chopped(3).constData(), +[] { return 0; });
     int result = 1;
     QCOMPARE(printedBy([&] { result = load(); }), incompleteText);
     QCOMPARE(result, 0);

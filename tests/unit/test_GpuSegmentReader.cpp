@@ -1,19 +1,20 @@
 // The reader's library alone: what it makes of bytes, and of an object that changes while it reads.
-#include <QTemporaryDir>
-#include <QtTest>
-
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <random>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <thread>
 #include <unistd.h>
-#include <vector>
+
+#include <QTemporaryDir>
+#include <QtTest>
 
 #include "ChildProcess.h"
 #include "RefusedCall.h"

@@ -1,14 +1,15 @@
 // The reader on segments that the program's own writer makes: both sides mean the same lock, byte and
 // instant.
-#include <QTemporaryDir>
-#include <QtTest>
-
 #include <atomic>
 #include <cstring>
-#include <fcntl.h>
 #include <memory>
-#include <sys/stat.h>
 #include <thread>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <QTemporaryDir>
+#include <QtTest>
 
 #include "reader/GpuSegmentReader.h"
 #include "support/qzSharedMemory.h"

@@ -1,9 +1,9 @@
 // What a machine's description may say, and the one line that tells where it is wrong.
-#include "simulator/lib/Machine.h"
+#include <cerrno>
 
 #include <QTest>
 
-#include <cerrno>
+#include "simulator/lib/Machine.h"
 
 using namespace qzsim;
 

@@ -1,9 +1,9 @@
 // The lines of a [faults] section.
-#include "simulator/lib/Fault.h"
+#include <cerrno>
 
 #include <QTest>
 
-#include <cerrno>
+#include "simulator/lib/Fault.h"
 
 using namespace qzsim;
 

@@ -1,13 +1,14 @@
 // The counters' file, and the library that stands before the functions that read files.
-#include "tests/unit/SimulatedLibrary.h"
-
-#include <QTest>
-
 #include <array>
 #include <cerrno>
+
 #include <fcntl.h>
 #include <time.h>
 #include <unistd.h>
+
+#include <QTest>
+
+#include "tests/unit/SimulatedLibrary.h"
 
 namespace {
 

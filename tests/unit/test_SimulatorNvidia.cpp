@@ -1,13 +1,13 @@
 // The NVML and CUDA stand-ins through the dynamic loader: records, codes, faults by call, counters.
-#include "tests/unit/ChildProcess.h"
-#include "tests/unit/SimulatedLibrary.h"
+#include <array>
+#include <csignal>
+#include <cstring>
 
 #include <QElapsedTimer>
 #include <QTest>
 
-#include <array>
-#include <csignal>
-#include <cstring>
+#include "tests/unit/ChildProcess.h"
+#include "tests/unit/SimulatedLibrary.h"
 
 namespace {
 

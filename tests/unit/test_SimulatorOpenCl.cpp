@@ -1,12 +1,12 @@
 // The OpenCL stand-in through the dynamic loader, without PoCL: queries, objects, what is leaked and misused.
-#include "simulator/lib/ClApi.h"
-#include "tests/unit/SimulatedLibrary.h"
+#include <array>
+#include <cstring>
 
 #include <QElapsedTimer>
 #include <QTest>
 
-#include <array>
-#include <cstring>
+#include "simulator/lib/ClApi.h"
+#include "tests/unit/SimulatedLibrary.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // Text from outside on its way to people and formats: what displayText and its neighbours make of it.
-#include <QtTest>
-
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+
+#include <QtTest>
 
 #include "reader/status/displayText.h"
 #include "reader/status/forms.h"

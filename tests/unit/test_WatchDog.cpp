@@ -1,6 +1,6 @@
-#include <QtTest>
-
 #include <sys/prctl.h>
+
+#include <QtTest>
 
 #include "CaptureStdout.h"
 #include "ChildProcess.h"

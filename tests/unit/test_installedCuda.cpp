@@ -1,9 +1,9 @@
 // The CUDA runtime that is really installed, and the header that comes with it.
-#include <QtTest>
-
 #include <cstring>
 
 #include <dlfcn.h>
+
+#include <QtTest>
 
 #include "FakeLoader.h"
 #include "nvidia/CudaLibrary.h"

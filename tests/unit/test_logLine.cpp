@@ -1,6 +1,6 @@
-#include <QtTest>
-
 #include <cstdio>
+
+#include <QtTest>
 
 #include "CaptureStdout.h"
 #include "app/log/logLine.h"

@@ -1,13 +1,13 @@
-#include <QtTest>
-
 #include <cstring>
-#include <pthread.h>
 
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+
+#include <QtTest>
 
 #include "ChildProcess.h"
 #include "ProcTree.h"

@@ -1,6 +1,6 @@
-#include <QtTest>
-
 #include <limits>
+
+#include <QtTest>
 
 #include "CaptureStdout.h"
 #include "app/log/logLine.h"
@@ -141,8 +141,7 @@ class TestPrintGpuStatus : public QObject {
                 gpu.usagePercent = 100;
             },
             "    #0 : Gpu Usage:     100 %\n");
-        row(
-            "usage 0", [](GpuDevice& gpu) { gpu.hasUsage = 1; }, "    #0 : Gpu Usage:       0 %\n");
+        row("usage 0", [](GpuDevice& gpu) { gpu.hasUsage = 1; }, "    #0 : Gpu Usage:       0 %\n");
         row(
             "usage, wide",
             [](GpuDevice& gpu) {
@@ -193,8 +192,7 @@ class TestPrintGpuStatus : public QObject {
                 gpu.memFreeMb = 123456;
             },
             "    #0 : Mem Used:        1 Mb\n    #0 : Mem Free:    123456 Mb\n");
-        row(
-            "speed 0", [](GpuDevice& gpu) { gpu.hasSpeed = 1; }, "    #0 : Speed:        0.00 GPS\n");
+        row("speed 0", [](GpuDevice& gpu) { gpu.hasSpeed = 1; }, "    #0 : Speed:        0.00 GPS\n");
         row(
             "speed, five places",
             [](GpuDevice& gpu) {

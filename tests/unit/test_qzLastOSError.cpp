@@ -1,7 +1,7 @@
-#include <QtTest>
-
 #include <cerrno>
 #include <cstring>
+
+#include <QtTest>
 
 #include "support/qzLastOSError.h"
 

@@ -1,12 +1,12 @@
 // One process and a segment in real shared memory.
-#include <QtTest>
-
 #include <cerrno>
 #include <cstring>
 #include <limits>
 
 #include <fcntl.h>
 #include <unistd.h>
+
+#include <QtTest>
 
 #include "SegmentBench.h"
 #include "support/qzSharedMemory.h"
@@ -33,7 +33,7 @@ class TestQzSharedMemory : public QObject {
     void standsInDevShm() {
         const QByteArray name = "qzTest-key-" + QByteArray::number(getpid());
         const QByteArray path = "/dev/shm/" + name;
-        struct stat found {};
+        struct stat found{};
         qzSharedMemory segment(name.constData(), mode);
         QVERIFY(segment.create(blockSize, true, false));
         QCOMPARE(stat(path.constData(), &found), 0);

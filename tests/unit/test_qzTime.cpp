@@ -1,6 +1,6 @@
-#include <QtTest>
-
 #include <cstdlib>
+
+#include <QtTest>
 
 #include "support/qzTime.h"
 

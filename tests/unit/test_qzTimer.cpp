@@ -1,6 +1,6 @@
-#include <QtTest>
-
 #include <limits>
+
+#include <QtTest>
 
 #include "support/qzTimer.h"
 

@@ -3,8 +3,6 @@
 #include <optional>
 #include <vector>
 
-#include <QtTest>
-
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
@@ -12,6 +10,8 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <QtTest>
 
 #include "support/readSmallTextFile.h"
 

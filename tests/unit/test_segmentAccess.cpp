@@ -1,12 +1,12 @@
 // What an attached process does with its segment: lock, write, map, see that it is still there.
-#include <QtTest>
-
 #include <limits>
 #include <thread>
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
+
+#include <QtTest>
 
 #include "SegmentBench.h"
 #include "support/qzSharedMemory.h"

@@ -1,6 +1,4 @@
 // What others put in a segment's place, and what a system may refuse.
-#include <QtTest>
-
 #include <cerrno>
 
 #include <grp.h>
@@ -11,6 +9,8 @@
 #include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include <QtTest>
 
 #include "ChildProcess.h"
 #include "RefusedCall.h"

@@ -1,11 +1,11 @@
 // How an object comes to its name where the system lacks one of the ways.
-#include <QtTest>
-
 #include <cerrno>
 
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+
+#include <QtTest>
 
 #include "ChildProcess.h"
 #include "RefusedCall.h"
@@ -243,7 +243,7 @@ class TestSegmentObject : public QObject {
     void fileSizeLimit() {
         QVERIFY(isWithinFileSizeLimit(std::numeric_limits<qint64>::max()));
         ChildProcess child([] {
-            const struct rlimit small { 100, 100 };
+            const struct rlimit small{100, 100};
             setrlimit(RLIMIT_FSIZE, &small);
             return isWithinFileSizeLimit(100) && !isWithinFileSizeLimit(101) ? 0 : 1;
         });

@@ -1,6 +1,4 @@
 // Several processes on one segment: who removes it, what a killed one leaves, who wins a race.
-#include <QtTest>
-
 #include <algorithm>
 #include <memory>
 #include <vector>
@@ -8,6 +6,8 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
+
+#include <QtTest>
 
 #include "ChildProcess.h"
 #include "SegmentDirectory.h"
@@ -22,7 +22,7 @@ constexpr qint64 blockSize = 7472;
 /// What a reader in another language asks: whether anybody is attached.
 bool isAnybodyAttached(const QByteArray& path) {
     const int object = open(path.constData(), O_RDWR | O_CLOEXEC);
-    struct flock range {};
+    struct flock range{};
     range.l_type = F_WRLCK;
     range.l_whence = SEEK_SET;
     range.l_start = 4611686018427387904; // 2 to the power of 62
@@ -33,7 +33,7 @@ bool isAnybodyAttached(const QByteArray& path) {
 }
 
 bool setRecordLock(int object, short type) {
-    struct flock range {};
+    struct flock range{};
     range.l_type = type;
     range.l_whence = SEEK_SET;
     range.l_start = 4611686018427387904;

@@ -1,6 +1,4 @@
 // What is said of each failure, word for word: it is what a person finds in a log.
-#include <QtTest>
-
 #include <functional>
 
 #include <fcntl.h>
@@ -8,6 +6,8 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+
+#include <QtTest>
 
 #include "ChildProcess.h"
 #include "RefusedCall.h"
@@ -63,7 +63,7 @@ class TestSegmentSentences : public QObject {
                 scratch.makeFile(key, "x");
                 const FileDescriptor leaving(
                     open(scratch.file(key).constData(), O_RDWR | O_CLOEXEC)); // and does not get on with it
-                struct flock all {};
+                struct flock all{};
                 all.l_type = F_WRLCK;
                 QVERIFY(fcntl(leaving.get(), F_OFD_SETLK, &all) == 0);
                 attach(segment, scratch);
@@ -162,9 +162,9 @@ class TestSegmentSentences : public QObject {
         say(
             [](qzSharedMemory& segment, const SegmentDirectory&) {
                 QVERIFY(segment.create(blockSize, true, false));
-                struct rlimit before {};
+                struct rlimit before{};
                 getrlimit(RLIMIT_FSIZE, &before);
-                const struct rlimit small { 1, before.rlim_max };
+                const struct rlimit small{1, before.rlim_max};
                 setrlimit(RLIMIT_FSIZE, &small);
                 segment.write("xx", 2);
                 setrlimit(RLIMIT_FSIZE, &before);

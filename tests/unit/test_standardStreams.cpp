@@ -1,10 +1,10 @@
-#include <QtTest>
-
 #include <csignal>
 #include <cstdio>
-#include <stdio_ext.h>
 
 #include <fcntl.h>
+#include <stdio_ext.h>
+
+#include <QtTest>
 
 #include "ChildProcess.h"
 #include "app/standardStreams.h"

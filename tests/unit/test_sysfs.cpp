@@ -1,8 +1,8 @@
-#include <QtTest>
-
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <QtTest>
 
 #include "amd/sysfs.h"
 #include "tests/unit/DrmTree.h"

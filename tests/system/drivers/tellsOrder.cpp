@@ -3,11 +3,11 @@
 #include <string>
 #include <string_view>
 
-#include <QCoreApplication>
-#include <QTimer>
-
 #include <dlfcn.h>
 #include <unistd.h>
+
+#include <QCoreApplication>
+#include <QTimer>
 
 namespace {
 
