@@ -20,26 +20,26 @@ std::optional<double> secondsOf(std::string_view text, double least, double most
 
 class Parser {
   public:
-    explicit Parser(const std::vector<std::string_view>& arguments) : m_arguments(arguments) {}
+    explicit Parser(const std::vector<std::string_view>& commandLine) : arguments(commandLine) {}
 
     ParsedOptions parse() {
-        while (m_next < m_arguments.size() && m_result.error.empty())
-            takeOption(m_arguments[m_next++]);
-        if (m_result.error.empty() && !m_result.options.output.empty() && form() == Form::Watch)
-            m_result.error = "--output cannot be used with --watch";
-        return m_result;
+        while (next < arguments.size() && parsed.error.empty())
+            takeOption(arguments[next++]);
+        if (parsed.error.empty() && !parsed.options.output.empty() && form() == Form::Watch)
+            parsed.error = "--output cannot be used with --watch";
+        return parsed;
     }
 
   private:
-    Form& form() { return m_result.options.form; }
+    Form& form() { return parsed.options.form; }
 
     void takeOption(std::string_view argument) {
         const auto equals = argument.find('=');
         const std::string_view name = argument.substr(0, equals);
-        m_inline =
+        inlineValue =
             equals == std::string_view::npos ? std::nullopt : std::optional(argument.substr(equals + 1));
 
-        Options& options = m_result.options;
+        Options& options = parsed.options;
         if (name == "--json")
             takeForm(name, Form::Json);
         else if (name == "--prometheus")
@@ -59,62 +59,61 @@ class Parser {
         else if (name == "--directory")
             takeText(name, options.directory);
         else
-            m_result.error = "unknown argument '" + std::string(argument) + "'";
+            parsed.error = "unknown argument '" + std::string(argument) + "'";
     }
 
     void takeForm(std::string_view name, Form wanted) {
-        if (m_inline)
-            m_result.error = std::string(name) + " takes no value";
+        if (inlineValue)
+            parsed.error = std::string(name) + " takes no value";
         else if (form() != Form::Table && form() != wanted)
-            m_result.error = std::string(name) + " cannot be used with another form of output";
+            parsed.error = std::string(name) + " cannot be used with another form of output";
         else
             form() = wanted;
     }
 
     void takeWatch() {
-        if (!m_inline && m_next < m_arguments.size() &&
-            secondsOf(m_arguments[m_next], 0.0, longestTime).has_value())
-            m_inline = m_arguments[m_next++];
-        const auto seconds = m_inline;
-        m_inline.reset();
+        if (!inlineValue && next < arguments.size() &&
+            secondsOf(arguments[next], 0.0, longestTime).has_value())
+            inlineValue = arguments[next++];
+        const auto seconds = inlineValue;
+        inlineValue.reset();
         takeForm("--watch", Form::Watch);
-        if (seconds && m_result.error.empty()) {
-            m_inline = seconds;
-            takeSeconds("--watch", 0.1, m_result.options.watchSeconds);
+        if (seconds && parsed.error.empty()) {
+            inlineValue = seconds;
+            takeSeconds("--watch", 0.1, parsed.options.watchSeconds);
         }
     }
 
     /// The text behind "=", else the next argument; an error when there is none.
     std::string_view value(std::string_view name) {
-        if (m_inline)
-            return *m_inline;
-        if (m_next < m_arguments.size())
-            return m_arguments[m_next++];
-        m_result.error = std::string(name) + " needs a value";
+        if (inlineValue)
+            return *inlineValue;
+        if (next < arguments.size())
+            return arguments[next++];
+        parsed.error = std::string(name) + " needs a value";
         return {};
     }
 
     void takeText(std::string_view name, std::string& target) {
         target = value(name);
-        if (target.empty() && m_result.error.empty())
-            m_result.error = std::string(name) + " needs a value";
+        if (target.empty() && parsed.error.empty())
+            parsed.error = std::string(name) + " needs a value";
     }
 
     void takeSeconds(std::string_view name, double least, double& target) {
         const std::string_view text = value(name);
-        if (!m_result.error.empty())
+        if (!parsed.error.empty())
             return;
         if (const auto seconds = secondsOf(text, least, longestTime))
             target = *seconds;
         else
-            m_result.error =
-                std::string(name) + " needs a number of seconds, not '" + std::string(text) + "'";
+            parsed.error = std::string(name) + " needs a number of seconds, not '" + std::string(text) + "'";
     }
 
-    const std::vector<std::string_view>& m_arguments;
-    std::size_t m_next = 0;
-    std::optional<std::string_view> m_inline; ///< the text behind "=" of the option at hand
-    ParsedOptions m_result;
+    const std::vector<std::string_view>& arguments;
+    std::size_t next = 0;
+    std::optional<std::string_view> inlineValue; ///< the text behind "=" of the option at hand
+    ParsedOptions parsed;
 };
 
 } // namespace

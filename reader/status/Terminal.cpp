@@ -31,7 +31,7 @@ bool canRedraw(int descriptor) {
     return ::isatty(descriptor) == 1 && kind != nullptr && *kind != '\0' && std::string_view(kind) != "dumb";
 }
 
-TerminalScreen::TerminalScreen(int descriptor) : m_descriptor(descriptor) {
+TerminalScreen::TerminalScreen(int terminal) : descriptor(terminal) {
     enter();
 }
 
@@ -40,11 +40,11 @@ TerminalScreen::~TerminalScreen() {
 }
 
 void TerminalScreen::enter() const {
-    writeAll(m_descriptor, enterSequence);
+    writeAll(descriptor, enterSequence);
 }
 
 void TerminalScreen::leave() const {
-    writeAll(m_descriptor, leaveSequence);
+    writeAll(descriptor, leaveSequence);
 }
 
 int TerminalScreen::draw(std::string_view text, int rows) const {
@@ -57,5 +57,5 @@ int TerminalScreen::draw(std::string_view text, int rows) const {
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
     }
     frame += clearBelow;
-    return writeAll(m_descriptor, frame);
+    return writeAll(descriptor, frame);
 }

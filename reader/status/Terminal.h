@@ -17,7 +17,7 @@ bool canRedraw(int descriptor);
 /// content comes back with its end.
 class TerminalScreen {
   public:
-    explicit TerminalScreen(int descriptor);
+    explicit TerminalScreen(int terminal);
     ~TerminalScreen();
     TerminalScreen(const TerminalScreen&) = delete;
     TerminalScreen& operator=(const TerminalScreen&) = delete;
@@ -31,5 +31,5 @@ class TerminalScreen {
     void enter() const;
 
   private:
-    int m_descriptor;
+    int descriptor;
 };

@@ -50,7 +50,7 @@ std::string json(const std::optional<T>& value) {
 /// The members of one object, in the order they are added.
 class JsonObject {
   public:
-    explicit JsonObject(std::string indent) : m_indent(std::move(indent)) {}
+    explicit JsonObject(std::string outerIndent) : indent(std::move(outerIndent)) {}
 
     template <class T>
     void add(const char* name, const T& value) {
@@ -58,14 +58,14 @@ class JsonObject {
     }
 
     void addRaw(const char* name, const std::string& value) {
-        m_members += (m_members.empty() ? "\n" : ",\n") + m_indent + "  " + quoted(name) + ": " + value;
+        members += (members.empty() ? "\n" : ",\n") + indent + "  " + quoted(name) + ": " + value;
     }
 
-    std::string text() const { return "{" + m_members + "\n" + m_indent + "}"; }
+    std::string text() const { return "{" + members + "\n" + indent + "}"; }
 
   private:
-    std::string m_indent;
-    std::string m_members;
+    std::string indent;
+    std::string members;
 };
 
 void addFigures(JsonObject& object, const GpuView& gpu) {

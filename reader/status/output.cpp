@@ -17,46 +17,45 @@ class TemporaryFile {
     /// The name begins with a dot and does not end like the target's, so that who collects files by their
     /// ending passes it over.
     TemporaryFile(const std::string& directory, const std::string& baseName)
-        : m_path(directory + "." + baseName + ".XXXXXX"), m_descriptor(::mkostemp(m_path.data(), O_CLOEXEC)) {
-    }
+        : path(directory + "." + baseName + ".XXXXXX"), descriptor(::mkostemp(path.data(), O_CLOEXEC)) {}
 
     ~TemporaryFile() {
         closeFile();
-        if (m_exists && !m_renamed)
-            ::unlink(m_path.c_str());
+        if (exists && !renamed)
+            ::unlink(path.c_str());
     }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    bool isOpen() const { return m_descriptor >= 0; }
+    bool isOpen() const { return descriptor >= 0; }
 
     /// 0 or the `errno` of what failed.
     int fill(std::string_view text) {
-        if (const int error = writeAll(m_descriptor, text))
+        if (const int error = writeAll(descriptor, text))
             return error;
-        if (::fchmod(m_descriptor, 0644) != 0 || ::fsync(m_descriptor) != 0)
+        if (::fchmod(descriptor, 0644) != 0 || ::fsync(descriptor) != 0)
             return errno;
         return closeFile();
     }
 
-    int renameTo(const std::string& path) {
-        if (::rename(m_path.c_str(), path.c_str()) != 0)
+    int renameTo(const std::string& target) {
+        if (::rename(path.c_str(), target.c_str()) != 0)
             return errno;
-        m_renamed = true;
+        renamed = true;
         return 0;
     }
 
   private:
     int closeFile() {
-        const int result = m_descriptor >= 0 ? ::close(m_descriptor) : 0;
-        m_descriptor = -1;
+        const int result = descriptor >= 0 ? ::close(descriptor) : 0;
+        descriptor = -1;
         return result == 0 ? 0 : errno;
     }
 
-    std::string m_path;
-    int m_descriptor;
-    bool m_exists = m_descriptor >= 0;
-    bool m_renamed = false;
+    std::string path;
+    int descriptor;
+    bool exists = descriptor >= 0;
+    bool renamed = false;
 };
 
 /// The new name survives a power cut only once the directory is on the disk too. Not every file system can do

@@ -25,18 +25,18 @@ using Clock = std::chrono::steady_clock;
 class Signals {
   public:
     Signals() {
-        ::sigemptyset(&m_set);
+        ::sigemptyset(&caught);
         for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP})
-            ::sigaddset(&m_set, number);
-        ::sigprocmask(SIG_BLOCK, &m_set, &m_before);
-        m_descriptor = ::signalfd(-1, &m_set, SFD_CLOEXEC | SFD_NONBLOCK);
-        if (m_descriptor < 0) // then they act as they always do, rather than not at all
-            ::sigprocmask(SIG_SETMASK, &m_before, nullptr);
+            ::sigaddset(&caught, number);
+        ::sigprocmask(SIG_BLOCK, &caught, &before);
+        descriptor = ::signalfd(-1, &caught, SFD_CLOEXEC | SFD_NONBLOCK);
+        if (descriptor < 0) // then they act as they always do, rather than not at all
+            ::sigprocmask(SIG_SETMASK, &before, nullptr);
     }
     ~Signals() {
-        if (m_descriptor >= 0)
-            ::close(m_descriptor);
-        ::sigprocmask(SIG_SETMASK, &m_before, nullptr);
+        if (descriptor >= 0)
+            ::close(descriptor);
+        ::sigprocmask(SIG_SETMASK, &before, nullptr);
     }
     Signals(const Signals&) = delete;
     Signals& operator=(const Signals&) = delete;
@@ -47,11 +47,11 @@ class Signals {
             constexpr std::int64_t longestPoll = 60'000;
             const std::int64_t left =
                 std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-            pollfd waiting{m_descriptor, POLLIN, 0};
+            pollfd waiting{descriptor, POLLIN, 0};
             const int ready =
                 ::poll(&waiting, 1, static_cast<int>(std::clamp(left, std::int64_t{0}, longestPoll)));
             signalfd_siginfo signal{};
-            if (ready > 0 && ::read(m_descriptor, &signal, sizeof signal) == sizeof signal)
+            if (ready > 0 && ::read(descriptor, &signal, sizeof signal) == sizeof signal)
                 return static_cast<int>(signal.ssi_signo);
             if (left <= 0)
                 return 0;
@@ -59,9 +59,9 @@ class Signals {
     }
 
   private:
-    sigset_t m_set{};
-    sigset_t m_before{};
-    int m_descriptor = -1;
+    sigset_t caught{};
+    sigset_t before{};
+    int descriptor = -1;
 };
 
 std::string nowText() {
@@ -77,30 +77,30 @@ class Display {
   public:
     Display() {
         if (canRedraw(STDOUT_FILENO))
-            m_screen = std::make_unique<TerminalScreen>(STDOUT_FILENO);
+            screen = std::make_unique<TerminalScreen>(STDOUT_FILENO);
     }
 
-    bool inPlace() const { return m_screen != nullptr; }
+    bool inPlace() const { return screen != nullptr; }
 
     /// 0 or the `errno` of the write.
     int show(const StatusReport& report) {
-        if (!m_screen)
+        if (!screen)
             return writeAll(STDOUT_FILENO, lineForm(report, nowText()));
         const TerminalSize size = terminalSize(STDOUT_FILENO);
-        return m_screen->draw(tableForm(report, size.columns > 0 ? size.columns : 80, true), size.rows);
+        return screen->draw(tableForm(report, size.columns > 0 ? size.columns : 80, true), size.rows);
     }
 
     /// Stops this process as Ctrl-Z asks, with the terminal as it was, and goes on after it.
     void suspend() {
-        if (m_screen)
-            m_screen->leave();
+        if (screen)
+            screen->leave();
         ::raise(SIGSTOP);
-        if (m_screen)
-            m_screen->enter();
+        if (screen)
+            screen->enter();
     }
 
   private:
-    std::unique_ptr<TerminalScreen> m_screen;
+    std::unique_ptr<TerminalScreen> screen;
 };
 
 } // namespace

@@ -12,16 +12,16 @@ const char* kindName(ClKind kind) {
 void ClObjects::created(ClKind kind, const void* handle, std::size_t size) {
     if (handle != nullptr) {
         // An implementation may use the address of a released object again.
-        m_objects[handle] = Object{kind, true, size};
+        objects[handle] = Object{kind, true, size};
         Session::instance().counters().add(std::string("live:") + kindName(kind));
     }
 }
 
 bool ClObjects::isLive(ClKind kind, const void* handle, const char* function) {
-    const auto found = m_objects.find(handle);
-    if (found != m_objects.end() && found->second.kind == kind && found->second.lives)
+    const auto found = objects.find(handle);
+    if (found != objects.end() && found->second.kind == kind && found->second.lives)
         return true;
-    const bool wasReleased = found != m_objects.end() && found->second.kind == kind;
+    const bool wasReleased = found != objects.end() && found->second.kind == kind;
     Session::instance().misuse(std::string(function) + (wasReleased ? " of a released " : " of what is no ") +
                                kindName(kind));
     return false;
@@ -30,14 +30,14 @@ bool ClObjects::isLive(ClKind kind, const void* handle, const char* function) {
 bool ClObjects::released(ClKind kind, const void* handle, const char* function) {
     if (!isLive(kind, handle, function))
         return false;
-    m_objects[handle].lives = false;
+    objects[handle].lives = false;
     Session::instance().counters().add(std::string("live:") + kindName(kind), -1);
     return true;
 }
 
 std::size_t ClObjects::sizeOf(const void* buffer) const {
-    const auto found = m_objects.find(buffer);
-    return found == m_objects.end() ? 0 : found->second.size;
+    const auto found = objects.find(buffer);
+    return found == objects.end() ? 0 : found->second.size;
 }
 
 } // namespace qzsim

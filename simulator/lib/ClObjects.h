@@ -30,7 +30,7 @@ class ClObjects {
         bool lives;
         std::size_t size;
     };
-    std::unordered_map<const void*, Object> m_objects;
+    std::unordered_map<const void*, Object> objects;
 };
 
 } // namespace qzsim

@@ -35,30 +35,30 @@ Counters::Counters(const std::string& path) {
     void* memory = mapCounterFile(path);
     if (memory == MAP_FAILED)
         throw std::bad_alloc();
-    m_file = static_cast<CounterFile*>(memory);
-    std::memcpy(m_file->magic, "QZSIM 1", sizeof(m_file->magic));
+    file = static_cast<CounterFile*>(memory);
+    std::memcpy(file->magic, "QZSIM 1", sizeof(file->magic));
 }
 
 Counters::~Counters() {
-    munmap(m_file, sizeof(CounterFile));
+    munmap(file, sizeof(CounterFile));
 }
 
 CounterSlot* Counters::slot(std::string_view name) {
     const std::string key(name.substr(0, sizeof(CounterSlot::name) - 1));
-    const auto known = m_known.find(key);
-    if (known != m_known.end())
-        return known->second;
-    const auto taken = std::min(m_file->slotCount.load(), CounterFile::maxSlots);
-    CounterSlot* found = std::find_if(m_file->entries, m_file->entries + taken,
+    const auto cached = known.find(key);
+    if (cached != known.end())
+        return cached->second;
+    const auto taken = std::min(file->slotCount.load(), CounterFile::maxSlots);
+    CounterSlot* found = std::find_if(file->entries, file->entries + taken,
                                       [&key](const CounterSlot& slot) { return key == slot.name; });
-    if (found == m_file->entries + taken) {
-        const auto index = m_file->slotCount.fetch_add(1);
+    if (found == file->entries + taken) {
+        const auto index = file->slotCount.fetch_add(1);
         if (index >= CounterFile::maxSlots)
             return nullptr;
-        found = &m_file->entries[index];
+        found = &file->entries[index];
         std::memcpy(found->name, key.data(), key.size());
     }
-    m_known.emplace(key, found);
+    known.emplace(key, found);
     return found;
 }
 
@@ -71,9 +71,9 @@ std::int64_t Counters::happened(std::string_view name) {
     CounterSlot* counted = slot(name);
     if (counted == nullptr)
         return 0;
-    const auto event = m_file->eventCount.fetch_add(1);
+    const auto event = file->eventCount.fetch_add(1);
     if (event < CounterFile::maxEvents)
-        m_file->events[event] = static_cast<std::uint16_t>(counted - m_file->entries);
+        file->events[event] = static_cast<std::uint16_t>(counted - file->entries);
     return counted->value.fetch_add(1) + 1;
 }
 

@@ -52,8 +52,8 @@ class Counters {
   private:
     CounterSlot* slot(std::string_view name);
 
-    CounterFile* m_file = nullptr;
-    std::unordered_map<std::string, CounterSlot*> m_known;
+    CounterFile* file = nullptr;
+    std::unordered_map<std::string, CounterSlot*> known;
 };
 
 } // namespace qzsim

@@ -14,7 +14,7 @@ namespace qzsim {
 class Figure {
   public:
     Figure() = default;
-    explicit Figure(std::int64_t constant) : m_values{constant} {}
+    explicit Figure(std::int64_t constant) : values{constant} {}
 
     /// Nothing when the text is none of the forms above.
     static std::optional<Figure> parse(std::string_view text);
@@ -22,14 +22,14 @@ class Figure {
     /// The value of the n-th reading, counted from 1. `cycleStart` is added to n in the cycle form.
     std::int64_t at(std::uint64_t reading, std::int64_t cycleStart = 0) const;
 
-    bool changes() const { return m_cycleFactor.has_value() || m_values.size() > 1; }
+    bool changes() const { return cycleFactor.has_value() || values.size() > 1; }
     std::int64_t smallest() const;
     std::int64_t largest() const;
 
   private:
-    std::vector<std::int64_t> m_values{0};
-    std::optional<std::int64_t> m_cycleFactor;
-    bool m_repeats = false;
+    std::vector<std::int64_t> values{0};
+    std::optional<std::int64_t> cycleFactor;
+    bool repeats = false;
 };
 
 } // namespace qzsim

@@ -66,61 +66,61 @@ RealOpenCl openReal() {
 class PoclBackend : public ClBackend {
   public:
     explicit PoclBackend(const OpenClStack& stack)
-        : m_real(openReal()), m_share(stack.share), m_stretch(stack.stretch) {}
+        : real(openReal()), share(stack.share), stretch(stack.stretch) {}
 
     cl_context createContext(cl_int& status) override {
-        if (m_real.device == nullptr) {
+        if (real.device == nullptr) {
             status = CL_DEVICE_NOT_AVAILABLE;
             return nullptr;
         }
-        return m_real.QZSIM_REAL(clCreateContext)(nullptr, 1, &m_real.device, nullptr, nullptr, &status);
+        return real.QZSIM_REAL(clCreateContext)(nullptr, 1, &real.device, nullptr, nullptr, &status);
     }
 
     cl_command_queue createQueue(cl_context context, cl_int& status) override {
-        return m_real.QZSIM_REAL(clCreateCommandQueue)(context, m_real.device, 0, &status);
+        return real.QZSIM_REAL(clCreateCommandQueue)(context, real.device, 0, &status);
     }
 
     cl_program createProgram(cl_context context, const std::string& source, cl_int& status) override {
         const char* text = source.c_str();
-        return m_real.QZSIM_REAL(clCreateProgramWithSource)(context, 1, &text, nullptr, &status);
+        return real.QZSIM_REAL(clCreateProgramWithSource)(context, 1, &text, nullptr, &status);
     }
 
     cl_int build(cl_program program) override {
-        return m_real.QZSIM_REAL(clBuildProgram)(program, 1, &m_real.device, nullptr, nullptr, nullptr);
+        return real.QZSIM_REAL(clBuildProgram)(program, 1, &real.device, nullptr, nullptr, nullptr);
     }
 
     std::string buildLog(cl_program program) override {
-        const auto info = m_real.QZSIM_REAL(clGetProgramBuildInfo);
+        const auto info = real.QZSIM_REAL(clGetProgramBuildInfo);
         std::size_t size = 0;
-        info(program, m_real.device, CL_PROGRAM_BUILD_LOG, 0, nullptr, &size);
+        info(program, real.device, CL_PROGRAM_BUILD_LOG, 0, nullptr, &size);
         std::string log(size, '\0');
-        info(program, m_real.device, CL_PROGRAM_BUILD_LOG, size, log.data(), nullptr);
+        info(program, real.device, CL_PROGRAM_BUILD_LOG, size, log.data(), nullptr);
         log.resize(std::min(log.find('\0'), log.size()));
         return log;
     }
 
     cl_kernel createKernel(cl_program program, const char* name, cl_int& status) override {
-        return m_real.QZSIM_REAL(clCreateKernel)(program, name, &status);
+        return real.QZSIM_REAL(clCreateKernel)(program, name, &status);
     }
 
     cl_mem createBuffer(cl_context context, cl_mem_flags flags, std::size_t size, cl_int& status) override {
-        return m_real.QZSIM_REAL(clCreateBuffer)(context, flags, size, nullptr, &status);
+        return real.QZSIM_REAL(clCreateBuffer)(context, flags, size, nullptr, &status);
     }
 
     cl_int setArgument(cl_kernel kernel, cl_uint index, std::size_t size, const void* value) override {
-        return m_real.QZSIM_REAL(clSetKernelArg)(kernel, index, size, value);
+        return real.QZSIM_REAL(clSetKernelArg)(kernel, index, size, value);
     }
 
     cl_int write(cl_command_queue queue, cl_mem buffer, std::size_t offset, std::size_t size,
                  const void* data) override {
-        return m_real.QZSIM_REAL(clEnqueueWriteBuffer)(queue, buffer, CL_TRUE, offset, size, data, 0, nullptr,
-                                                       nullptr);
+        return real.QZSIM_REAL(clEnqueueWriteBuffer)(queue, buffer, CL_TRUE, offset, size, data, 0, nullptr,
+                                                     nullptr);
     }
 
     cl_int read(cl_command_queue queue, cl_mem buffer, std::size_t offset, std::size_t size,
                 void* data) override {
-        return m_real.QZSIM_REAL(clEnqueueReadBuffer)(queue, buffer, CL_TRUE, offset, size, data, 0, nullptr,
-                                                      nullptr);
+        return real.QZSIM_REAL(clEnqueueReadBuffer)(queue, buffer, CL_TRUE, offset, size, data, 0, nullptr,
+                                                    nullptr);
     }
 
     cl_int launch(cl_command_queue queue, cl_kernel kernel, cl_uint dimensions, const std::size_t* global,
@@ -133,32 +133,32 @@ class PoclBackend : public ClBackend {
         const std::size_t wholeGroups = size[last] / groupSize;
         const auto groups = static_cast<double>(wholeGroups);
         size[last] =
-            std::max<std::size_t>(1, static_cast<std::size_t>(std::floor(groups * m_share))) * groupSize;
-        m_launched = Clock::now();
-        return m_real.QZSIM_REAL(clEnqueueNDRangeKernel)(queue, kernel, dimensions, nullptr, size.data(),
-                                                         local, 0, nullptr, nullptr);
+            std::max<std::size_t>(1, static_cast<std::size_t>(std::floor(groups * share))) * groupSize;
+        launched = Clock::now();
+        return real.QZSIM_REAL(clEnqueueNDRangeKernel)(queue, kernel, dimensions, nullptr, size.data(), local,
+                                                       0, nullptr, nullptr);
     }
 
     cl_int finish(cl_command_queue queue) override {
-        const cl_int status = m_real.QZSIM_REAL(clFinish)(queue);
-        const std::chrono::duration<double, std::milli> took = Clock::now() - m_launched;
-        if (m_stretch > 1.0)
-            advanceClock(std::llround(took.count() * (m_stretch - 1.0)));
+        const cl_int status = real.QZSIM_REAL(clFinish)(queue);
+        const std::chrono::duration<double, std::milli> took = Clock::now() - launched;
+        if (stretch > 1.0)
+            advanceClock(std::llround(took.count() * (stretch - 1.0)));
         return status;
     }
 
     cl_int release(ClKind kind, void* handle) override {
         switch (kind) {
         case ClKind::Context:
-            return m_real.QZSIM_REAL(clReleaseContext)(static_cast<cl_context>(handle));
+            return real.QZSIM_REAL(clReleaseContext)(static_cast<cl_context>(handle));
         case ClKind::Queue:
-            return m_real.QZSIM_REAL(clReleaseCommandQueue)(static_cast<cl_command_queue>(handle));
+            return real.QZSIM_REAL(clReleaseCommandQueue)(static_cast<cl_command_queue>(handle));
         case ClKind::Program:
-            return m_real.QZSIM_REAL(clReleaseProgram)(static_cast<cl_program>(handle));
+            return real.QZSIM_REAL(clReleaseProgram)(static_cast<cl_program>(handle));
         case ClKind::Kernel:
-            return m_real.QZSIM_REAL(clReleaseKernel)(static_cast<cl_kernel>(handle));
+            return real.QZSIM_REAL(clReleaseKernel)(static_cast<cl_kernel>(handle));
         case ClKind::Buffer:
-            return m_real.QZSIM_REAL(clReleaseMemObject)(static_cast<cl_mem>(handle));
+            return real.QZSIM_REAL(clReleaseMemObject)(static_cast<cl_mem>(handle));
         }
         return CL_INVALID_VALUE;
     }
@@ -166,10 +166,10 @@ class PoclBackend : public ClBackend {
   private:
     using Clock = std::chrono::steady_clock;
 
-    RealOpenCl m_real;
-    double m_share;
-    double m_stretch;
-    Clock::time_point m_launched;
+    RealOpenCl real;
+    double share;
+    double stretch;
+    Clock::time_point launched;
 };
 
 } // namespace

@@ -17,13 +17,13 @@ void passTime(std::int64_t milliseconds, bool sleeps) {
 
 class ScriptedBackend : public ClBackend {
   public:
-    explicit ScriptedBackend(const OpenClStack& stack) : m_stack(stack) {}
+    explicit ScriptedBackend(const OpenClStack& described) : stack(described) {}
 
     cl_context createContext(cl_int& status) override {
         // A benchmark has a context of its own, so each begins with the first round of the script, and waits
         // for nothing that was launched in another.
-        m_round = 0;
-        m_pendingMs = 0;
+        round = 0;
+        pendingMs = 0;
         return make<cl_context>(status);
     }
     cl_command_queue createQueue(cl_context, cl_int& status) override {
@@ -33,7 +33,7 @@ class ScriptedBackend : public ClBackend {
         return make<cl_program>(status);
     }
     cl_int build(cl_program) override { return CL_SUCCESS; }
-    std::string buildLog(cl_program) override { return m_stack.buildLog; }
+    std::string buildLog(cl_program) override { return stack.buildLog; }
     cl_kernel createKernel(cl_program, const char*, cl_int& status) override {
         return make<cl_kernel>(status);
     }
@@ -48,20 +48,19 @@ class ScriptedBackend : public ClBackend {
     cl_int read(cl_command_queue, cl_mem, std::size_t, std::size_t size, void* data) override {
         auto* bytes = static_cast<unsigned char*>(data);
         for (std::size_t i = 0; i < size / sizeof(float); ++i) {
-            std::memcpy(bytes + i * sizeof(float), &m_stack.results[i % m_stack.results.size()],
-                        sizeof(float));
+            std::memcpy(bytes + i * sizeof(float), &stack.results[i % stack.results.size()], sizeof(float));
         }
         return CL_SUCCESS;
     }
 
     cl_int launch(cl_command_queue, cl_kernel, cl_uint, const std::size_t*, const std::size_t*) override {
-        m_pendingMs += m_stack.roundMs.at(++m_round);
+        pendingMs += stack.roundMs.at(++round);
         return CL_SUCCESS;
     }
 
     cl_int finish(cl_command_queue) override {
-        passTime(m_pendingMs, m_stack.sleeps);
-        m_pendingMs = 0;
+        passTime(pendingMs, stack.sleeps);
+        pendingMs = 0;
         return CL_SUCCESS;
     }
 
@@ -71,15 +70,15 @@ class ScriptedBackend : public ClBackend {
     template <typename Handle>
     Handle make(cl_int& status) {
         // The tokens stay to the end, so that no address comes twice and a released one is recognised.
-        m_tokens.push_back(std::make_unique<char[]>(16));
+        tokens.push_back(std::make_unique<char[]>(16));
         status = CL_SUCCESS;
-        return reinterpret_cast<Handle>(m_tokens.back().get());
+        return reinterpret_cast<Handle>(tokens.back().get());
     }
 
-    const OpenClStack& m_stack;
-    std::vector<std::unique_ptr<char[]>> m_tokens;
-    std::int64_t m_pendingMs = 0;
-    std::uint64_t m_round = 0;
+    const OpenClStack& stack;
+    std::vector<std::unique_ptr<char[]>> tokens;
+    std::int64_t pendingMs = 0;
+    std::uint64_t round = 0;
 };
 
 } // namespace

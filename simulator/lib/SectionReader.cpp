@@ -14,7 +14,7 @@ void checkRange(const Entry& entry, std::int64_t smallest, std::int64_t largest,
 
 } // namespace
 
-SectionReader::SectionReader(const Section& section) : m_section(section) {
+SectionReader::SectionReader(const Section& section) : source(section) {
     std::set<std::string> seen;
     for (const Entry& entry : section.entries)
         if (!seen.insert(entry.key).second)
@@ -22,8 +22,8 @@ SectionReader::SectionReader(const Section& section) : m_section(section) {
 }
 
 const Entry* SectionReader::take(std::string_view key) {
-    m_taken.insert(std::string(key));
-    return m_section.find(key);
+    taken.insert(std::string(key));
+    return source.find(key);
 }
 
 std::optional<std::string> SectionReader::text(std::string_view key) {
@@ -94,9 +94,9 @@ std::vector<std::string> SectionReader::list(std::string_view key) {
 }
 
 void SectionReader::finish() const {
-    for (const Entry& entry : m_section.entries)
-        if (m_taken.count(entry.key) == 0)
-            throw DescriptionError(entry.place, "[" + m_section.name + "] has no key " + entry.key);
+    for (const Entry& entry : source.entries)
+        if (taken.count(entry.key) == 0)
+            throw DescriptionError(entry.place, "[" + source.name + "] has no key " + entry.key);
 }
 
 } // namespace qzsim

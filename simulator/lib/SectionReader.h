@@ -32,14 +32,14 @@ class SectionReader {
     /// The raw entry, for values of a form of their own.
     const Entry* take(std::string_view key);
 
-    const Section& section() const { return m_section; }
+    const Section& section() const { return source; }
 
     /// Throws when a key was not asked for: it is unknown.
     void finish() const;
 
   private:
-    const Section& m_section;
-    std::set<std::string> m_taken;
+    const Section& source;
+    std::set<std::string> taken;
 };
 
 constexpr std::int64_t maxU32 = 0xffffffff;

@@ -44,18 +44,18 @@ Session& Session::instance() {
 }
 
 Session::Session()
-    : m_machine(machineOfEnvironment()), m_counters(environment("QZSIM_COUNTERS")),
-      m_cycleStart(parseNumber(environment("QZSIM_CYCLE_START")).value_or(0)) {}
+    : description(machineOfEnvironment()), counts(environment("QZSIM_COUNTERS")),
+      cycleStart(parseNumber(environment("QZSIM_CYCLE_START")).value_or(0)) {}
 
 Verdict Session::call(std::string_view function, int device) {
     const std::string name = "call:" + std::string(function);
-    const auto call = static_cast<std::uint64_t>(m_counters.happened(name));
+    const auto call = static_cast<std::uint64_t>(counts.happened(name));
     auto callOfDevice = call;
     if (device >= 0)
-        callOfDevice = static_cast<std::uint64_t>(m_counters.add(name + "#" + std::to_string(device)));
+        callOfDevice = static_cast<std::uint64_t>(counts.add(name + "#" + std::to_string(device)));
     Verdict verdict;
     verdict.call = callOfDevice;
-    for (const Fault& fault : m_machine.faults) {
+    for (const Fault& fault : description.faults) {
         if (fault.kind != TargetKind::Function || !fault.concerns(function, device) ||
             !fault.strikesAt(fault.device ? callOfDevice : call))
             continue;
@@ -70,9 +70,9 @@ Verdict Session::call(std::string_view function, int device) {
 }
 
 const Fault* Session::opened(std::string_view path, std::uint64_t& reading) {
-    reading = static_cast<std::uint64_t>(m_counters.happened("open:" + std::string(path)));
+    reading = static_cast<std::uint64_t>(counts.happened("open:" + std::string(path)));
     const Fault* struck = nullptr;
-    for (const Fault& fault : m_machine.faults) {
+    for (const Fault& fault : description.faults) {
         if (fault.kind != TargetKind::File || fault.target != path || !fault.strikesAt(reading))
             continue;
         if (fault.action == Action::Fail || fault.action == Action::Refuse)
@@ -84,11 +84,11 @@ const Fault* Session::opened(std::string_view path, std::uint64_t& reading) {
 }
 
 LibraryPresence::LibraryPresence(std::string_view name, std::string_view liveCounter)
-    : m_name(name), m_liveCounter(liveCounter) {
+    : library(name), zeroAtEnd(liveCounter) {
     Session& session = Session::instance();
-    const auto load = static_cast<std::uint64_t>(session.counters().happened("load:" + m_name));
+    const auto load = static_cast<std::uint64_t>(session.counters().happened("load:" + library));
     for (const Fault& fault : session.machine().faults) {
-        if (fault.kind != TargetKind::Library || findLibrary(fault.target) != findLibrary(m_name) ||
+        if (fault.kind != TargetKind::Library || findLibrary(fault.target) != findLibrary(library) ||
             !fault.strikesAt(load))
             continue;
         if (fault.action == Action::CrashAtExit)
@@ -99,11 +99,11 @@ LibraryPresence::LibraryPresence(std::string_view name, std::string_view liveCou
 
 LibraryPresence::~LibraryPresence() {
     Session& session = Session::instance();
-    session.counters().happened("unload:" + m_name);
+    session.counters().happened("unload:" + library);
     for (const Fault& fault : session.machine().faults) {
-        if (fault.kind != TargetKind::Library || findLibrary(fault.target) != findLibrary(m_name))
+        if (fault.kind != TargetKind::Library || findLibrary(fault.target) != findLibrary(library))
             continue;
-        const bool isUsed = !m_liveCounter.empty() && session.counters().value(m_liveCounter) != 0;
+        const bool isUsed = !zeroAtEnd.empty() && session.counters().value(zeroAtEnd) != 0;
         if (fault.action == Action::CrashAtUnload || fault.action == Action::CrashAtExit ||
             (fault.action == Action::CrashWithoutShutdown && isUsed))
             crash();

@@ -31,8 +31,8 @@ class Session {
   public:
     static Session& instance();
 
-    const Machine& machine() const { return m_machine; }
-    Counters& counters() { return m_counters; }
+    const Machine& machine() const { return description; }
+    Counters& counters() { return counts; }
 
     /// Counts the call of an entry point, lets happen what the faults say, and tells what the entry point
     /// does.
@@ -40,21 +40,21 @@ class Session {
 
     /// The value of a figure at a reading, the cycle numbers' start included.
     std::int64_t valueAt(const Figure& figure, std::uint64_t reading) const {
-        return figure.at(reading, m_cycleStart);
+        return figure.at(reading, cycleStart);
     }
 
     /// Counts the opening of a file and gives the fault that strikes it, or null. Delays happen here.
     const Fault* opened(std::string_view path, std::uint64_t& reading);
 
     /// A use of the library that a driver would not forgive; it shows in the report.
-    void misuse(std::string_view what) { m_counters.happened("misuse:" + std::string(what)); }
+    void misuse(std::string_view what) { counts.happened("misuse:" + std::string(what)); }
 
   private:
     Session();
 
-    Machine m_machine;
-    Counters m_counters;
-    std::int64_t m_cycleStart = 0;
+    Machine description;
+    Counters counts;
+    std::int64_t cycleStart = 0;
 };
 
 /// A static object of this kind in a stand-in notes that it was loaded and unloaded and lets its faults
@@ -68,8 +68,8 @@ class LibraryPresence {
     LibraryPresence& operator=(const LibraryPresence&) = delete;
 
   private:
-    std::string m_name;
-    std::string m_liveCounter;
+    std::string library;
+    std::string zeroAtEnd;
 };
 
 } // namespace qzsim

@@ -62,9 +62,9 @@ int openDescriptors() {
 /// A segment file of this test's own.
 class SegmentFile {
   public:
-    SegmentFile() { write(&m_initial, sizeof m_initial); }
+    SegmentFile() { write(&initial, sizeof initial); }
 
-    std::string directory() const { return m_folder.path().toStdString(); }
+    std::string directory() const { return folder.path().toStdString(); }
     std::string path() const { return directory() + "/" + segmentKey; }
 
     void write(const void* data, std::size_t size) const {
@@ -76,8 +76,8 @@ class SegmentFile {
     int open(int flags = O_RDWR) const { return ::open(path().c_str(), flags | O_CLOEXEC, 0600); }
 
   private:
-    QTemporaryDir m_folder;
-    GpuInfoBlock m_initial = validBlock();
+    QTemporaryDir folder;
+    GpuInfoBlock initial = validBlock();
 };
 
 } // namespace

@@ -45,27 +45,27 @@ bool isTorn(const GpuSnapshot& snapshot) {
 class test_ReaderAndWriter : public QObject {
     Q_OBJECT
 
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<qzSharedMemory> m_writer;
+    std::unique_ptr<QTemporaryDir> folder;
+    std::unique_ptr<qzSharedMemory> writer;
 
     SegmentResult read(GpuSnapshot& snapshot, std::chrono::milliseconds wait = 1000ms) const {
-        return GpuSegmentReader(m_folder->path().toStdString()).read(snapshot, wait);
+        return GpuSegmentReader(folder->path().toStdString()).read(snapshot, wait);
     }
 
     void publish(const GpuInfoBlock& block) const {
-        QVERIFY(m_writer->lock());
-        QVERIFY(m_writer->write(&block, publishedSize));
-        QVERIFY(m_writer->unlock());
+        QVERIFY(writer->lock());
+        QVERIFY(writer->write(&block, publishedSize));
+        QVERIFY(writer->unlock());
     }
 
   private slots:
     void init() {
-        m_folder = std::make_unique<QTemporaryDir>();
-        m_writer = std::make_unique<qzSharedMemory>(_qzString8_allSize<250>(segmentKey), 7,
-                                                    m_folder->path().toUtf8().constData());
-        QVERIFY(m_writer->create(sizeof(GpuInfoBlock), true, false));
+        folder = std::make_unique<QTemporaryDir>();
+        writer = std::make_unique<qzSharedMemory>(_qzString8_allSize<250>(segmentKey), 7,
+                                                  folder->path().toUtf8().constData());
+        QVERIFY(writer->create(sizeof(GpuInfoBlock), true, false));
     }
-    void cleanup() { m_writer.reset(); }
+    void cleanup() { writer.reset(); }
 
     void createdIsNotReady() {
         GpuSnapshot snapshot;
@@ -86,7 +86,7 @@ class test_ReaderAndWriter : public QObject {
     }
 
     void aPublishingMakesTheDataYoungAgain() {
-        const QByteArray path = (m_folder->path() + "/" + segmentKey).toUtf8();
+        const QByteArray path = (folder->path() + "/" + segmentKey).toUtf8();
         const timespec longAgo[] = {{1000, 0}, {1000, 0}};
         publish(uniformBlock(1));
         QCOMPARE(::utimensat(AT_FDCWD, path.constData(), longAgo, 0), 0);
@@ -101,10 +101,10 @@ class test_ReaderAndWriter : public QObject {
 
     void theWritersLockKeepsTheReaderOut() {
         publish(uniformBlock(1));
-        QVERIFY(m_writer->lock());
+        QVERIFY(writer->lock());
         GpuSnapshot snapshot;
         QCOMPARE(read(snapshot, 50ms), SegmentResult::Locked);
-        QVERIFY(m_writer->unlock());
+        QVERIFY(writer->unlock());
         QCOMPARE(read(snapshot, 50ms), SegmentResult::Ok);
     }
 
@@ -113,7 +113,7 @@ class test_ReaderAndWriter : public QObject {
         publish(uniformBlock(1));
         GpuSnapshot snapshot;
         QCOMPARE(read(snapshot), SegmentResult::Ok);
-        m_writer->detach();
+        writer->detach();
         QCOMPARE(read(snapshot), SegmentResult::Missing);
     }
 
@@ -124,9 +124,9 @@ class test_ReaderAndWriter : public QObject {
         std::thread writing([&] {
             for (std::int32_t number = 1; !done; ++number) {
                 const GpuInfoBlock block = uniformBlock(number);
-                if (m_writer->lock()) {
-                    m_writer->write(&block, publishedSize);
-                    m_writer->unlock();
+                if (writer->lock()) {
+                    writer->write(&block, publishedSize);
+                    writer->unlock();
                     ++published;
                 }
             }
