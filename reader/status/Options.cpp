@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <optional>
 
+namespace qzstatus {
+
 namespace {
 
 constexpr double longestTime = 1e9;
@@ -153,3 +155,5 @@ Exit codes:
   7  the output could not be written
 )";
 }
+
+} // namespace qzstatus

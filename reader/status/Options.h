@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+namespace qzstatus {
+
 enum class Form { Table, Json, Prometheus, Watch, Help, Version };
 
 struct Options {
@@ -27,3 +29,5 @@ ParsedOptions parseOptions(const std::vector<std::string_view>& arguments);
 
 /// The text of `--help`, with every option and exit code.
 const char* helpText();
+
+} // namespace qzstatus

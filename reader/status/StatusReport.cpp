@@ -8,6 +8,8 @@
 
 #include "reader/status/exitCodes.h"
 
+namespace qzstatus {
+
 namespace {
 
 template <class T>
@@ -21,7 +23,7 @@ GpuView viewOf(const GpuDevice& gpu) {
     view.kindCode = gpu.gpuType;
     view.kind = gpuTypeName(gpu);
     if (view.kind.empty())
-        view.kind = "unknown";
+        view.kind = unknownKind;
     view.deviceIndex = gpu.deviceIndex;
     view.statsValid = gpu.statsValid != 0;
     view.optixCapable = gpu.optixCapable != 0;
@@ -162,3 +164,5 @@ StatusReport readReport(const GpuSegmentReader& reader, double maxAge, std::chro
         std::this_thread::sleep_for(std::min(pause, left));
     }
 }
+
+} // namespace qzstatus

@@ -9,11 +9,16 @@
 
 #include "reader/GpuSegmentReader.h"
 
+namespace qzstatus {
+
+/// The kind of a GPU whose code has no name.
+constexpr const char* unknownKind = "unknown";
+
 /// One GPU (or the summary over all). A figure that is absent has no value; 0 is a reading.
 struct GpuView {
     std::string name; ///< any bytes but NUL, as the driver gave them
     int kindCode = 0;
-    std::string kind; ///< "Cuda", "AMD", "Metal", "Other", "-" (the summary), "unknown"
+    std::string kind; ///< "Cuda", "AMD", "Metal", "Other", "-" (the summary) or `unknownKind`
     std::int32_t deviceIndex = -1;
     bool statsValid = false;
     bool optixCapable = false;
@@ -64,3 +69,5 @@ StatusReport makeReport(SegmentResult result, const GpuSnapshot& snapshot, const
 /// Reads and judges until the state is `Ok` or `wait` is over (0: once). What was last seen is the result.
 StatusReport readReport(const GpuSegmentReader& reader, double maxAge,
                         std::chrono::milliseconds wait = std::chrono::milliseconds::zero());
+
+} // namespace qzstatus

@@ -8,6 +8,8 @@
 
 #include "reader/status/output.h"
 
+namespace qzstatus {
+
 namespace {
 
 // Control sequences of ECMA-48 and the alternate screen that every terminal of today has.
@@ -59,3 +61,5 @@ int TerminalScreen::draw(std::string_view text, int rows) const {
     frame += clearBelow;
     return writeAll(descriptor, frame);
 }
+
+} // namespace qzstatus

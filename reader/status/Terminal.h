@@ -3,6 +3,8 @@
 
 #include <string_view>
 
+namespace qzstatus {
+
 struct TerminalSize {
     int columns = 0; ///< 0: not known, or no terminal
     int rows = 0;
@@ -33,3 +35,5 @@ class TerminalScreen {
   private:
     int descriptor;
 };
+
+} // namespace qzstatus

@@ -2,6 +2,8 @@
 
 #include <cwchar>
 
+namespace qzstatus {
+
 namespace {
 
 /// How a first byte goes on: the number of bytes that follow and the range of the next one. The ranges that
@@ -124,3 +126,5 @@ std::string padded(std::string_view bytes, int columns, bool alignRight) {
                              ' ');
     return alignRight ? blanks + shown.text : shown.text + blanks;
 }
+
+} // namespace qzstatus

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+namespace qzstatus {
+
 /// What stands for bytes that are no UTF-8, and for characters that a terminal must not get.
 constexpr char32_t replacementCharacter = 0xFFFD;
 
@@ -29,3 +31,5 @@ DisplayText displayText(std::string_view bytes, int limit = 1 << 20);
 
 /// `displayText` filled up with blanks to exactly `columns`.
 std::string padded(std::string_view bytes, int columns, bool alignRight);
+
+} // namespace qzstatus

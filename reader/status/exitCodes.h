@@ -1,6 +1,8 @@
 // The command's answers to its caller; `--help` and the manual list them.
 #pragma once
 
+namespace qzstatus {
+
 enum ExitCode : int {
     ExitCode_Ok = 0,
     ExitCode_NoData = 1, ///< missing or not ready
@@ -11,3 +13,5 @@ enum ExitCode : int {
     ExitCode_NotReadable = 6, ///< permission denied, or the system refused an operation
     ExitCode_Output = 7,      ///< standard output or the output file could not be written
 };
+
+} // namespace qzstatus

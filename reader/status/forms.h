@@ -5,6 +5,8 @@
 
 #include "reader/status/StatusReport.h"
 
+namespace qzstatus {
+
 /// A table for people, one line a GPU, below a line that tells the data's age (or what is wrong). No line is
 /// wider than `width` columns (0: no limit): the name is shortened first, then whole columns go, the least
 /// needed first. With `bars`, load and memory are drawn as well. Absent figures are "-".
@@ -28,5 +30,13 @@ double memoryRatio(const GpuView& gpu);
 /// "1024/24576 MiB", with "-" for what is absent; "-" alone when both are.
 std::string memoryText(const GpuView& gpu);
 
-/// For instance "Cuda-0"; "unknown(7)-0" for a kind that is not known.
+/// The value and its unit, or "-" when it is absent.
+std::string figureText(const std::optional<std::int32_t>& value, const char* unit);
+
+/// The GPU's kind; "unknown(7)" when its code has no name.
+std::string kindLabel(const GpuView& gpu);
+
+/// The kind and the GPU's index of that kind: "Cuda-0".
 std::string kindText(const GpuView& gpu);
+
+} // namespace qzstatus

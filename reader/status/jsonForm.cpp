@@ -3,6 +3,8 @@
 #include "reader/status/displayText.h"
 #include "reader/status/forms.h"
 
+namespace qzstatus {
+
 namespace {
 
 constexpr int jsonFormatVersion = 1; ///< rises when a member changes its meaning or goes
@@ -120,3 +122,5 @@ std::string jsonForm(const StatusReport& report) {
     object.addRaw("summary", report.summary ? summaryJson(*report.summary) : "null");
     return object.text() + "\n";
 }
+
+} // namespace qzstatus

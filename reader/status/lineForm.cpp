@@ -5,13 +5,11 @@
 #include "reader/status/displayText.h"
 #include "reader/status/forms.h"
 
-namespace {
+namespace qzstatus {
 
-std::string figure(const std::optional<std::int32_t>& value, const char* unit) {
+std::string figureText(const std::optional<std::int32_t>& value, const char* unit) {
     return value ? std::to_string(*value) + unit : "-";
 }
-
-} // namespace
 
 std::string shortestText(float value) {
     char text[32];
@@ -32,14 +30,15 @@ double memoryRatio(const GpuView& gpu) {
 std::string memoryText(const GpuView& gpu) {
     if (!gpu.memoryUsedMiB && !gpu.memoryTotalMiB)
         return "-";
-    return figure(gpu.memoryUsedMiB, "") + "/" + figure(gpu.memoryTotalMiB, "") + " MiB";
+    return figureText(gpu.memoryUsedMiB, "") + "/" + figureText(gpu.memoryTotalMiB, "") + " MiB";
+}
+
+std::string kindLabel(const GpuView& gpu) {
+    return gpu.kind == unknownKind ? gpu.kind + "(" + std::to_string(gpu.kindCode) + ")" : gpu.kind;
 }
 
 std::string kindText(const GpuView& gpu) {
-    std::string kind = gpu.kind;
-    if (kind == "unknown")
-        kind += "(" + std::to_string(gpu.kindCode) + ")";
-    return kind + "-" + std::to_string(gpu.deviceIndex);
+    return kindLabel(gpu) + "-" + std::to_string(gpu.deviceIndex);
 }
 
 std::string lineForm(const StatusReport& report, const std::string& now) {
@@ -59,11 +58,13 @@ std::string lineForm(const StatusReport& report, const std::string& now) {
         memory.erase(std::remove(memory.begin(), memory.end(), ' '), memory.end());
         text.append(begin).append(" gpu=").append(std::to_string(i));
         text.append(" kind=").append(kindText(gpu));
-        text.append(" load=").append(figure(gpu.usagePercent, "%"));
-        text.append(" temp=").append(figure(gpu.temperatureCelsius, "C"));
+        text.append(" load=").append(figureText(gpu.usagePercent, "%"));
+        text.append(" temp=").append(figureText(gpu.temperatureCelsius, "C"));
         text.append(" mem=").append(memory);
         text.append(" speed=").append(gpu.speedGps ? shortestText(*gpu.speedGps) : "-");
         text.append(" name=").append(displayText(gpu.name).text).append("\n");
     }
     return text;
 }
+
+} // namespace qzstatus

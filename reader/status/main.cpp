@@ -15,6 +15,8 @@
 #include "reader/status/output.h"
 #include "reader/status/watch.h"
 
+using namespace qzstatus;
+
 namespace {
 
 void complain(const std::string& text) {

@@ -9,6 +9,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "support/FileDescriptor.h"
+
+namespace qzstatus {
+
 namespace {
 
 /// A file of its own in the target's directory, removed again unless it got the target's name.
@@ -17,25 +21,22 @@ class TemporaryFile {
     /// The name begins with a dot and does not end like the target's, so that who collects files by their
     /// ending passes it over.
     TemporaryFile(const std::string& directory, const std::string& baseName)
-        : path(directory + "." + baseName + ".XXXXXX"), descriptor(::mkostemp(path.data(), O_CLOEXEC)) {}
+        : path(directory + "." + baseName + ".XXXXXX"), file(::mkostemp(path.data(), O_CLOEXEC)) {}
 
     ~TemporaryFile() {
-        closeFile();
-        if (exists && !renamed)
+        if (isOpen() && !renamed)
             ::unlink(path.c_str());
     }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    bool isOpen() const { return descriptor >= 0; }
+    bool isOpen() const { return file.isOpen(); }
 
     /// 0 or the `errno` of what failed.
     int fill(std::string_view text) {
-        if (const int error = writeAll(descriptor, text))
+        if (const int error = writeAll(file.get(), text))
             return error;
-        if (::fchmod(descriptor, 0644) != 0 || ::fsync(descriptor) != 0)
-            return errno;
-        return closeFile();
+        return ::fchmod(file.get(), 0644) == 0 && ::fsync(file.get()) == 0 ? 0 : errno;
     }
 
     int renameTo(const std::string& target) {
@@ -46,27 +47,18 @@ class TemporaryFile {
     }
 
   private:
-    int closeFile() {
-        const int result = descriptor >= 0 ? ::close(descriptor) : 0;
-        descriptor = -1;
-        return result == 0 ? 0 : errno;
-    }
-
     std::string path;
-    int descriptor;
-    bool exists = descriptor >= 0;
+    FileDescriptor file;
     bool renamed = false;
 };
 
 /// The new name survives a power cut only once the directory is on the disk too. Not every file system can do
 /// that; the file itself is whole either way.
 void syncDirectory(const std::string& directory) {
-    const int descriptor =
-        ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0)
-        return;
-    ::fsync(descriptor);
-    ::close(descriptor);
+    const FileDescriptor opened(
+        ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (opened.isOpen())
+        ::fsync(opened.get());
 }
 
 std::string failed(const std::string& path, int error) {
@@ -108,3 +100,5 @@ std::string replaceFile(const std::string& path, std::string_view text) {
     syncDirectory(directory);
     return {};
 }
+
+} // namespace qzstatus

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+namespace qzstatus {
+
 /// Writes all of `text`; 0, or the `errno` of the write that failed.
 int writeAll(int descriptor, std::string_view text);
 
@@ -12,3 +14,5 @@ int writeAll(int descriptor, std::string_view text);
 /// a regular file is replaced, never a device or a link. An empty text, or one sentence that says what
 /// failed.
 std::string replaceFile(const std::string& path, std::string_view text);
+
+} // namespace qzstatus

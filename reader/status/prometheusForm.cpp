@@ -4,6 +4,8 @@
 #include "reader/status/displayText.h"
 #include "reader/status/forms.h"
 
+namespace qzstatus {
+
 namespace {
 
 std::string number(double value) {
@@ -29,9 +31,7 @@ std::string labelValue(const std::string& bytes) {
 
 /// What names a GPU in every series: its place in the list, its kind and its number there.
 std::string identity(std::size_t index, const GpuView& gpu) {
-    const std::string kind =
-        gpu.kind == "unknown" ? "unknown(" + std::to_string(gpu.kindCode) + ")" : gpu.kind;
-    return "gpu=\"" + std::to_string(index) + "\",kind=\"" + kind + "\",device=\"" +
+    return "gpu=\"" + std::to_string(index) + "\",kind=\"" + kindLabel(gpu) + "\",device=\"" +
            std::to_string(gpu.deviceIndex) + "\"";
 }
 
@@ -136,3 +136,5 @@ std::string prometheusForm(const StatusReport& report) {
         text += gpuFamilies(report);
     return text;
 }
+
+} // namespace qzstatus

@@ -6,6 +6,8 @@
 #include "reader/status/displayText.h"
 #include "reader/status/forms.h"
 
+namespace qzstatus {
+
 namespace {
 
 struct Column {
@@ -21,10 +23,6 @@ constexpr int essentialNeed = 80; ///< from here on a column is worth more than 
 /// Columns that a name keeps before the column that is needed least has to go.
 int shortestName(int leastNeed) {
     return leastNeed < essentialNeed ? 16 : 8;
-}
-
-std::string figure(const std::optional<std::int32_t>& value, const char* unit) {
-    return value ? std::to_string(*value) + unit : "-";
 }
 
 std::string bar(double ratio) {
@@ -59,13 +57,13 @@ std::vector<Column> allColumns(bool bars) {
         {"#", 99, true, [](std::size_t index, const GpuView&) { return std::to_string(index); }},
         {"KIND", 30, false, [](std::size_t, const GpuView& gpu) { return kindText(gpu); }},
         {"NAME", nameNeed, false, [](std::size_t, const GpuView& gpu) { return gpu.name; }},
-        {"LOAD", 90, true, [](std::size_t, const GpuView& gpu) { return figure(gpu.usagePercent, "%"); }},
+        {"LOAD", 90, true, [](std::size_t, const GpuView& gpu) { return figureText(gpu.usagePercent, "%"); }},
         {"", 60, false,
          [](std::size_t, const GpuView& gpu) {
              return gpu.usagePercent ? bar(static_cast<double>(*gpu.usagePercent) / 100.0) : "";
          }},
         {"TEMP", 80, true,
-         [](std::size_t, const GpuView& gpu) { return figure(gpu.temperatureCelsius, "C"); }},
+         [](std::size_t, const GpuView& gpu) { return figureText(gpu.temperatureCelsius, "C"); }},
         {"MEMORY", 70, true, [](std::size_t, const GpuView& gpu) { return memoryText(gpu); }},
         {"", 50, false,
          [](std::size_t, const GpuView& gpu) {
@@ -158,3 +156,5 @@ std::string tableForm(const StatusReport& report, int width, bool bars) {
     }
     return text;
 }
+
+} // namespace qzstatus

@@ -16,6 +16,9 @@
 #include "reader/status/Terminal.h"
 #include "reader/status/forms.h"
 #include "reader/status/output.h"
+#include "support/FileDescriptor.h"
+
+namespace qzstatus {
 
 namespace {
 
@@ -29,15 +32,11 @@ class Signals {
         for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP})
             ::sigaddset(&caught, number);
         ::sigprocmask(SIG_BLOCK, &caught, &before);
-        descriptor = ::signalfd(-1, &caught, SFD_CLOEXEC | SFD_NONBLOCK);
-        if (descriptor < 0) // then they act as they always do, rather than not at all
+        pending = FileDescriptor(::signalfd(-1, &caught, SFD_CLOEXEC | SFD_NONBLOCK));
+        if (!pending.isOpen()) // then they act as they always do, rather than not at all
             ::sigprocmask(SIG_SETMASK, &before, nullptr);
     }
-    ~Signals() {
-        if (descriptor >= 0)
-            ::close(descriptor);
-        ::sigprocmask(SIG_SETMASK, &before, nullptr);
-    }
+    ~Signals() { ::sigprocmask(SIG_SETMASK, &before, nullptr); }
     Signals(const Signals&) = delete;
     Signals& operator=(const Signals&) = delete;
 
@@ -47,11 +46,11 @@ class Signals {
             constexpr std::int64_t longestPoll = 60'000;
             const std::int64_t left =
                 std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-            pollfd waiting{descriptor, POLLIN, 0};
+            pollfd waiting{pending.get(), POLLIN, 0};
             const int ready =
                 ::poll(&waiting, 1, static_cast<int>(std::clamp(left, std::int64_t{0}, longestPoll)));
             signalfd_siginfo signal{};
-            if (ready > 0 && ::read(descriptor, &signal, sizeof signal) == sizeof signal)
+            if (ready > 0 && ::read(pending.get(), &signal, sizeof signal) == sizeof signal)
                 return static_cast<int>(signal.ssi_signo);
             if (left <= 0)
                 return 0;
@@ -61,7 +60,7 @@ class Signals {
   private:
     sigset_t caught{};
     sigset_t before{};
-    int descriptor = -1;
+    FileDescriptor pending;
 };
 
 std::string nowText() {
@@ -129,3 +128,5 @@ int watch(const GpuSegmentReader& reader, const Options& options) {
         }
     }
 }
+
+} // namespace qzstatus

@@ -4,6 +4,10 @@
 #include "reader/GpuSegmentReader.h"
 #include "reader/status/Options.h"
 
+namespace qzstatus {
+
 /// Shows reading after reading on standard output until SIGINT, SIGTERM or SIGHUP: redrawn in place on a
 /// terminal, as plain lines elsewhere. 0, or the `errno` of the write that ended it.
 int watch(const GpuSegmentReader& reader, const Options& options);
+
+} // namespace qzstatus

@@ -8,6 +8,8 @@
 
 #include "reader/status/StatusReport.h"
 
+using namespace qzstatus;
+
 Q_DECLARE_METATYPE(StatusReport)
 
 /// A copy that `edit` has changed.

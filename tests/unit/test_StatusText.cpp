@@ -9,6 +9,8 @@
 #include "reader/status/displayText.h"
 #include "reader/status/forms.h"
 
+using namespace qzstatus;
+
 class test_StatusText : public QObject {
     Q_OBJECT
 
