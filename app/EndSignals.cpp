@@ -11,13 +11,15 @@
 
 namespace {
 
-// All that a signal handler can reach: where to tell it, and when the first one came, in milliseconds; 0:
-// none.
+constexpr int endSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+// All that a signal handler can reach: the event it raises, and when the first signal came, in milliseconds;
+// 0: none yet.
 volatile std::sig_atomic_t eventOfHandler = -1;
 std::atomic<std::int64_t> firstCame{0};
 static_assert(std::atomic<std::int64_t>::is_always_lock_free);
 
-/// Who ends a process often tells it twice at once: by its number and with its group.
+/// Supervisors often signal twice at once: the process, then its group.
 constexpr std::int64_t sameRequestMs = 100;
 
 std::int64_t nowMs() {
@@ -26,15 +28,26 @@ std::int64_t nowMs() {
     return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000 + 1; // 0 is taken
 }
 
+sigset_t endSignalSet() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : endSignals)
+        sigaddset(&set, number);
+    return set;
+}
+
+/// Leaves alone what is ignored: `nohup`, or a shell that starts a job in the background, wants it so.
 void setDisposition(void (*handler)(int)) {
     struct sigaction action{};
     action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
     // One handler at a time, so that of two signals the second always finds what the first has left.
-    sigaddset(&action.sa_mask, SIGINT);
-    sigaddset(&action.sa_mask, SIGTERM);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    action.sa_mask = endSignalSet();
+    for (const int number : endSignals) {
+        struct sigaction now{};
+        if (sigaction(number, nullptr, &now) == 0 && now.sa_handler != SIG_IGN)
+            sigaction(number, &action, nullptr);
+    }
 }
 
 void onSignal(int signal) {
@@ -62,11 +75,8 @@ EndSignals::EndSignals() : event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     eventOfHandler = event.get();
     firstCame = 0;
     setDisposition(onSignal);
-    sigset_t both;
-    sigemptyset(&both);
-    sigaddset(&both, SIGINT);
-    sigaddset(&both, SIGTERM);
-    sigprocmask(SIG_UNBLOCK, &both, nullptr);
+    const sigset_t all = endSignalSet();
+    sigprocmask(SIG_UNBLOCK, &all, nullptr);
 }
 
 EndSignals::~EndSignals() {

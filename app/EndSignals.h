@@ -7,11 +7,10 @@
 
 #include "support/FileDescriptor.h"
 
-/// Ends the event loop in an orderly way on the first SIGINT or SIGTERM for as long as it lives, also where
-/// the parent had them ignored or blocked. One that follows within a tenth of a second belongs to it; the
-/// next, of either kind, ends the process at once: a driver's call that never returns must not hold it.
-/// Without a free descriptor it does nothing: what the parent set stays, which mostly means that the first
-/// one already ends the process.
+/// While it lives, the first SIGINT, SIGTERM or SIGHUP ends the event loop in an orderly way. A signal within
+/// a tenth of a second counts as the same; the next of any kind ends the process at once, since a driver's
+/// call may never return. A signal that was ignored at the start stays ignored; one that was blocked is
+/// unblocked. Without a free descriptor nothing is changed, and the first signal usually ends the process.
 class EndSignals : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(EndSignals)

@@ -238,6 +238,8 @@ def main():
     if tried is None or tried.returncode != 0:
         print("SKIPPED: no sandbox: " + (tried.stderr.strip() if tried else "bubblewrap is not installed"))
         sys.exit(77)
-    # Who starts the tests may have it ignored (nohup does), and children inherit that.
-    signal.signal(signal.SIGHUP, signal.SIG_DFL)
+    # Children inherit what nohup, or a shell that runs the tests in the background, has ignored.
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
+        if signal.getsignal(number) == signal.SIG_IGN:
+            signal.signal(number, signal.SIG_DFL)
     unittest.main()

@@ -153,6 +153,9 @@ class Lost(unittest.TestCase):
             self.assertEqual(os.listdir(sandbox.folder), [])
 
 
+END_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+
+
 class Signals(qz.SandboxCase):
     """They come while a driver is being loaded, before the event loop runs."""
 
@@ -164,7 +167,7 @@ class Signals(qz.SandboxCase):
         return sandbox, run, go
 
     def test_one_ends_it_in_order(self):
-        for number in (signal.SIGINT, signal.SIGTERM):
+        for number in END_SIGNALS:
             with self.subTest(number):
                 sandbox, run, go = self.begin()
                 run.send(number)
@@ -176,7 +179,7 @@ class Signals(qz.SandboxCase):
 
     def test_two_end_it_at_once(self):
         for first, second in ((signal.SIGTERM, signal.SIGTERM), (signal.SIGINT, signal.SIGTERM),
-                              (signal.SIGTERM, signal.SIGINT)):
+                              (signal.SIGTERM, signal.SIGINT), (signal.SIGHUP, signal.SIGHUP)):
             with self.subTest((first, second)):
                 _, run, _ = self.begin()
                 run.send(first)
@@ -185,8 +188,9 @@ class Signals(qz.SandboxCase):
                 self.assertEqual(run.stop(second), (128 + second, SHORT_BANNER + INIT + CREATED + "driver starts\n"))
 
     def test_one_that_comes_twice_counts_once(self):
-        """Who ends a process may tell it by its number and with its group."""
-        for first, second in ((signal.SIGTERM, signal.SIGTERM), (signal.SIGINT, signal.SIGTERM)):
+        """Supervisors often signal twice: the process, then its group."""
+        for first, second in ((signal.SIGTERM, signal.SIGTERM), (signal.SIGINT, signal.SIGTERM),
+                              (signal.SIGHUP, signal.SIGTERM)):
             with self.subTest((first, second)):
                 sandbox, run, go = self.begin()
                 run.send(first)
@@ -219,26 +223,31 @@ class Signals(qz.SandboxCase):
         time.sleep(0.3)
         self.assertEqual(run.stop(signal.SIGTERM)[0], 128 + signal.SIGTERM)
 
-    def test_what_the_parent_did_with_them(self):
-        """Ignored (a shell's background job) or blocked, they end it all the same."""
-        block = ("import os, signal, sys; signal.pthread_sigmask(signal.SIG_BLOCK, (signal.SIGINT, signal.SIGTERM)); "
+    def test_blocked_by_the_parent_they_end_it(self):
+        block = ("import os, signal, sys; signal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals()); "
                  "os.execv(sys.argv[1], sys.argv[1:])")
-        for number in (signal.SIGINT, signal.SIGTERM):
-            for how, options in (("ignored", {"shell": 'trap "" INT TERM; exec "$0" "$@"'}),
-                                 ("blocked", {"command": [sys.executable, "-c", block, qz.PROGRAM, "-bench"]})):
-                with self.subTest(how, number=number):
-                    sandbox = self.sandbox()
-                    run = sandbox.start("-bench", **options)
-                    run.wait_for(CONTINUOUS)
-                    self.assertEqual(run.stop(number)[0], 0)
-                    self.assertEqual(os.listdir(sandbox.folder), [])
+        for number in END_SIGNALS:
+            with self.subTest(number):
+                sandbox = self.sandbox()
+                run = sandbox.start(command=[sys.executable, "-c", block, qz.PROGRAM, "-bench"])
+                run.wait_for(CONTINUOUS)
+                self.assertEqual(run.stop(number)[0], 0)
+                self.assertEqual(os.listdir(sandbox.folder), [])
 
-    def test_a_hang_up_is_not_caught(self):
-        sandbox = self.sandbox()
-        run = sandbox.start("-bench")
-        run.wait_for(CONTINUOUS)
-        self.assertEqual(run.stop(signal.SIGHUP)[0], 128 + signal.SIGHUP)
-        self.assertEqual(os.listdir(sandbox.folder), [qz.NAME])
+    def test_ignored_by_the_parent_they_stay_so(self):
+        """nohup ignores SIGHUP, a shell the SIGINT of its background jobs. The others end it as ever."""
+        for ignored in END_SIGNALS:
+            sandbox = self.sandbox()
+            run = sandbox.start("-bench", shell=f'trap "" {ignored.name[3:]}; exec "$0" "$@"')
+            run.wait_for(CONTINUOUS)
+            for _ in range(2):
+                run.send(ignored)
+                time.sleep(0.15)
+            with self.subTest(ignored):
+                self.assertTrue(run.is_running)
+                other = signal.SIGTERM if ignored != signal.SIGTERM else signal.SIGHUP
+                self.assertEqual(run.stop(other)[0], 0)
+                self.assertEqual(os.listdir(sandbox.folder), [])
 
 
 if __name__ == "__main__":

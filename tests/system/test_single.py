@@ -3,6 +3,7 @@
 import itertools
 import os
 import shutil
+import signal
 import sys
 import unittest
 
@@ -197,10 +198,13 @@ class Vendors(qz.SandboxCase):
                 self.assertTrue(output.endswith("1 AMD GPU(s) found (no OpenCL, no benchmark)\n" + SINGLE), output)
 
     def test_a_signal_ends_a_single_run_at_once(self):
-        sandbox = self.sandbox()
-        run = sandbox.start("-single", LD_LIBRARY_PATH=str(DRIVERS / "slow"), QZ_TEST_GO=str(sandbox.outside / "go"))
-        run.wait_for("driver starts\n")
-        self.assertEqual(run.stop(), (128 + 15, SHORT_BANNER + INIT + "driver starts\n"))
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(number):
+                sandbox = self.sandbox()
+                run = sandbox.start("-single", LD_LIBRARY_PATH=str(DRIVERS / "slow"),
+                                    QZ_TEST_GO=str(sandbox.outside / "go"))
+                run.wait_for("driver starts\n")
+                self.assertEqual(run.stop(number), (128 + number, SHORT_BANNER + INIT + "driver starts\n"))
 
 
 if __name__ == "__main__":

@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr int handled[] = {SIGINT, SIGTERM, SIGHUP};
+
 struct sigaction dispositionOf(int number) {
     struct sigaction now{};
     sigaction(number, nullptr, &now);
@@ -26,10 +28,17 @@ class TestEndSignals : public QObject {
     Q_OBJECT
 
   private slots:
+    void initTestCase() {
+        // Tests may have been started by nohup or in the background.
+        for (const int number : handled)
+            std::signal(number, SIG_DFL);
+    }
+
     void asksForTheEnd_data() {
         QTest::addColumn<int>("number");
         QTest::newRow("SIGINT") << SIGINT;
         QTest::newRow("SIGTERM") << SIGTERM;
+        QTest::newRow("SIGHUP") << SIGHUP;
     }
 
     void asksForTheEnd() {
@@ -47,13 +56,14 @@ class TestEndSignals : public QObject {
     }
 
     void callsGoOnAndHandlersDoNotMeet() {
-        const struct sigaction hangUp = dispositionOf(SIGHUP);
+        const struct sigaction quit = dispositionOf(SIGQUIT);
         const EndSignals endSignals;
-        QVERIFY(dispositionOf(SIGHUP).sa_handler == hangUp.sa_handler);
-        for (const int number : {SIGINT, SIGTERM}) {
+        QVERIFY(dispositionOf(SIGQUIT).sa_handler == quit.sa_handler);
+        for (const int number : handled) {
             const struct sigaction now = dispositionOf(number);
             QVERIFY((now.sa_flags & SA_RESTART) != 0);
-            QVERIFY(sigismember(&now.sa_mask, SIGINT) == 1 && sigismember(&now.sa_mask, SIGTERM) == 1);
+            for (const int other : handled)
+                QVERIFY(sigismember(&now.sa_mask, other) == 1);
         }
     }
 
@@ -61,7 +71,46 @@ class TestEndSignals : public QObject {
         {
             const EndSignals endSignals;
         }
-        QVERIFY(isDefault(SIGINT) && isDefault(SIGTERM));
+        for (const int number : handled)
+            QVERIFY(isDefault(number));
+    }
+
+    void whatIsIgnoredStaysSo_data() { asksForTheEnd_data(); }
+
+    void whatIsIgnoredStaysSo() {
+        QFETCH(int, number);
+        ChildProcess child([number] {
+            std::signal(number, SIG_IGN);
+            int others = 0;
+            {
+                const EndSignals endSignals;
+                raise(number);
+                if (dispositionOf(number).sa_handler != SIG_IGN)
+                    return 1;
+                for (const int other : handled)
+                    others += other != number && !isDefault(other);
+            }
+            return others == 2 && dispositionOf(number).sa_handler == SIG_IGN ? 0 : 2;
+        });
+        QCOMPARE(child.result(), 0);
+    }
+
+    void whatIsBlockedIsUnblocked_data() { asksForTheEnd_data(); }
+
+    void whatIsBlockedIsUnblocked() {
+        QFETCH(int, number);
+        ChildProcess child([number] {
+            sigset_t blocked;
+            sigemptyset(&blocked);
+            sigaddset(&blocked, number);
+            sigprocmask(SIG_BLOCK, &blocked, nullptr);
+            EndSignals endSignals;
+            QSignalSpy asked(&endSignals, &EndSignals::endRequested);
+            raise(number);
+            QCoreApplication::processEvents();
+            return asked.count() == 1 ? 0 : 1;
+        });
+        QCOMPARE(child.result(), 0);
     }
 
     void eachOneBeginsAnew() {
@@ -92,7 +141,7 @@ class TestEndSignals : public QObject {
             if (setrlimit(RLIMIT_NOFILE, &none) != 0)
                 return 1;
             const EndSignals endSignals;
-            return isDefault(SIGINT) && isDefault(SIGTERM) ? 0 : 2;
+            return isDefault(SIGINT) && isDefault(SIGTERM) && isDefault(SIGHUP) ? 0 : 2;
         });
         QCOMPARE(child.result(), 0);
     }
