@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include <dlfcn.h>
+#include <sys/auxv.h>
 #include <unistd.h>
 
 #include <QCoreApplication>
@@ -20,11 +21,24 @@ Function* next(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
+/// Whether the code at an address is part of the program itself. GCC 14's C++ library flushes, too, when any
+/// program ends.
+bool isOfProgram(const void* code) {
+    Dl_info its{};
+    Dl_info programs{};
+    return dladdr(code, &its) != 0 &&
+           dladdr(reinterpret_cast<const void*>(getauxval(AT_PHDR)), &programs) != 0 &&
+           its.dli_fbase == programs.dli_fbase;
+}
+
 } // namespace
 
 extern "C" int fflush(FILE* stream) {
     const int result = next<int(FILE*)>("fflush")(stream);
-    tell(stream == stdout ? "[output flushed]\n" : stream == stderr ? "[errors flushed]\n" : "[flushed]\n");
+    if (isOfProgram(__builtin_return_address(0)))
+        tell(stream == stdout   ? "[output flushed]\n"
+             : stream == stderr ? "[errors flushed]\n"
+                                : "[flushed]\n");
     return result;
 }
 
