@@ -7,7 +7,7 @@ from typing import Optional
 
 from . import elf
 from .description import Card, Library, Machine, SysfsFile
-from .host import real_opencl_loader
+from .host import pocl_vendor_files, real_opencl_loader
 
 
 def _write_file(path: Path, file: SysfsFile) -> None:
@@ -55,6 +55,7 @@ class Layout:
         self.counters = root / "counters"
         self.os_release: Optional[Path] = None
         self.real_opencl: Optional[Path] = None
+        self.opencl_drivers = root / "opencl-drivers"
         self._write_sys(machine)
         self._write_libraries(machine, stand_ins)
         if machine.os_release is not None:
@@ -62,6 +63,7 @@ class Layout:
             self.os_release.write_bytes(machine.os_release)
         if machine.pocl:
             self._copy_opencl_loader()
+            self._register_pocl()
 
     def card(self, name: str) -> Path:
         """The device folder of a card, for tests that change it."""
@@ -107,6 +109,12 @@ class Layout:
             return
         self.real_opencl = self.root / "libRealOpenCL.so"
         self.real_opencl.write_bytes(elf.with_other_soname(real.read_bytes(), "libOpenCL.so.1"))
+
+    def _register_pocl(self) -> None:
+        """Registers PoCL alone with the loader, which would load every driver of the host otherwise."""
+        self.opencl_drivers.mkdir()
+        for path in pocl_vendor_files():
+            shutil.copy(path, self.opencl_drivers)
 
     def remove(self) -> None:
         shutil.rmtree(self.root, ignore_errors=True)

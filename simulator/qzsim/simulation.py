@@ -122,6 +122,7 @@ class Simulation:
         }
         if self.layout.real_opencl is not None:
             environment["QZSIM_REAL_OPENCL"] = str(self.layout.real_opencl)
+            environment["OCL_ICD_VENDORS"] = str(self.layout.opencl_drivers)
         environment.update(self.environment)
         return environment
 

@@ -221,6 +221,19 @@ class Surroundings(Probing):
             "hasattr(ctypes.CDLL('libnvidia-ml.so'), 'nvmlInit_v2')")
         self.assertEqual(seen, [None, "found", None, None, "found", False, True])
 
+    def test_other_opencl_drivers_of_the_host_are_left_out(self):
+        self.simulation("workstation")
+        registered = self.folder / "vendors"
+        shutil.copytree("/etc/OpenCL/vendors", registered)
+        # It crashes when it is loaded and asked.
+        (registered / "another.icd").write_text(f"{BUILD}/tests/system/drivers/brokenIcd/libbrokenIcd.so.1\n")
+        platforms = ("(lambda n: (ctypes.CDLL(os.environ['QZSIM_REAL_OPENCL']).clGetPlatformIDs(0, None, ctypes.byref(n)),"
+                     " n.value))(ctypes.c_uint())")
+        host = ["bwrap", "--bind", "/", "/", "--dev", "/dev", "--ro-bind", str(registered), "/etc/OpenCL/vendors", "--"]
+        run = subprocess.run([*host, *LAUNCHER, "--program", str(self.probe), "workstation", platforms],
+                             capture_output=True, text=True, timeout=60, check=False)
+        self.assertEqual((run.returncode, run.stdout), (0, "(0, 1)\n"), run.stderr)
+
     def test_shared_memory(self):
         shared = self.folder / "shm"
         shared.mkdir()
