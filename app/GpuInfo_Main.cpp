@@ -6,6 +6,7 @@
 
 #include "amd/GpuInfoAmdLinux.h"
 #include "app/log/logLine.h"
+#include "gpu/GpuFigures.h"
 #include "gpu/printGpuStatus.h"
 #include "nvidia/GpuInfoNvml_CUDA.h"
 #include "nvidia/GpuNvml_Loader.h"
@@ -28,33 +29,13 @@ int countOf(const std::unique_ptr<GpuInfo>& provider) {
     return provider != nullptr ? provider->gpuCount() : 0;
 }
 
-/// A driver may report anything: a sum that no integer holds wraps.
-std::int32_t wrappedSum(std::int32_t a, std::int32_t b) {
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
-}
-
 void addToSummary(GpuDevice& summary, const GpuDevice& gpu) {
-    if (gpu.hasSpeed) {
-        summary.speedGps += gpu.speedGps;
-        summary.hasSpeed = 1;
-    }
-    if (gpu.hasUsage) {
-        summary.usagePercent = wrappedSum(summary.usagePercent, gpu.usagePercent);
-        summary.hasUsage = 1;
-    }
-    if (gpu.hasTemperature) {
-        summary.hasTemperature = 1;
-        summary.temperature = std::max(summary.temperature, gpu.temperature);
-    }
-    if (gpu.hasMemTotal) {
-        summary.hasMemTotal = 1;
-        summary.memTotalMb = std::min(summary.memTotalMb, gpu.memTotalMb);
-    }
-    if (gpu.hasMemUsage) {
-        summary.hasMemUsage = 1;
-        summary.memFreeMb = std::min(summary.memFreeMb, gpu.memFreeMb);
-        summary.memUsedMb = std::max(summary.memUsedMb, gpu.memUsedMb);
-    }
+    walkFigures([&](const auto& figure) {
+        if (!(gpu.*figure.marker))
+            return;
+        summary.*figure.value = figure.combine(summary.*figure.value, gpu.*figure.value);
+        summary.*figure.marker = 1;
+    });
 }
 
 } // namespace
@@ -166,12 +147,7 @@ void GpuInfo_Main::summarise() {
     setGpuName(summary, "Summary");
     summary.gpuType = GpuType_Summary;
     summary.deviceIndex = summaryIndex;
-    summary.speedGps = 0.0F;
-    summary.usagePercent = 0;
-    summary.temperature = 0;
-    summary.memTotalMb = 65535;
-    summary.memUsedMb = 0;
-    summary.memFreeMb = 65535;
+    walkFigures([&](const auto& figure) { summary.*figure.value = figure.summaryStart; });
     // The markers are not cleared: what was present once in the life of the process stays so.
     for (int i = 0; i < list.totalCount(); ++i)
         addToSummary(summary, list.gpuAt(i));

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "gpu/GpuFigures.h"
+
 void initialiseGpuDevice(GpuDevice& record) {
     const GpuDevice initial;
     record.statsValid = initial.statsValid;
@@ -12,17 +14,10 @@ void initialiseGpuDevice(GpuDevice& record) {
     record.gpuType = initial.gpuType;
     record.deviceIndex = initial.deviceIndex;
     record.clDevice = initial.clDevice;
-    record.hasTemperature = initial.hasTemperature;
-    record.temperature = initial.temperature;
-    record.hasMemTotal = initial.hasMemTotal;
-    record.memTotalMb = initial.memTotalMb;
-    record.hasMemUsage = initial.hasMemUsage;
-    record.memUsedMb = initial.memUsedMb;
-    record.memFreeMb = initial.memFreeMb;
-    record.hasUsage = initial.hasUsage;
-    record.usagePercent = initial.usagePercent;
-    record.hasSpeed = initial.hasSpeed;
-    record.speedGps = initial.speedGps;
+    walkFigures([&](const auto& figure) {
+        record.*figure.marker = initial.*figure.marker;
+        record.*figure.value = initial.*figure.value;
+    });
 }
 
 void setGpuName(GpuDevice& record, const char* text) {

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "gpu/GpuFigures.h"
 #include "reader/GpuSegmentReader.h"
 
 namespace {
@@ -17,29 +18,21 @@ bool isUnwritten(const GpuInfoBlock& block) {
 }
 
 void clearMarkers(GpuDevice& gpu) {
-    gpu.hasTemperature = gpu.hasMemTotal = gpu.hasMemUsage = gpu.hasUsage = gpu.hasSpeed = 0;
+    walkFigures([&](const auto& figure) { gpu.*figure.marker = 0; });
 }
 
-/// The publisher sets the summary's markers and never clears them: one that no listed GPU has is left over.
+/// The publisher sets the summary's markers and never clears them: those that no listed GPU has are left
+/// over.
 void clearLeftOverMarkers(GpuInfoBlock& block) {
-    GpuDevice present;
-    for (int i = 0; i < block.totalCount(); ++i) {
-        const GpuDevice gpu = block.gpuAt(i);
-        present.hasTemperature |= gpu.hasTemperature;
-        present.hasMemTotal |= gpu.hasMemTotal;
-        present.hasMemUsage |= gpu.hasMemUsage;
-        present.hasUsage |= gpu.hasUsage;
-        present.hasSpeed |= gpu.hasSpeed;
-    }
-    const auto keepIf = [](std::uint8_t& marker, std::uint8_t wanted) {
-        if (wanted == 0)
-            marker = 0;
-    };
-    keepIf(block.summary.hasTemperature, present.hasTemperature);
-    keepIf(block.summary.hasMemTotal, present.hasMemTotal);
-    keepIf(block.summary.hasMemUsage, present.hasMemUsage);
-    keepIf(block.summary.hasUsage, present.hasUsage);
-    keepIf(block.summary.hasSpeed, present.hasSpeed);
+    GpuDevice listed; // has each marker that some listed GPU has
+    for (int i = 0; i < block.totalCount(); ++i)
+        walkFigures([&listed, gpu = block.gpuAt(i)](const auto& figure) {
+            listed.*figure.marker |= gpu.*figure.marker;
+        });
+    walkFigures([&](const auto& figure) {
+        if (!(listed.*figure.marker))
+            block.summary.*figure.marker = 0;
+    });
 }
 
 /// Makes a record safe to use as text and its markers true.

@@ -43,14 +43,45 @@ std::string single(const char* name, const char* help, const std::string& value)
     return head(name, help) + name + " " + value + "\n";
 }
 
-/// One series a GPU that has the figure; nothing at all when none has.
-std::string family(const StatusReport& report, const char* name, const char* help,
-                   const std::function<std::optional<std::string>(const GpuView&)>& figure,
+std::string flag(bool value) {
+    return value ? "1" : "0";
+}
+
+std::string integer(std::int32_t value) {
+    return std::to_string(value);
+}
+
+std::string bytes(std::int32_t mebibytes) {
+    return std::to_string(std::int64_t{mebibytes} * 1024 * 1024);
+}
+
+std::string ratio(std::int32_t percent) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2f", static_cast<double>(percent) / 100.0);
+    return text;
+}
+
+/// A figure's text; nothing for a GPU that does not have it.
+using Reading = std::function<std::optional<std::string>(const GpuView&)>;
+
+Reading reading(bool GpuView::* fact) {
+    return [fact](const GpuView& gpu) { return flag(gpu.*fact); };
+}
+
+template <class Value>
+Reading reading(std::optional<Value> GpuView::* figure, std::string (*text)(Value)) {
+    return [figure, text](const GpuView& gpu) {
+        return gpu.*figure ? std::optional<std::string>(text(*(gpu.*figure))) : std::nullopt;
+    };
+}
+
+/// One series for each GPU that has the figure; an empty text when none has.
+std::string family(const StatusReport& report, const char* name, const char* help, const Reading& read,
                    bool withName = false) {
     std::string series;
     for (std::size_t i = 0; i < report.gpus.size(); ++i) {
         const GpuView& gpu = report.gpus[i];
-        const auto value = figure(gpu);
+        const auto value = read(gpu);
         if (!value)
             continue;
         series += std::string(name) + "{" + identity(i, gpu);
@@ -61,60 +92,35 @@ std::string family(const StatusReport& report, const char* name, const char* hel
     return series.empty() ? "" : head(name, help) + series;
 }
 
-std::optional<std::string> bytes(const std::optional<std::int32_t>& mebibytes) {
-    if (!mebibytes)
-        return std::nullopt;
-    return std::to_string(std::int64_t{*mebibytes} * 1024 * 1024);
-}
-
-std::string flag(bool value) {
-    return value ? "1" : "0";
-}
-
 std::string gpuFamilies(const StatusReport& report) {
-    using Figure = std::optional<std::string>;
     std::string text =
         single("qzgpuinfo_gpus", "GPUs in the published list.", std::to_string(report.gpus.size()));
     text += family(
         report, "qzgpuinfo_gpu_info", "A GPU's name; the value is always 1.",
-        [](const GpuView&) -> Figure { return "1"; }, true);
-    text +=
-        family(report, "qzgpuinfo_gpu_figures_valid", "1 while the GPU answered in the latest update cycle.",
-               [](const GpuView& gpu) -> Figure { return flag(gpu.statsValid); });
-    text += family(report, "qzgpuinfo_gpu_opencl_matched", "1 when an OpenCL device was found for the GPU.",
-                   [](const GpuView& gpu) -> Figure { return flag(gpu.openclMatched); });
-    text += family(report, "qzgpuinfo_gpu_optix_capable", "1 when the GPU qualifies for OptiX.",
-                   [](const GpuView& gpu) -> Figure { return flag(gpu.optixCapable); });
-    text += family(report, "qzgpuinfo_gpu_amd_ray_tracing",
-                   "1 when an AMD GPU offers ray tracing through OpenCL.",
-                   [](const GpuView& gpu) -> Figure { return flag(gpu.amdRayTracing); });
-    text +=
-        family(report, "qzgpuinfo_gpu_usage_ratio", "Share of the time in which the GPU was busy, 0 to 1.",
-               [](const GpuView& gpu) -> Figure {
-                   char ratio[32];
-                   if (!gpu.usagePercent)
-                       return std::nullopt;
-                   std::snprintf(ratio, sizeof ratio, "%.2f", static_cast<double>(*gpu.usagePercent) / 100.0);
-                   return ratio;
-               });
-    text += family(report, "qzgpuinfo_gpu_temperature_celsius", "The GPU's temperature.",
-                   [](const GpuView& gpu) -> Figure {
-                       if (!gpu.temperatureCelsius)
-                           return std::nullopt;
-                       return std::to_string(*gpu.temperatureCelsius);
-                   });
-    text += family(report, "qzgpuinfo_gpu_memory_total_bytes", "Size of the GPU's memory.",
-                   [](const GpuView& gpu) { return bytes(gpu.memoryTotalMiB); });
-    text += family(report, "qzgpuinfo_gpu_memory_used_bytes", "Used part of the GPU's memory.",
-                   [](const GpuView& gpu) { return bytes(gpu.memoryUsedMiB); });
-    text += family(report, "qzgpuinfo_gpu_memory_free_bytes", "Free part of the GPU's memory.",
-                   [](const GpuView& gpu) { return bytes(gpu.memoryFreeMiB); });
-    text += family(report, "qzgpuinfo_gpu_benchmark_score", "Compute speed by the OpenCL benchmark, in GPS.",
-                   [](const GpuView& gpu) -> Figure {
-                       if (!gpu.speedGps)
-                           return std::nullopt;
-                       return shortestText(*gpu.speedGps);
-                   });
+        [](const GpuView&) { return "1"; }, true);
+    const auto add = [&](const char* name, const char* help, const Reading& read) {
+        text += family(report, name, help, read);
+    };
+    add("qzgpuinfo_gpu_figures_valid", "1 while the GPU answered in the latest update cycle.",
+        reading(&GpuView::statsValid));
+    add("qzgpuinfo_gpu_opencl_matched", "1 when an OpenCL device was found for the GPU.",
+        reading(&GpuView::openclMatched));
+    add("qzgpuinfo_gpu_optix_capable", "1 when the GPU qualifies for OptiX.",
+        reading(&GpuView::optixCapable));
+    add("qzgpuinfo_gpu_amd_ray_tracing", "1 when an AMD GPU offers ray tracing through OpenCL.",
+        reading(&GpuView::amdRayTracing));
+    add("qzgpuinfo_gpu_usage_ratio", "Share of the time in which the GPU was busy, 0 to 1.",
+        reading(&GpuView::usagePercent, ratio));
+    add("qzgpuinfo_gpu_temperature_celsius", "The GPU's temperature.",
+        reading(&GpuView::temperatureCelsius, integer));
+    add("qzgpuinfo_gpu_memory_total_bytes", "Size of the GPU's memory.",
+        reading(&GpuView::memoryTotalMiB, bytes));
+    add("qzgpuinfo_gpu_memory_used_bytes", "Used part of the GPU's memory.",
+        reading(&GpuView::memoryUsedMiB, bytes));
+    add("qzgpuinfo_gpu_memory_free_bytes", "Free part of the GPU's memory.",
+        reading(&GpuView::memoryFreeMiB, bytes));
+    add("qzgpuinfo_gpu_benchmark_score", "Compute speed by the OpenCL benchmark, in GPS.",
+        reading(&GpuView::speedGps, shortestText));
     return text;
 }
 

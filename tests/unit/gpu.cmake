@@ -1,4 +1,5 @@
 qz_unit_test(GpuDevice LINK qz_gpu_record)
+qz_unit_test(GpuFigures LINK qz_gpu_record)
 qz_unit_test(GpuInfoBlock LINK qz_gpu_record)
 qz_unit_test(GpuInfo LINK qz_gpu)
 qz_unit_test(shortGpuName LINK qz_gpu)

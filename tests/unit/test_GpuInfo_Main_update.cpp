@@ -182,6 +182,7 @@ class TestGpuInfo_Main_update : public QObject {
         QCOMPARE(bytesOf(cycle.list().cudaGpus[0]), bytesOf(cycle.nvidia->gpu(0)));
         QCOMPARE(bytesOf(cycle.list().amdGpus[0]), bytesOf(cycle.amd->gpu(0)));
         QCOMPARE(bytesOf(cycle.list().metalGpus[0]), bytesOf(cycle.apple->gpu(0)));
+        QCOMPARE(summaryOf(cycle.list()).count('+'), 6); // any marker but 0 is set, and 1 in the summary
     }
 
     void seventeenGpus() {

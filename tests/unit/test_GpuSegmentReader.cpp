@@ -169,7 +169,7 @@ class test_GpuSegmentReader : public QObject {
         QCOMPARE(markerCount(read.amdGpus[0]), 5);
     }
 
-    void summaryMarkersThatNoGpuStandsBehind() {
+    void summaryMarkersThatNoGpuHas() {
         GpuInfoBlock block = validBlock();
         setAllMarkers(block.summary);
         setAllMarkers(block.cudaGpus[1]); // beyond the count
@@ -178,6 +178,10 @@ class test_GpuSegmentReader : public QObject {
         parseSegment(&block, sizeof block, read);
         QCOMPARE(markerCount(read.summary), 1);
         QCOMPARE(read.summary.hasMemTotal, std::uint8_t{1});
+
+        block.amdGpus[0].hasMemTotal = 0x80; // any value but 0 is set
+        parseSegment(&block, sizeof block, read);
+        QCOMPARE(markerCount(read.summary), 1);
 
         setAllMarkers(block.metalGpus[0]);
         parseSegment(&block, sizeof block, read);
