@@ -88,7 +88,9 @@ int run(const Options& options) {
 int main(int argc, char* argv[]) {
     // Names are shown as UTF-8 wherever this runs; numbers keep their decimal point.
     std::setlocale(LC_CTYPE, "C.UTF-8");
+    // A reader that goes away, or a file at its size limit, is a failed write.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
 
     const std::vector<std::string_view> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
     const ParsedOptions parsed = parseOptions(arguments);

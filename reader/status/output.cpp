@@ -1,55 +1,34 @@
 #include "reader/status/output.h"
 
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
+#include <csignal>
 #include <cstring>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "reader/status/TemporaryFile.h"
 #include "support/FileDescriptor.h"
 
 namespace qzstatus {
 
 namespace {
 
-/// A file of its own in the target's directory, removed again unless it got the target's name.
-class TemporaryFile {
+/// Holds signals back while it lives: those that come are delivered afterwards. SIGKILL can't be.
+class SignalBlock {
   public:
-    /// The name begins with a dot and does not end like the target's, so that who collects files by their
-    /// ending passes it over.
-    TemporaryFile(const std::string& directory, const std::string& baseName)
-        : path(directory + "." + baseName + ".XXXXXX"), file(::mkostemp(path.data(), O_CLOEXEC)) {}
-
-    ~TemporaryFile() {
-        if (isOpen() && !renamed)
-            ::unlink(path.c_str());
+    SignalBlock() {
+        sigset_t all;
+        ::sigfillset(&all);
+        ::sigprocmask(SIG_BLOCK, &all, &before);
     }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-    bool isOpen() const { return file.isOpen(); }
-
-    /// 0 or the `errno` of what failed.
-    int fill(std::string_view text) {
-        if (const int error = writeAll(file.get(), text))
-            return error;
-        return ::fchmod(file.get(), 0644) == 0 && ::fsync(file.get()) == 0 ? 0 : errno;
-    }
-
-    int renameTo(const std::string& target) {
-        if (::rename(path.c_str(), target.c_str()) != 0)
-            return errno;
-        renamed = true;
-        return 0;
-    }
+    ~SignalBlock() { ::sigprocmask(SIG_SETMASK, &before, nullptr); }
+    SignalBlock(const SignalBlock&) = delete;
+    SignalBlock& operator=(const SignalBlock&) = delete;
 
   private:
-    std::string path;
-    FileDescriptor file;
-    bool renamed = false;
+    sigset_t before{};
 };
 
 /// The new name survives a power cut only once the directory is on the disk too. Not every file system can do
@@ -86,11 +65,11 @@ std::string replaceFile(const std::string& path, std::string_view text) {
 
     const auto slash = path.rfind('/');
     const std::string directory = slash == std::string::npos ? "" : path.substr(0, slash + 1);
-    const std::string baseName = slash == std::string::npos ? path : path.substr(slash + 1);
-    if (baseName.empty())
+    if (slash == path.size() - 1)
         return failed(path, EISDIR);
 
-    TemporaryFile file(directory, baseName);
+    const SignalBlock whileATemporaryExists;
+    TemporaryFile file(directory);
     if (!file.isOpen())
         return failed(path, errno);
     if (const int error = file.fill(text))

@@ -9,10 +9,10 @@ namespace qzstatus {
 /// Writes all of `text`; 0, or the `errno` of the write that failed.
 int writeAll(int descriptor, std::string_view text);
 
-/// Replaces the file at `path` as a whole, mode 0644: who reads it meanwhile sees the old text or the new
-/// one, and a failure leaves the old file as it is. The text is on the disk before the name leads to it. Only
-/// a regular file is replaced, never a device or a link. An empty text, or one sentence that says what
-/// failed.
+/// Replaces the file at `path` as a whole, with mode 0644: readers see the old text or the new one, and a
+/// failure leaves the old file as it is. The text is on the disk before the name leads to it. Only a regular
+/// file is replaced, never a device or a link. Signals wait meanwhile, so that none leaves a temporary file.
+/// Returns an empty text, or one sentence that says what failed.
 std::string replaceFile(const std::string& path, std::string_view text);
 
 } // namespace qzstatus

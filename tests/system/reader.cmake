@@ -1,5 +1,7 @@
 qz_system_test(status)
 qz_system_test(status_forms)
+qz_system_test(status_output)
+qz_test_driver(slowOutput libslowOutput)
 qz_system_test(status_watch)
 qz_system_test(status_tmux)
 qz_system_test(monitoring TIMEOUT 240)
