@@ -21,6 +21,7 @@ MAY_INCLUDE = {
     "nvidia": ["support", "app/log", "gpu", "opencl"],
     "amd": ["support", "app/log", "gpu", "opencl"],
     "app": ["support", "app/log", "gpu", "opencl", "nvidia", "amd"],
+    "doctor": ["support", "app/log", "gpu", "opencl", "nvidia", "amd", "reader"],
     # Without Qt, which its targets don't see: what needs that does not compile there.
     "reader": ["support", "gpu"],
     "simulator": [],

@@ -36,12 +36,13 @@ bool parseProcStat(std::string_view bytes, ProcStat& stat) {
     const std::string_view state = nextWord(rest);
     if (state.size() != 1)
         return false;
-    // The state is the third word, the threads are the twentieth, the start time is the twenty-second.
-    constexpr int wordsToThreads = 16;
-    for (int i = 0; i < wordsToThreads; ++i)
-        nextWord(rest);
     stat.comm = bytes.substr(opening + 1, closing - opening - 1);
     stat.state = state.front();
+    // The state is the third word, the threads are the twentieth, the start time is the twenty-second.
+    stat.parent = wholeNumber<int>(nextWord(rest));
+    constexpr int wordsToThreads = 15;
+    for (int i = 0; i < wordsToThreads; ++i)
+        nextWord(rest);
     stat.threads = wholeNumber<int>(nextWord(rest));
     nextWord(rest);
     stat.startTime = wholeNumber<quint64>(nextWord(rest));

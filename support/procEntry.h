@@ -13,6 +13,7 @@ constexpr std::size_t commCapacity = 15;
 struct ProcStat {
     std::string_view comm; ///< lies in the bytes that were parsed
     char state = '?';      ///< of the main thread: 'R', 'S', 'D', 'Z', ...
+    int parent = 0;        ///< process id; 0: none or not told
     int threads = 0;       ///< the main thread is among them, ended or not; 0: not told
     quint64 startTime = 0; ///< clock ticks since the machine's start; 0: not told
 

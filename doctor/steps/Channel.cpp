@@ -1,0 +1,37 @@
+#include "doctor/steps/Channel.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include <QJsonDocument>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "doctor/steps/Message.h"
+
+namespace doctor {
+
+Channel::Channel(int lineToDoctor, const QByteArray& markOfMessages)
+    : line(lineToDoctor), mark(markOfMessages) {}
+
+void Channel::begin(const QString& call, QJsonObject arguments) {
+    std::fflush(stdout);
+    arguments.insert(QStringLiteral("call"), call);
+    tell(messageBegin, arguments);
+}
+
+void Channel::end(const QJsonObject& answer) {
+    std::fflush(stdout);
+    tell(messageEnd, answer);
+}
+
+void Channel::tell(const char* kind, const QJsonObject& content) {
+    const QByteArray packet = mark + kind + '\n' + QJsonDocument(content).toJson(QJsonDocument::Compact);
+    // A doctor that is gone needs no message; this child is about to be killed.
+    while (::send(line, packet.constData(), static_cast<std::size_t>(packet.size()), MSG_NOSIGNAL) < 0 &&
+           errno == EINTR) {
+    }
+}
+
+} // namespace doctor

@@ -1,0 +1,32 @@
+// What a step in a child process sends to the doctor.
+#pragma once
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QString>
+#include <QVector>
+
+namespace doctor {
+
+/// Kinds of message that every step sends. All others are a step's own.
+constexpr const char* messageBegin = "begin"; ///< a vendor's call is about to be made: "call", its arguments
+constexpr const char* messageEnd = "end";     ///< it has returned: its answer
+constexpr const char* messageOutput = "output"; ///< "text": what somebody wrote to standard output or error
+constexpr const char* messageDone = "done";     ///< the step's work is over
+
+struct Message {
+    QString kind;
+    QJsonObject content;
+};
+
+using Messages = QVector<Message>;
+
+/// Bytes of any kind as JSON text and back: one character a byte.
+inline QString textOfBytes(const QByteArray& bytes) {
+    return QString::fromLatin1(bytes);
+}
+inline QByteArray bytesOfText(const QString& text) {
+    return text.toLatin1();
+}
+
+} // namespace doctor

@@ -1,0 +1,1 @@
+qz_unit_test(StepRunner LINK qz_doctor)
