@@ -14,11 +14,9 @@ namespace {
 // What is read lies far below this; the bound is for a file that never ends.
 constexpr int maxBytes = 64 * 1024;
 
-} // namespace
-
 // Four system calls for a small file, where QFile makes three more to learn a size and a kind that are wrong
 // for a kernel's file. Without O_NONBLOCK the open of a FIFO would wait for its other end.
-QByteArray readSmallTextFile(const QString& path) {
+QByteArray readNow(const QString& path) {
     const FileDescriptor file(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     QByteArray bytes;
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): what is read fills it, and only that is taken.
@@ -34,4 +32,12 @@ QByteArray readSmallTextFile(const QString& path) {
     }
     // A carriage return is part of a line's end in text, and nothing else.
     return bytes.replace("\r", "");
+}
+
+} // namespace
+
+TextFileReader textFileReader = readNow;
+
+QByteArray readSmallTextFile(const QString& path) {
+    return textFileReader(path);
 }

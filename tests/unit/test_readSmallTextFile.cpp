@@ -60,6 +60,8 @@ std::optional<std::vector<SystemCall>> systemCallsOf(Action action) {
 
 } // namespace
 
+const TextFileReader standardReader = textFileReader;
+
 class TestReadSmallTextFile : public QObject {
     Q_OBJECT
 
@@ -70,6 +72,8 @@ class TestReadSmallTextFile : public QObject {
     void notAFile();
     void fileWithoutEnd();
     void fifoDoesNotBlock();
+    void reasonOfAFailure();
+    void anotherReader();
     void leavesNoDescriptorOpen();
     void systemCalls();
 
@@ -151,6 +155,25 @@ void TestReadSmallTextFile::leavesNoDescriptorOpen() {
     readSmallTextFile(directory.path());
     readSmallTextFile("/dev/zero");
     QCOMPARE(openDescriptors(), before);
+}
+
+void TestReadSmallTextFile::reasonOfAFailure() {
+    errno = 0;
+    QVERIFY(readSmallTextFile(path("missing")).isNull());
+    QCOMPARE(errno, ENOENT);
+    errno = 0;
+    QVERIFY(readSmallTextFile(directory.path()).isNull());
+    QCOMPARE(errno, EISDIR);
+    errno = 0;
+    QVERIFY(readSmallTextFile(write("")).isEmpty());
+    QCOMPARE(errno, 0);
+}
+
+void TestReadSmallTextFile::anotherReader() {
+    textFileReader = [](const QString& asked) { return "instead of " + asked.toUtf8(); };
+    QCOMPARE(readSmallTextFile("/a"), QByteArray("instead of /a"));
+    textFileReader = standardReader;
+    QCOMPARE(readSmallTextFile(write("37\n")), QByteArray("37\n"));
 }
 
 // A machine's cards are read every few seconds: five calls a value at most.
