@@ -20,21 +20,23 @@ static_assert(sizeof(TopologyAmd) == 24 && offsetof(TopologyAmd, bus) == 21);
 void readBus(AmdOclCandidate& candidate) {
     TopologyAmd topology{};
     PciBusInfoKhr location{};
-    QString line = QStringLiteral("    OCL device '%1': no PCI bus info available, name-match only");
     if (readOpenCLDevice(candidate.device, deviceAttribute_TopologyAmd, topology)) {
         candidate.busKnown = true;
+        candidate.busSource = "AMD topology";
         // NOLINTNEXTLINE(bugprone-signed-char-misuse,cert-str34-c): signed it is
         candidate.bus = topology.bus;
-        line = QStringLiteral("    OCL device '%1': PCI bus 0x%2 (via AMD topology)");
     } else if (readOpenCLDevice(candidate.device, deviceAttribute_PciBusInfoKhr, location)) {
         candidate.busKnown = true;
+        candidate.busSource = "khr_pci_bus_info";
         candidate.bus = static_cast<std::int32_t>(location.pci_bus);
-        line = QStringLiteral("    OCL device '%1': PCI bus 0x%2 (via khr_pci_bus_info)");
     }
     if (candidate.busKnown)
-        logLine(5, line.arg(candidate.name, pciBusText(static_cast<quint32>(candidate.bus))));
+        logLine(5, QStringLiteral("    OCL device '%1': PCI bus 0x%2 (via %3)")
+                       .arg(candidate.name, pciBusText(static_cast<quint32>(candidate.bus)),
+                            QLatin1String(candidate.busSource)));
     else
-        logLine(5, line.arg(candidate.name));
+        logLine(5, QStringLiteral("    OCL device '%1': no PCI bus info available, name-match only")
+                       .arg(candidate.name));
 }
 
 } // namespace
@@ -58,7 +60,7 @@ std::vector<AmdOclCandidate> collectAmdOclCandidates(const OpenCLPlatforms& plat
 const AmdOclCandidate* findCandidateByBus(const std::vector<AmdOclCandidate>& candidates, quint32 bus) {
     const auto found =
         std::find_if(candidates.begin(), candidates.end(), [bus](const AmdOclCandidate& candidate) {
-            return candidate.busKnown && (static_cast<quint32>(candidate.bus) & 0xFFU) == (bus & 0xFFU);
+            return candidate.busKnown && isSameBus(static_cast<quint32>(candidate.bus), bus);
         });
     return found != candidates.end() ? &*found : nullptr;
 }

@@ -32,7 +32,7 @@ class GpuInfoAmdLinux : public GpuInfo {
     int shutdown() override;
 
   private:
-    void addCard(const QString& card);
+    void addCard(const QString& cardEntry);
     void numberByBus();
     void matchWithOpenCL();
     void matchCandidate(GpuDevice& gpu, quint32 bus, const std::vector<AmdOclCandidate>& candidates) const;

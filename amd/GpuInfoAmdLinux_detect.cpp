@@ -3,6 +3,7 @@
 
 #include "amd/AmdAdvice.h"
 #include "amd/GpuInfoAmdLinux.h"
+#include "amd/amdCard.h"
 #include "amd/sysfs.h"
 #include "app/log/logLine.h"
 #include "opencl/GpuOpenCL_Loader.h"
@@ -10,18 +11,7 @@
 
 namespace {
 
-// Below this are the carve-outs of integrated graphics and the smallest cards, which no render job fits.
-constexpr quint32 minMemoryMb = 2000;
-
 constexpr std::size_t extensionsRoom = 4096;
-
-QString cardName(const QString& card, const QString& deviceDirectory) {
-    QString product = readSysfsValue(deviceDirectory + "/product_name");
-    if (!product.isEmpty())
-        return product;
-    const QString label = readSysfsValue(deviceDirectory + "/label");
-    return label.isEmpty() ? card : label;
-}
 
 bool hasRayTracing(const GpuDevice& gpu) {
     cl_device_id device = openCLDeviceOf(gpu);
@@ -44,25 +34,21 @@ int GpuInfoAmdLinux::detectGpus() {
     return 1;
 }
 
-void GpuInfoAmdLinux::addCard(const QString& card) {
-    const QString deviceDirectory = drm + "/" + card + "/device";
-    if (readSysfsValue(deviceDirectory + "/vendor").toLower() != QLatin1String("0x1002"))
+void GpuInfoAmdLinux::addCard(const QString& cardEntry) {
+    const QString deviceDirectory = drm + "/" + cardEntry + "/device";
+    if (!isAmdCard(deviceDirectory))
         return;
-    const QString name = cardName(card, deviceDirectory);
-    const AmdCardPaths paths{deviceDirectory, findHwmonDir(deviceDirectory)};
-    const quint32 bus = pciBusOfDevice(deviceDirectory);
-    const QString memoryBytes = readSysfsValue(deviceDirectory + "/mem_info_vram_total");
-    const auto memoryMb = static_cast<quint32>(memoryBytes.toULongLong() >> 20);
-    if (memoryMb < minMemoryMb)
+    const AmdCard card = readAmdCard(cardEntry, deviceDirectory);
+    if (!card.isListed())
         return;
     GpuDevice& gpu = appendGpu();
     gpu.statsValid = 1;
-    setGpuName(gpu, name.toLatin1().constData());
+    setGpuName(gpu, card.name.toLatin1().constData());
     gpu.gpuType = GpuType_Amd;
     gpu.hasMemTotal = 1;
-    gpu.memTotalMb = static_cast<std::int32_t>(memoryMb);
-    cardPaths.append(paths);
-    pciBuses.append(bus);
+    gpu.memTotalMb = static_cast<std::int32_t>(card.memoryMb);
+    cardPaths.append({card.deviceDirectory, card.hwmonDirectory});
+    pciBuses.append(card.bus);
 }
 
 void GpuInfoAmdLinux::numberByBus() {

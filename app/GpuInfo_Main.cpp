@@ -128,17 +128,15 @@ void GpuInfo_Main::resetList() {
 /// the same.
 std::uint32_t GpuInfo_Main::collect(const GpuInfo* provider, GpuDevice* records, int firstIndex) {
     std::uint32_t count = 0;
-    for (int k = 0; provider != nullptr && k < provider->gpuCount(); ++k) {
-        GpuDevice gpu;
-        provider->getGpu(gpu, k);
-        if (!gpu.statsValid)
-            continue;
-        if (k < GpuInfoBlock::capacity) {
-            records[k] = gpu;
-            count = static_cast<std::uint32_t>(k) + 1;
+    if (provider == nullptr)
+        return count;
+    forEachRefreshedGpu(*provider, [&](int number, const GpuDevice& gpu) {
+        if (number < GpuInfoBlock::capacity) {
+            records[number] = gpu;
+            count = static_cast<std::uint32_t>(number) + 1;
         }
-        printGpuStatus(gpu, firstIndex + k);
-    }
+        printGpuStatus(gpu, firstIndex + number);
+    });
     return count;
 }
 

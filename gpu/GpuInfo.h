@@ -43,3 +43,16 @@ class GpuInfo {
 
     QList<GpuDevice*> gpus;
 };
+
+/// Calls `visit(number, record)` for each GPU that a provider's latest update cycle has, by its device
+/// number: the ones that the GPU list takes over. A GPU without a number, or with that of one before it, is
+/// not among them.
+template <class Visit>
+void forEachRefreshedGpu(const GpuInfo& provider, Visit visit) {
+    for (int number = 0; number < provider.gpuCount(); ++number) {
+        GpuDevice gpu;
+        provider.getGpu(gpu, number);
+        if (gpu.statsValid)
+            visit(number, gpu);
+    }
+}

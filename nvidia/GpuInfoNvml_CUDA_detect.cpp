@@ -7,49 +7,9 @@
 #include "nvidia/GpuInfoNvml_CUDA.h"
 #include "nvidia/GpuNvml_Loader.h"
 #include "nvidia/NvidiaAdvice.h"
+#include "nvidia/nvidiaPairing.h"
 #include "opencl/GpuOpenCL_Loader.h"
 #include "support/distributionId.h"
-
-namespace {
-
-// No machine has more devices; a driver that reports more is lying, and must not keep the program for hours.
-constexpr unsigned int maxDevices = 4096;
-
-/// CUDA's number of the device on a PCI bus, -1 when it has none there.
-int cudaDeviceOnBus(unsigned int bus) {
-    int count = 0;
-    GpuCuda_Loader::cudaGetDeviceCount(&count);
-    for (int device = 0; device < std::min(count, static_cast<int>(maxDevices)); ++device) {
-        CudaDeviceProperties properties;
-        if (GpuCuda_Loader::cudaGetDeviceProperties(&properties, device) == 0 &&
-            static_cast<unsigned int>(properties.pciBusID) == bus)
-            return device;
-    }
-    return -1;
-}
-
-/// OptiX needs the ray-tracing units that came with compute capability 7.5.
-bool isOptixCapable(int cudaDevice) {
-    CudaDeviceProperties properties;
-    if (GpuCuda_Loader::cudaGetDeviceProperties(&properties, cudaDevice) != 0)
-        return false;
-    return properties.major > 7 || (properties.major == 7 && properties.minor > 4);
-}
-
-/// How an OpenCL device told that it is on the GPU's bus; null when it is not. Only the low byte counts, all
-/// that a PCI bus number has. A device that answers the vendor's own attribute is not asked the other.
-const char* busAttributeThatMatches(cl_device_id device, unsigned int bus) {
-    cl_uint vendorBus = 0;
-    if (readOpenCLDevice(device, deviceAttribute_PciBusIdNv, vendorBus))
-        return (vendorBus & 0xFFU) == (bus & 0xFFU) ? "NV" : nullptr;
-    PciBusInfoKhr location{};
-    if (readOpenCLDevice(device, deviceAttribute_PciBusInfoKhr, location) &&
-        (location.pci_bus & 0xFFU) == (bus & 0xFFU))
-        return "KHR";
-    return nullptr;
-}
-
-} // namespace
 
 int GpuInfoNvml_CUDA::detectGpus() {
     if (GpuNvml_Loader::load(loader) == 0) {
@@ -63,7 +23,7 @@ int GpuInfoNvml_CUDA::detectGpus() {
     }
     if (count > 0)
         GpuCuda_Loader::load(loader);
-    for (unsigned int index = 0; index < std::min(count, maxDevices); ++index)
+    for (unsigned int index = 0; index < std::min(count, maxNvidiaDevices); ++index)
         addDevice(index);
 
     const QString distribution = distributionId(osRelease);
@@ -139,10 +99,11 @@ void GpuInfoNvml_CUDA::matchOpenCLDevice(GpuDevice& gpu, nvmlDevice_t handle,
             // For the traces alone that people take of the calls: a device's name stands before what it is
             // asked, as with AMD's.
             openCLDeviceText(device, CL_DEVICE_NAME, openCLNameRoom);
-            if (const char* attribute = busAttributeThatMatches(device, pci.bus)) {
+            const NvidiaOclBus location = nvidiaOclBus(device);
+            if (location.attribute != nullptr && isSameBus(location.bus, pci.bus)) {
                 setOpenCLDevice(gpu, device);
                 logLine(5, QStringLiteral("  %1: matched via %2 PCI bus 0x%3")
-                               .arg(name, QLatin1String(attribute), pciBusText(pci.bus)));
+                               .arg(name, QLatin1String(location.attribute), pciBusText(pci.bus)));
                 return;
             }
         }

@@ -32,6 +32,12 @@ constexpr std::size_t openCLNameRoom = 256;
 /// A PCI bus number as messages have it behind "0x".
 QString pciBusText(cl_uint bus);
 
+/// Whether two drivers mean the same PCI bus. Only the low byte counts, all that a PCI bus number has: some
+/// give it as a signed byte, or with a domain above it.
+constexpr bool isSameBus(cl_uint a, cl_uint b) {
+    return (a & 0xFFU) == (b & 0xFFU);
+}
+
 struct OpenCLPlatform {
     std::size_t number = 0; ///< its place in the library's own list, from 0
     cl_platform_id id = nullptr;
