@@ -3,10 +3,10 @@
 #include <cerrno>
 #include <cstdio>
 
-#include <QJsonDocument>
-
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <QJsonDocument>
 
 #include "doctor/steps/Message.h"
 

@@ -2,15 +2,15 @@
 
 #include <array>
 
-#include <QJsonDocument>
-#include <QRandomGenerator>
-
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <QJsonDocument>
+#include <QRandomGenerator>
 
 #include "doctor/steps/Channel.h"
 #include "doctor/steps/processes.h"

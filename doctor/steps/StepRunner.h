@@ -2,14 +2,14 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <functional>
+
+#include <sys/types.h>
 
 #include <QByteArray>
 #include <QString>
 #include <QVector>
-
-#include <csignal>
-#include <sys/types.h>
 
 #include "doctor/steps/Message.h"
 

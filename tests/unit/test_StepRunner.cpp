@@ -1,8 +1,8 @@
-#include <QtTest>
-
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <QtTest>
 
 #include "ChildProcess.h"
 #include "doctor/steps/Channel.h"
