@@ -3,6 +3,7 @@ programs record the arguments they are started with."""
 
 import os
 import pty
+import re
 import select
 import shutil
 import signal
@@ -13,6 +14,8 @@ from pathlib import Path
 
 PROMPT = "ready> "
 DONE = "recorded."
+# What shells draw their line with.
+CONTROLS = r"\x1b(\[[0-9;?<=>]*[a-zA-Z]|[=>]|[(\]][^\x07\x1b]*(\x07|\x1b\\)?)"
 RECORDER = f"""#!/bin/sh
 for argument; do printf '%s\\0' "$argument"; done > "$RECORDED"
 echo {DONE}
@@ -58,7 +61,10 @@ class InteractiveShell:
         self.pid, self.terminal = pty.fork()
         if self.pid == 0:
             os.execve(shutil.which("bwrap"), sandbox, environment)
-        self._read_until(lambda: self.output.endswith(PROMPT))
+        self._read_until(self._is_ready)
+
+    def _is_ready(self):
+        return re.sub(CONTROLS, "", self.output).endswith(PROMPT)
 
     def _read_until(self, condition):
         deadline = time.monotonic() + self.patience
@@ -75,7 +81,7 @@ class InteractiveShell:
         """Types the keys and Enter; returns the arguments with which the command was started."""
         self.output = ""
         os.write(self.terminal, os.fsencode(keys) + b"\r")
-        self._read_until(lambda: DONE in self.output and self.output.endswith(PROMPT))
+        self._read_until(lambda: DONE in self.output and self._is_ready())
         arguments = self.recorded.read_bytes().split(b"\0")
         self.recorded.unlink()
         return arguments[:-1]

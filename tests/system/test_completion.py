@@ -12,7 +12,7 @@ from test_manual import info_options, status_options
 COMPLETIONS = Path(os.environ["QZGPUINFO_SOURCE"], "packaging/completions")
 # Each begins with another character, so that one character completes it.
 NAMES = ["$(touch ran)", "`touch ran`", ";touch ran", "&touch ran", "|touch ran", ">ran", "<(touch ran)", "a b  c",
-         "it's", 'q"q "', "\\touch ran", "*", "?", "[a-z]", "{x,y}", "~root", "!!", "#x", "%1", "^a^b", "=ls", "c:d:e",
+         "it's", 'q"q "', "\\touch ran", "*", "u?", "[a-z]", "{x,y}", "~root", "!!", "#x", "%1", "^a^b", "=ls", "c:d:e",
          "k=v@w", "@x", "(touch ran)", "n\\nn", "plain", "w!ho", "ünï", " lead", "/x/y"]
 # Process names are not text when a terminal or a locale cannot show them; those with "-" in front are options.
 NO_NAMES = [b"new\nline", b"\nfirst", b"\x1b[31mred", b"tab\tbed", b"del\x7f", b"inv\xffalid", b"-dash", b"-v $(touch ran)"]
@@ -20,38 +20,42 @@ FILES = ["$(touch ran)", "`touch ran`", ";touch ran", "a b", "it's", 'q"q', "new
 
 
 class InShell:
-    """What every shell has to pass. `quotes` are those that may be open before the name."""
+    """What every shell has to pass. `special` has the quotes that may be open before a name, each with the characters
+    that are escaped within it; `unfit` the characters of names that are not completed within it."""
 
-    quotes = ("", "'", '"')
+    special = {"": "$`;&|><'\"\\*?[{~!#^=@( ", "'": "", '"': '$`\\'}
+    unfit = {"": "", "'": "", '"': ""}
+    directories = FILES
 
-    def setUp(self):
-        if shutil.which(self.program) is None or shutil.which("bwrap") is None:
-            self.skipTest(f"no {self.program} or no bwrap here")
-        self.shell = InteractiveShell(("qzGpuInfo", "qzGpuStatus"), [*map(os.fsencode, NAMES), *NO_NAMES])
-        self.addCleanup(self.shell.close)
-        self.begin()
+    @classmethod
+    def setUpClass(cls):
+        if shutil.which(cls.program) is None or shutil.which("bwrap") is None:
+            raise unittest.SkipTest(f"no {cls.program} or no bwrap here")
+        cls.shell = InteractiveShell(("qzGpuInfo", "qzGpuStatus"), [*map(os.fsencode, NAMES), *NO_NAMES])
+        cls.addClassCleanup(cls.shell.close)
+        cls.begin()
 
     def tearDown(self):
         self.assertEqual(list(self.shell.folder.glob("**/ran")), [], "a name was run")
 
     def begins(self, quote, character):
         """The first character of a name, typed as this shell wants it there."""
-        special = {"": "$`;&|><'\"\\*?[{~!#^=@( ", "'": "", '"': '$`\\'}[quote]
-        return quote + ("\\" if character in special else "") + character
+        return quote + ("\\" if character in self.special[quote] else "") + character
 
     def test_a_name_is_quoted(self):
-        for quote in self.quotes:
+        for quote, unfit in self.unfit.items():
             for name in NAMES:
                 with self.subTest(quote=quote, name=name):
                     typed = "qzGpuInfo " + self.begins(quote, name[0]) + "\t"
-                    if self.fits(quote, name):
-                        self.assertEqual(self.shell.type(typed), [os.fsencode(name)])
-                    else:
+                    if set(unfit) & set(name):
                         self.assertEqual(self.shell.type(typed + quote), [os.fsencode(name[0])])
+                    else:
+                        self.assertEqual(self.shell.type(typed), [os.fsencode(name)])
 
     def test_what_is_offered(self):
         offered = set(self.offered("qzGpuInfo "))
-        self.assertEqual(offered - {b"bwrap", b"sh", self.program.encode()}, set(map(os.fsencode, NAMES)))
+        # The sandbox, the shell, and what it reads the names with are there as well.
+        self.assertEqual(offered - {b"bwrap", b"sh", b"grep", self.program.encode()}, set(map(os.fsencode, NAMES)))
 
     def test_options(self):
         self.assertEqual(set(self.offered("qzGpuInfo -")), set(map(os.fsencode, info_options())))
@@ -69,9 +73,10 @@ class InShell:
                 with self.subTest(option=option, name=name):
                     given = self.shell.type("qzGpuStatus " + option + self.begins("", name[0]) + "\t")
                     self.assertEqual(b" ".join(given), os.fsencode(option + name))
+        for name in self.directories:
             with self.subTest(directory=name):
                 given = self.shell.type("qzGpuStatus --directory d" + self.begins("", name[0]) + "\t")
-                self.assertEqual(given, [b"--directory", os.fsencode(f"d{name}/")])
+                self.assertEqual([part.rstrip(b"/") for part in given], [b"--directory", os.fsencode(f"d{name}")])
                 # A file is no directory: nothing is completed.
                 given = self.shell.type("qzGpuStatus --directory " + self.begins("", name[0]) + "\t")
                 self.assertEqual(given, [b"--directory", os.fsencode(name[0])])
@@ -82,17 +87,15 @@ class InShell:
 
 class Bash(InShell, unittest.TestCase):
     program = "bash"
+    # Readline takes an escaped quote for the closing one, and the history's `!` cannot be escaped.
+    unfit = {"": "", "'": "'", '"': '"!'}
+    load = f"source '{COMPLETIONS}/bash/qzGpuInfo'; source '{COMPLETIONS}/bash/qzGpuStatus'"
 
-    def begin(self):
-        settings = self.shell.home / "settings"
-        settings.write_text(f"PS1='{PROMPT}'\nsource '{COMPLETIONS}/qzGpuInfo'\nsource '{COMPLETIONS}/qzGpuStatus'\n",
-                            encoding="utf-8")
-        self.shell.start("bash", "--noprofile", "--rcfile", settings, "-i", INPUTRC="/dev/null")
-
-    @staticmethod
-    def fits(quote, name):
-        """Readline cannot tell an escaped quote from the closing one, and the history's `!` cannot be escaped."""
-        return not set({"": "", "'": "'", '"': '"!'}[quote]) & set(name)
+    @classmethod
+    def begin(cls):
+        settings = cls.shell.home / "settings"
+        settings.write_text(f"PS1='{PROMPT}'\n{cls.load}\n", encoding="utf-8")
+        cls.shell.start("bash", "--noprofile", "--rcfile", settings, "-i", INPUTRC="/dev/null")
 
     def offered(self, typed):
         """Readline's insert-completions."""
@@ -102,16 +105,52 @@ class Bash(InShell, unittest.TestCase):
 class BashWithItsPackage(Bash):
     """As installed: bash-completion loads the file by the command's name."""
 
-    def begin(self):
-        package = Path("/usr/share/bash-completion/bash_completion")
-        if not package.exists():
-            self.skipTest("no bash-completion here")
-        folder = self.shell.home / ".local/share/bash-completion"
+    load = "source /usr/share/bash-completion/bash_completion"
+
+    @classmethod
+    def begin(cls):
+        if not Path(cls.load.split()[1]).exists():
+            raise unittest.SkipTest("no bash-completion here")
+        folder = cls.shell.home / ".local/share/bash-completion"
         folder.mkdir(parents=True)
-        (folder / "completions").symlink_to(COMPLETIONS)
-        settings = self.shell.home / "settings"
-        settings.write_text(f"PS1='{PROMPT}'\nsource {package}\n", encoding="utf-8")
-        self.shell.start("bash", "--noprofile", "--rcfile", settings, "-i", INPUTRC="/dev/null")
+        (folder / "completions").symlink_to(COMPLETIONS / "bash")
+        super().begin()
+
+
+class Zsh(InShell, unittest.TestCase):
+    program = "zsh"
+
+    @classmethod
+    def begin(cls):
+        (cls.shell.home / ".zshrc").write_text(
+            f"PROMPT='{PROMPT}'\nfpath=('{COMPLETIONS}/zsh' $fpath)\nautoload -U compinit\ncompinit -u -D\n"
+            "zle -C insert-all complete-word _generic\nbindkey '^[*' insert-all\n"
+            "zstyle ':completion:insert-all:*' completer _all_matches _complete\n"
+            "zstyle ':completion:insert-all:*' insert true\n", encoding="utf-8")
+        cls.shell.start("zsh", "-d", "-i")
+
+    def offered(self, typed):
+        return self.shell.type(typed + "\x1b*")
+
+
+class Fish(InShell, unittest.TestCase):
+    program = "fish"
+    special = {**InShell.special, "'": "\\", '"': '$"\\'}
+    # Its own list of directories has one in each line.
+    directories = FILES[:-1]
+
+    @classmethod
+    def begin(cls):
+        # Without the second folder it would look through all manual pages first.
+        (cls.shell.home / "fish/generated_completions").mkdir(parents=True)
+        (cls.shell.home / "fish/config.fish").write_text(
+            f"function fish_prompt\n    printf '{PROMPT}'\nend\nset -g fish_greeting\n"
+            f"set -g fish_autosuggestion_enabled 0\nset -p fish_complete_path '{COMPLETIONS}/fish'\n",
+            encoding="utf-8")
+        cls.shell.start("fish", "-i", XDG_CONFIG_HOME=str(cls.shell.home), XDG_DATA_HOME=str(cls.shell.home))
+
+    def offered(self, typed):
+        return self.shell.type(f"qzGpuInfo (complete -C'{typed}' | string replace -r '\\t.*' '')")
 
 
 if __name__ == "__main__":
