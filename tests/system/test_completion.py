@@ -147,7 +147,7 @@ class Fish(InShell, unittest.TestCase):
             f"function fish_prompt\n    printf '{PROMPT}'\nend\nset -g fish_greeting\n"
             f"set -g fish_autosuggestion_enabled 0\nset -p fish_complete_path '{COMPLETIONS}/fish'\n",
             encoding="utf-8")
-        cls.shell.start("fish", "-i", XDG_CONFIG_HOME=str(cls.shell.home), XDG_DATA_HOME=str(cls.shell.home))
+        cls.shell.start("fish", "-i", **{f"XDG_{kind}_HOME": str(cls.shell.home) for kind in ("CONFIG", "DATA", "CACHE")})
 
     def offered(self, typed):
         return self.shell.type(f"qzGpuInfo (complete -C'{typed}' | string replace -r '\\t.*' '')")
