@@ -23,8 +23,8 @@ struct GpuDevice {
     /// never clears it in its own record; the driver clears it in the list before each cycle, so that there
     /// it tells which GPUs the current cycle has.
     std::uint8_t statsValid = 0;
-    char name[64] = {}; ///< as the driver gave it, NUL-terminated
-    std::uint8_t reserved65 = 0;
+    char name[64] = {};             ///< as the driver gave it, NUL-terminated
+    std::uint8_t reserved65 = 0;    ///< always 0; the suite's name
     std::uint8_t optixCapable = 0;  ///< NVIDIA: compute capability 7.5 or newer
     std::uint8_t amdRayTracing = 0; ///< AMD: the OpenCL device offers ray tracing
     std::uint8_t gpuType = GpuType_Other;
@@ -46,8 +46,8 @@ struct GpuDevice {
     std::int32_t usagePercent = 0; ///< percent; in the summary a sum over the GPUs
     std::uint8_t hasSpeed = 0;
     std::uint8_t filler121[3] = {};
-    float speedGps = 0.0F; ///< benchmark score in GPS
-    std::uint8_t tail[24] = {};
+    float speedGps = 0.0F;      ///< benchmark score in GPS
+    std::uint8_t tail[24] = {}; ///< reserved; never written
 };
 
 #pragma pack(pop)

@@ -168,6 +168,7 @@ bool Run::warmUp() {
         return false;
     }
     GLOBAL_Iteratons_mod = static_cast<float>(targetRoundMs / (averageMs * 10.0));
+    // Readers of the log know the setting by its misspelled name.
     logLine(4,
             QStringLiteral("    GpuBenchmarkOpenCL: warmup avg %1 ms/round, GLOBAL_Iteratons_mod set to %2")
                 .arg(QString::number(averageMs, 'f', 1),

@@ -6,6 +6,6 @@
 extern std::int32_t benchmarkSeconds;  ///< measuring duration, seconds
 extern std::int32_t benchmarkWarmupMs; ///< warm-up limit, milliseconds
 
-/// Scale of the kernel's iteration count. Every run sets it: 0.1 for the warm-up, then what the warm-up
-/// yielded.
+/// Scale of the kernel's iteration count. Every run sets it: 0.1 for the warm-up, then the calibrated value.
+/// "Iteratons" is the suite's spelling, also in the log line: keep it.
 extern float GLOBAL_Iteratons_mod;

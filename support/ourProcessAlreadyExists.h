@@ -25,4 +25,4 @@
 ///
 /// The match is remembered, each thread its own, and the whole list read only when it is gone.
 bool ourProcessAlreadyExists(const _qzString8_allSize<25>& name, bool caseSensitive, bool leaveOutCaller,
-                             qint64* foundPid, const char* procRoot = "/proc");
+                             qint64* foundPid = nullptr, const char* procRoot = "/proc");

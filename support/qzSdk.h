@@ -3,11 +3,11 @@
 
 #include "support/qzString.h"
 
-/// Kinds of application of the suite.
+/// Kinds of application of the suite, under the suite's name.
 enum qz_AppType { qz_AppType_Default = 0 };
 
-/// One object exists for the whole life of a process of the suite, as a static one: made before the entry
-/// point runs, destroyed at the exit. It does nothing else, so that it can't fail.
+/// Every program of the suite has one static object of this class, constructed before `main` and destroyed at
+/// exit. It does nothing else, so it cannot fail. The suite's name, although C++ reserves it: keep it.
 class __QZSDK {
   public:
     /// The two flags are accepted for the suite's other programs; nothing here depends on them.

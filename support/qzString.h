@@ -1,5 +1,5 @@
-// Strings of a fixed capacity, stored inline. Text that is too long is cut at the capacity, plainly: the
-// string doesn't tell that it was. A text ends at its first NUL.
+// Strings of a fixed capacity, stored inline. Longer text is truncated at the capacity, and the string does
+// not record that it was. A text ends at its first NUL. Both classes bear the suite's names.
 #pragma once
 
 #include <cstddef>

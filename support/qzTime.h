@@ -5,7 +5,7 @@
 
 #include "support/qzString.h"
 
-/// A point in time, to the second.
+/// A point in time, to the second. The suite's name for it.
 class _qzTime {
   public:
     /// The current time when `now` is true, else the beginning of 1970 (UTC).

@@ -157,9 +157,9 @@ class TestOurProcessAlreadyExists : public QObject {
             return file.open(QIODevice::ReadOnly) && file.readAll().contains(") Z ");
         };
         QTRY_VERIFY(isLedByNobody());
-        QVERIFY(ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+        QVERIFY(ourProcessAlreadyExists(name.constData(), true, true));
         process.kill();
-        QTRY_VERIFY(!ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+        QTRY_VERIFY(!ourProcessAlreadyExists(name.constData(), true, true));
     }
 
     void callerIsLeftOutOnRequest() {
@@ -305,13 +305,13 @@ class TestOurProcessAlreadyExists : public QObject {
             return found && pid == 0 ? 0 : 1;
         });
         QCOMPARE(child.result(), 0);
-        QVERIFY(!ourProcessAlreadyExists("no-such-process", true, true, nullptr));
+        QVERIFY(!ourProcessAlreadyExists("no-such-process", true, true));
     }
 
     void realProcessByCommandName() {
         const QByteArray name = uniqueName("c");
         Signpost ready;
-        QVERIFY(!ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+        QVERIFY(!ourProcessAlreadyExists(name.constData(), true, true));
         ChildProcess child([&] {
             prctl(PR_SET_NAME, name.constData());
             ready.give();
@@ -322,12 +322,12 @@ class TestOurProcessAlreadyExists : public QObject {
         qint64 pid = 0;
         QVERIFY(ourProcessAlreadyExists(name.constData(), true, true, &pid));
         QCOMPARE(pid, qint64(child.id()));
-        QVERIFY(ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+        QVERIFY(ourProcessAlreadyExists(name.constData(), true, true));
         child.kill();
         // A zombie until it is collected.
-        QTRY_VERIFY(!ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+        QTRY_VERIFY(!ourProcessAlreadyExists(name.constData(), true, true));
         child.result();
-        QVERIFY(!ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+        QVERIFY(!ourProcessAlreadyExists(name.constData(), true, true));
     }
 
     void realExecutable_data() {
@@ -369,18 +369,18 @@ class TestOurProcessAlreadyExists : public QObject {
         QCOMPARE(pid, qint64(child.id()));
         if (removed) {
             QVERIFY(QFile::remove(file));
-            QVERIFY(ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+            QVERIFY(ourProcessAlreadyExists(name.constData(), true, true));
         }
         child.kill();
         child.result();
-        QVERIFY(!ourProcessAlreadyExists(name.constData(), true, true, nullptr));
+        QVERIFY(!ourProcessAlreadyExists(name.constData(), true, true));
         close(input[0]);
         close(input[1]);
     }
 
     void leavesNoDescriptorOpen() {
         const QStringList before = QDir(QStringLiteral("/proc/self/fd")).entryList();
-        ourProcessAlreadyExists("no-such-process", true, true, nullptr);
+        ourProcessAlreadyExists("no-such-process", true, true);
         QCOMPARE(QDir(QStringLiteral("/proc/self/fd")).entryList(), before);
     }
 };
