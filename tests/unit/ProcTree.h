@@ -3,7 +3,10 @@
 
 #include <unistd.h>
 
-#include <QtTest>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
 
 /// A process list on disk.
 class ProcTree {

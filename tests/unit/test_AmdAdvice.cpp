@@ -1,5 +1,5 @@
 // The advice that no machine brings the program to say; what it does say is held where it is said.
-#include <QtTest>
+#include <QTest>
 
 #include "amd/AmdAdvice.h"
 

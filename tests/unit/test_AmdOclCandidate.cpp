@@ -1,4 +1,4 @@
-#include <QtTest>
+#include <QTest>
 
 #include "amd/AmdOclCandidate.h"
 #include "app/log/logLine.h"

@@ -4,7 +4,9 @@
 #include <dlfcn.h>
 #include <link.h>
 
-#include <QtTest>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
 
 #include "support/DynamicLoader.h"
 #include "tests/unit/FakeCalls.h"

@@ -3,7 +3,9 @@
 
 #include <sys/resource.h>
 
-#include <QtTest>
+#include <QCoreApplication>
+#include <QSignalSpy>
+#include <QTest>
 
 #include "ChildProcess.h"
 #include "app/EndSignals.h"

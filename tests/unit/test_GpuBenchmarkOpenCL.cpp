@@ -3,7 +3,7 @@
 #include <cstring>
 #include <limits>
 
-#include <QtTest>
+#include <QTest>
 
 #include "app/log/logLine.h"
 #include "opencl/GpuBenchmarkOpenCL.h"

@@ -1,7 +1,7 @@
 #include <cmath>
 #include <limits>
 
-#include <QtTest>
+#include <QTest>
 
 #include "app/log/logLine.h"
 #include "opencl/GpuBenchmarkOpenCL_Context.h"

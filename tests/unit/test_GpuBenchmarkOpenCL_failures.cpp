@@ -7,7 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <QtTest>
+#include <QFile>
+#include <QTest>
 
 #include "app/log/logLine.h"
 #include "opencl/GpuBenchmarkOpenCL.h"

@@ -1,4 +1,4 @@
-#include <QtTest>
+#include <QTest>
 
 #include "nvidia/GpuCuda_Loader.h"
 #include "tests/unit/FakeCalls.h"

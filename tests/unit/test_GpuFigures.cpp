@@ -1,7 +1,7 @@
 // The table of figures: every one of the record, by its bytes, and how two values become one.
 #include <limits>
 
-#include <QtTest>
+#include <QTest>
 
 #include "gpu/GpuFigures.h"
 

@@ -2,7 +2,7 @@
 #include <cstring>
 #include <memory>
 
-#include <QtTest>
+#include <QTest>
 
 #include "FakeProvider.h"
 

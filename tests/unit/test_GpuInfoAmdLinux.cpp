@@ -2,7 +2,9 @@
 #include <climits>
 #include <functional>
 
-#include <QtTest>
+#include <QDir>
+#include <QFile>
+#include <QTest>
 
 #include "opencl/benchmarkSettings.h"
 #include "tests/unit/AmdMachine.h"

@@ -4,7 +4,8 @@
 
 #include <dirent.h>
 
-#include <QtTest>
+#include <QFile>
+#include <QTest>
 
 #include "tests/unit/AmdMachine.h"
 

@@ -1,5 +1,5 @@
 // AMD's cards paired with OpenCL devices, and what these tell of ray tracing.
-#include <QtTest>
+#include <QTest>
 
 #include "tests/unit/AmdMachine.h"
 

@@ -1,6 +1,6 @@
 #include <cstring>
 
-#include <QtTest>
+#include <QTest>
 
 #include "gpu/GpuInfoBlock.h"
 

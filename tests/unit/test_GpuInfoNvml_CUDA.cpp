@@ -1,5 +1,5 @@
 // NVIDIA's live figures, and the end of NVML's use.
-#include <QtTest>
+#include <QTest>
 
 #include "opencl/benchmarkSettings.h"
 #include "tests/unit/NvidiaMachine.h"

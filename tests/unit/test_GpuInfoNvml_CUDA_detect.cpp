@@ -1,7 +1,7 @@
 // NVIDIA's GPUs found through NVML.
 #include <cstring>
 
-#include <QtTest>
+#include <QTest>
 
 #include "tests/unit/NvidiaMachine.h"
 

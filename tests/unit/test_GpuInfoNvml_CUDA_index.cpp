@@ -1,7 +1,7 @@
 // NVIDIA's GPUs paired with CUDA's devices.
 #include <climits>
 
-#include <QtTest>
+#include <QTest>
 
 #include "tests/unit/NvidiaMachine.h"
 

@@ -1,5 +1,5 @@
 // NVIDIA's GPUs paired with OpenCL devices.
-#include <QtTest>
+#include <QTest>
 
 #include "tests/unit/NvidiaMachine.h"
 

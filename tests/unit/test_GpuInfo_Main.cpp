@@ -3,7 +3,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include <QtTest>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QMetaMethod>
+#include <QTest>
+#include <QTimer>
 
 #include "DriverBench.h"
 #include "app/log/logLine.h"

@@ -5,7 +5,8 @@
 #include <sys/file.h>
 #include <sys/resource.h>
 
-#include <QtTest>
+#include <QElapsedTimer>
+#include <QTest>
 
 #include "DriverBench.h"
 #include "app/log/logLine.h"

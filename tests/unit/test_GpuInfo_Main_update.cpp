@@ -1,7 +1,7 @@
 // One update cycle: what is asked, stored, printed and summed up.
 #include <limits>
 
-#include <QtTest>
+#include <QTest>
 
 #include "DriverBench.h"
 #include "app/log/logLine.h"

@@ -1,7 +1,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <QtTest>
+#include <QTest>
 
 #include "app/log/logLine.h"
 #include "opencl/GpuOpenCL_Loader.h"

@@ -13,8 +13,11 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <QDir>
+#include <QElapsedTimer>
+#include <QSet>
 #include <QTemporaryDir>
-#include <QtTest>
+#include <QTest>
 
 #include "ChildProcess.h"
 #include "RefusedCall.h"

@@ -8,8 +8,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <QElapsedTimer>
 #include <QTemporaryDir>
-#include <QtTest>
+#include <QTest>
 
 #include "reader/GpuSegmentReader.h"
 #include "support/qzSharedMemory.h"

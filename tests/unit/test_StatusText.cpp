@@ -4,7 +4,7 @@
 #include <cstring>
 #include <limits>
 
-#include <QtTest>
+#include <QTest>
 
 #include "reader/status/displayText.h"
 #include "reader/status/forms.h"

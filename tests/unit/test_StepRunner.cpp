@@ -2,7 +2,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <QtTest>
+#include <QElapsedTimer>
+#include <QTest>
 
 #include "ChildProcess.h"
 #include "doctor/steps/Channel.h"

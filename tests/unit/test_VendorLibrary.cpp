@@ -1,4 +1,4 @@
-#include <QtTest>
+#include <QTest>
 
 #include "support/VendorLibrary.h"
 #include "tests/unit/FakeCalls.h"

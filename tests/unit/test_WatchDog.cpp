@@ -1,6 +1,11 @@
 #include <sys/prctl.h>
 
-#include <QtTest>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QMetaMethod>
+#include <QSignalSpy>
+#include <QTest>
 
 #include "CaptureStdout.h"
 #include "ChildProcess.h"

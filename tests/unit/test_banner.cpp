@@ -1,4 +1,4 @@
-#include <QtTest>
+#include <QTest>
 
 #include "CaptureStdout.h"
 #include "app/banner.h"

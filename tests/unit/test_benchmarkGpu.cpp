@@ -1,4 +1,4 @@
-#include <QtTest>
+#include <QTest>
 
 #include "app/log/logLine.h"
 #include "opencl/GpuOpenCL_Loader.h"

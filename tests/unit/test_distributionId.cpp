@@ -1,4 +1,6 @@
-#include <QtTest>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
 
 #include "support/distributionId.h"
 

@@ -1,6 +1,6 @@
 #include <map>
 
-#include <QtTest>
+#include <QTest>
 
 #include "opencl/errorName.h"
 

@@ -3,7 +3,7 @@
 
 #include <dlfcn.h>
 
-#include <QtTest>
+#include <QTest>
 
 #include "FakeLoader.h"
 #include "nvidia/CudaLibrary.h"

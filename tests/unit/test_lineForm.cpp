@@ -1,7 +1,7 @@
 // One line a GPU, as a log keeps it.
 #include <clocale>
 
-#include <QtTest>
+#include <QTest>
 
 #include "StatusReports.h"
 #include "reader/status/forms.h"

@@ -1,6 +1,6 @@
 #include <cstdio>
 
-#include <QtTest>
+#include <QTest>
 
 #include "CaptureStdout.h"
 #include "app/log/logLine.h"

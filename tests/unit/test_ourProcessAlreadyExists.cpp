@@ -7,7 +7,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <QtTest>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
 
 #include "ChildProcess.h"
 #include "ProcTree.h"

@@ -1,6 +1,6 @@
 #include <limits>
 
-#include <QtTest>
+#include <QTest>
 
 #include "CaptureStdout.h"
 #include "app/log/logLine.h"

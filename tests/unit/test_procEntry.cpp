@@ -1,4 +1,5 @@
-#include <QtTest>
+#include <QFile>
+#include <QTest>
 
 #include "support/procEntry.h"
 

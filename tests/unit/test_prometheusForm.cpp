@@ -1,7 +1,7 @@
 // The metrics that a monitoring system scrapes: every family, and which GPUs have a series in it.
 #include <cfloat>
 
-#include <QtTest>
+#include <QTest>
 
 #include "StatusReports.h"
 #include "reader/status/forms.h"

@@ -1,7 +1,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include <QtTest>
+#include <QTest>
 
 #include "support/qzLastOSError.h"
 

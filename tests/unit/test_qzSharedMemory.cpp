@@ -6,7 +6,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <QtTest>
+#include <QDir>
+#include <QFile>
+#include <QTest>
 
 #include "SegmentBench.h"
 #include "support/qzSharedMemory.h"

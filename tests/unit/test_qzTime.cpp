@@ -1,6 +1,6 @@
 #include <cstdlib>
 
-#include <QtTest>
+#include <QTest>
 
 #include "support/qzTime.h"
 

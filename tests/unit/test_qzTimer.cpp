@@ -1,6 +1,6 @@
 #include <limits>
 
-#include <QtTest>
+#include <QTest>
 
 #include "support/qzTimer.h"
 

@@ -11,7 +11,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <QtTest>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
 
 #include "support/readSmallTextFile.h"
 

@@ -6,7 +6,9 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <QtTest>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTest>
 
 #include "SegmentBench.h"
 #include "support/qzSharedMemory.h"

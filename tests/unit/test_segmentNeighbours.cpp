@@ -10,7 +10,9 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <QtTest>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTest>
 
 #include "ChildProcess.h"
 #include "RefusedCall.h"

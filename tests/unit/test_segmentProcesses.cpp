@@ -7,7 +7,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <QtTest>
+#include <QElapsedTimer>
+#include <QTest>
 
 #include "ChildProcess.h"
 #include "SegmentDirectory.h"

@@ -4,7 +4,7 @@
 #include <fcntl.h>
 #include <stdio_ext.h>
 
-#include <QtTest>
+#include <QTest>
 
 #include "ChildProcess.h"
 #include "app/standardStreams.h"

@@ -2,7 +2,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <QtTest>
+#include <QDir>
+#include <QFile>
+#include <QTest>
 
 #include "amd/sysfs.h"
 #include "tests/unit/DrmTree.h"

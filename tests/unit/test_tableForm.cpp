@@ -1,7 +1,7 @@
 // The table for people: its columns, what they hold, and what goes when the terminal is narrow.
 #include <clocale>
 
-#include <QtTest>
+#include <QTest>
 
 #include "StatusReports.h"
 #include "reader/status/forms.h"
