@@ -13,8 +13,8 @@ struct AmdOclCandidate {
     cl_device_id device = nullptr;
     QString name;
     bool busKnown = false;
-    const char* busSource = ""; ///< the attribute that gave it, in words
     std::int32_t bus = 0;       ///< PCI bus; negative where a driver gave 0x80 and above in a signed byte
+    const char* busSource = ""; ///< the attribute that gave it, in words
 };
 
 /// The GPU devices of all platforms, platform by platform, each logged at level 5 as it is found.
