@@ -32,3 +32,7 @@ std::unique_ptr<CudaLibrary> openCudaRuntime(const DynamicLoader& loader);
 /// The driver's own library, which a machine has without the runtime; null when it is absent or can't be
 /// initialised.
 std::unique_ptr<CudaLibrary> openCudaDriver(const DynamicLoader& loader);
+
+/// Reads what a CUDA runtime, known by its soname, has written into its own record of a device. False for a
+/// runtime of an unknown version.
+bool readCudaProperties(const char* runtimeSoname, const void* record, CudaDeviceProperties& properties);

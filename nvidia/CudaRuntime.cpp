@@ -32,6 +32,20 @@ constexpr const char* runtimeFiles[] = {"libcudart.so.13", "libcudart.so.12", "l
 // The record has some 1000 bytes in every known version.
 constexpr std::size_t propertiesRoom = 16384;
 
+const RuntimeVersion* versionOf(const char* soname) {
+    for (const RuntimeVersion& version : runtimeVersions)
+        if (soname != nullptr && std::strcmp(version.soname, soname) == 0)
+            return &version;
+    return nullptr;
+}
+
+void readRecord(const RuntimeVersion& version, const void* record, CudaDeviceProperties& properties) {
+    const char* bytes = static_cast<const char*>(record);
+    std::memcpy(&properties.major, bytes + version.majorOffset, sizeof properties.major);
+    std::memcpy(&properties.minor, bytes + version.minorOffset, sizeof properties.minor);
+    std::memcpy(&properties.pciBusID, bytes + version.pciBusOffset, sizeof properties.pciBusID);
+}
+
 class CudaRuntime final : public CudaLibrary {
   public:
     CudaRuntime(const RuntimeVersion& ofVersion, GetDeviceCount* count, GetDeviceProperties* properties)
@@ -42,12 +56,8 @@ class CudaRuntime final : public CudaLibrary {
     int deviceProperties(CudaDeviceProperties& properties, int device) const override {
         alignas(std::max_align_t) std::array<char, propertiesRoom> record{};
         const int status = getDeviceProperties(record.data(), device);
-        if (status == 0) {
-            std::memcpy(&properties.major, record.data() + version.majorOffset, sizeof properties.major);
-            std::memcpy(&properties.minor, record.data() + version.minorOffset, sizeof properties.minor);
-            std::memcpy(&properties.pciBusID, record.data() + version.pciBusOffset,
-                        sizeof properties.pciBusID);
-        }
+        if (status == 0)
+            readRecord(version, record.data(), properties);
         return status;
     }
 
@@ -56,13 +66,6 @@ class CudaRuntime final : public CudaLibrary {
     GetDeviceCount* getDeviceCount;
     GetDeviceProperties* getDeviceProperties;
 };
-
-const RuntimeVersion* versionOf(const char* soname) {
-    for (const RuntimeVersion& version : runtimeVersions)
-        if (soname != nullptr && std::strcmp(version.soname, soname) == 0)
-            return &version;
-    return nullptr;
-}
 
 std::unique_ptr<CudaLibrary> useRuntime(void* library, const DynamicLoader& loader) {
     const RuntimeVersion* version = versionOf(loader.soname(library));
@@ -90,4 +93,11 @@ std::unique_ptr<CudaLibrary> openCudaRuntime(const DynamicLoader& loader) {
             if (auto runtime = useRuntime(library, loader))
                 return runtime;
     return nullptr;
+}
+
+bool readCudaProperties(const char* runtimeSoname, const void* record, CudaDeviceProperties& properties) {
+    const RuntimeVersion* version = versionOf(runtimeSoname);
+    if (version != nullptr)
+        readRecord(*version, record, properties);
+    return version != nullptr;
 }

@@ -1,0 +1,22 @@
+// Where the machine shows what it is.
+#pragma once
+
+#include <QString>
+
+namespace doctor {
+
+/// Roots of the files that are looked at; a test has others.
+struct Places {
+    QString sys = QStringLiteral("/sys");
+    QString proc = QStringLiteral("/proc");
+    QString dev = QStringLiteral("/dev");
+    QString etc = QStringLiteral("/etc");
+
+    QString drm() const { return sys + "/class/drm"; }
+    QString pciDevices() const { return sys + "/bus/pci/devices"; }
+    QString modules() const { return sys + "/module"; }
+    QString osRelease() const { return etc + "/os-release"; }
+    QString icdFiles() const { return etc + "/OpenCL/vendors"; }
+};
+
+} // namespace doctor
