@@ -22,7 +22,8 @@ QByteArray readRecorded(const QString& path) {
     const QByteArray bytes = systemReader(path);
     // Read before anything else can change it.
     const int reason = errno;
-    return call.answer(bytes.isNull() ? reason : 0, {{"bytes", textOfBytes(bytes.left(mostFileBytes))}}), bytes;
+    return call.answer(bytes.isNull() ? reason : 0, {{"bytes", textOfBytes(bytes.left(mostFileBytes))}}),
+           bytes;
 }
 
 void* openRecorded(const char* name, int mode) {

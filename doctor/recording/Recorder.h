@@ -7,12 +7,12 @@
 
 namespace doctor {
 
-/// While it exists, the small text files that are read, and the entry points of the vendors' libraries that are
-/// opened through `loader`, are announced on the channel before each call and answered after it. One a process,
-/// in a child that ends soon: the vendors' tables keep its functions.
+/// While it exists, the small text files that are read, and the entry points of the vendors' libraries that
+/// are opened through `loader`, are announced on the channel before each call and answered after it. One a
+/// process, in a child that ends soon: the vendors' tables keep its functions.
 ///
-/// The calls are named as the libraries name them, "open LIBRARY", "close LIBRARY" and "read PATH". A symbol that
-/// a library lacks is a message of the kind "missing", with "library" and "symbol".
+/// The calls are named as the libraries name them, "open LIBRARY", "close LIBRARY" and "read PATH". A symbol
+/// that a library lacks is a message of the kind "missing", with "library" and "symbol".
 class Recorder {
   public:
     explicit Recorder(Channel& channel);
@@ -20,8 +20,8 @@ class Recorder {
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
 
-    /// Opens libraries as the system's loader does. Entry points that the program calls without a benchmark are
-    /// recorded.
+    /// Opens libraries as the system's loader does. Entry points that the program calls without a benchmark
+    /// are recorded.
     static DynamicLoader loader();
 
     /// From here on nothing is sent, or everything again.

@@ -1,9 +1,9 @@
 // The recording functions of OpenCL's queries.
 #include <algorithm>
 
-#include <QJsonArray>
-
 #include <CL/cl.h>
+
+#include <QJsonArray>
 
 #include "doctor/recording/RecordedCall.h"
 #include "doctor/steps/Message.h"
@@ -34,8 +34,8 @@ QString bytesIn(const void* value, std::size_t room) {
 cl_int clGetPlatformIDs(cl_uint room, cl_platform_id* platforms, cl_uint* count) {
     const RecordedCall call("clGetPlatformIDs");
     const cl_int status = call.real(clGetPlatformIDs)(room, platforms, count);
-    return call.answer(status, {{"reported", static_cast<double>(*count)},
-                                {"handles", handlesIn(platforms, room, *count)}});
+    return call.answer(
+        status, {{"reported", static_cast<double>(*count)}, {"handles", handlesIn(platforms, room, *count)}});
 }
 
 cl_int clGetPlatformInfo(cl_platform_id platform, cl_platform_info attribute, std::size_t room, void* value,
@@ -56,8 +56,8 @@ cl_int clGetDeviceIDs(cl_platform_id platform, cl_device_type type, cl_uint room
 
 cl_int clGetDeviceInfo(cl_device_id device, cl_device_info attribute, std::size_t room, void* value,
                        std::size_t* size) {
-    const RecordedCall call("clGetDeviceInfo", {{"device", handleText(device)},
-                                                {"attribute", static_cast<double>(attribute)}});
+    const RecordedCall call("clGetDeviceInfo",
+                            {{"device", handleText(device)}, {"attribute", static_cast<double>(attribute)}});
     const cl_int status = call.real(clGetDeviceInfo)(device, attribute, room, value, size);
     return call.answer(status, {{"bytes", bytesIn(value, room)}});
 }
