@@ -1,13 +1,10 @@
 // The one object that runs the program: it owns the providers, the GPU list, the timer and the segment.
 #pragma once
 
-#include <array>
-#include <memory>
-
 #include <QObject>
 #include <QTimer>
 
-#include "gpu/GpuInfo.h"
+#include "app/Vendors.h"
 #include "gpu/GpuInfoBlock.h"
 #include "support/qzSharedMemory.h"
 
@@ -16,13 +13,8 @@ class GpuInfo_Main : public QObject {
     Q_DISABLE_COPY_MOVE(GpuInfo_Main)
 
   public:
-    using Providers = std::array<std::unique_ptr<GpuInfo>, 3>; ///< NVIDIA, AMD, Apple; any may be missing
-
-    /// With the providers of a Linux machine, NVIDIA's and AMD's.
-    GpuInfo_Main();
-
-    /// With a test's own.
-    explicit GpuInfo_Main(Providers providersInOrder, const char* segmentDirectory = "/dev/shm");
+    /// Tests give their own vendors and directory.
+    explicit GpuInfo_Main(Vendors vendorsOfRun = linuxVendors(), const char* segmentDirectory = "/dev/shm");
 
     ~GpuInfo_Main() override;
 
@@ -49,14 +41,14 @@ class GpuInfo_Main : public QObject {
 
   private:
     void resetList();
-    std::uint32_t collect(const GpuInfo* provider, GpuDevice* records, int firstIndex);
+    void collect(const GpuVendor& vendor, const GpuInfo* provider, int firstIndex);
     void summarise();
     bool writeList();
 
     GpuInfoBlock list;
     int updateIntervalMs = 4000;
     QTimer timer;
-    Providers providers;
+    Vendors vendors;
     qzSharedMemory segment;
 
   public:

@@ -1,6 +1,7 @@
 #include "gpu/GpuDevice.h"
 
 #include <cstring>
+#include <iterator>
 
 #include "gpu/GpuFigures.h"
 
@@ -27,18 +28,6 @@ void setGpuName(GpuDevice& record, const char* text) {
 }
 
 const char* gpuTypeName(const GpuDevice& record) {
-    switch (record.gpuType) {
-    case GpuType_Other:
-        return "Other";
-    case GpuType_Cuda:
-        return "Cuda";
-    case GpuType_Amd:
-        return "AMD";
-    case GpuType_Metal:
-        return "Metal";
-    case GpuType_Summary:
-        return "-";
-    default:
-        return "";
-    }
+    constexpr const char* names[] = {"Other", "Cuda", "AMD", "Metal", "-"}; // in the order of `GpuType`
+    return record.gpuType < std::size(names) ? names[record.gpuType] : "";
 }

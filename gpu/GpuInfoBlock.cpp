@@ -2,17 +2,24 @@
 
 #include <algorithm>
 
+#include "gpu/GpuVendor.h"
+
 int GpuInfoBlock::totalCount() const {
-    return static_cast<int>(onlyCuda != 0 ? cudaCount : cudaCount + amdCount + metalCount);
+    if (onlyCuda != 0)
+        return static_cast<int>(cudaCount);
+    std::uint32_t total = 0;
+    for (const GpuVendor& vendor : gpuVendors)
+        total += this->*vendor.count;
+    return static_cast<int>(total);
 }
 
 GpuDevice GpuInfoBlock::gpuAt(int index) const {
-    const int cuda = static_cast<int>(cudaCount);
-    const int amd = static_cast<int>(amdCount);
-    const int i = std::max(std::min(index, totalCount() - 1), 0);
-    if (i < cuda)
-        return cudaGpus[i];
-    if (i < cuda + amd)
-        return amdGpus[i - cuda];
-    return metalGpus[i - cuda - amd];
+    int i = std::max(std::min(index, totalCount() - 1), 0);
+    for (const GpuVendor& vendor : gpuVendors) {
+        const int count = static_cast<int>(this->*vendor.count);
+        if (i < count)
+            return (this->*vendor.gpus)[i];
+        i -= count;
+    }
+    return {};
 }

@@ -2,19 +2,26 @@
 #include <cstring>
 
 #include "gpu/GpuFigures.h"
+#include "gpu/GpuVendor.h"
 #include "reader/GpuSegmentReader.h"
 
 namespace {
 
+/// Whether each vendor's count satisfies `isRight`.
+template <class Predicate>
+bool allCounts(const GpuInfoBlock& block, Predicate isRight) {
+    return std::all_of(std::begin(gpuVendors), std::end(gpuVendors),
+                       [&](const GpuVendor& vendor) { return isRight(block.*vendor.count); });
+}
+
 bool countsAreValid(const GpuInfoBlock& block) {
-    constexpr auto most = static_cast<std::uint32_t>(GpuInfoBlock::capacity);
-    return block.cudaCount <= most && block.amdCount <= most && block.metalCount <= most;
+    return allCounts(block, [](std::uint32_t count) { return count <= GpuInfoBlock::capacity; });
 }
 
 /// A segment that was created and not written yet is all zero, its version too.
 bool isUnwritten(const GpuInfoBlock& block) {
-    return block.blockVersion == 0 && block.dataReady == 0 && block.cudaCount == 0 && block.amdCount == 0 &&
-           block.metalCount == 0;
+    return block.blockVersion == 0 && block.dataReady == 0 &&
+           allCounts(block, [](std::uint32_t count) { return count == 0; });
 }
 
 void clearMarkers(GpuDevice& gpu) {
@@ -59,9 +66,8 @@ SegmentResult parseSegment(const void* data, std::size_t size, GpuInfoBlock& blo
         return SegmentResult::NotReady;
 
     clearLeftOverMarkers(read);
-    std::for_each(std::begin(read.cudaGpus), std::end(read.cudaGpus), settle);
-    std::for_each(std::begin(read.amdGpus), std::end(read.amdGpus), settle);
-    std::for_each(std::begin(read.metalGpus), std::end(read.metalGpus), settle);
+    for (const GpuVendor& vendor : gpuVendors)
+        std::for_each(std::begin(read.*vendor.gpus), std::end(read.*vendor.gpus), settle);
     settle(read.summary);
     block = read;
     return SegmentResult::Ok;

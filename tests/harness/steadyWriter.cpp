@@ -54,8 +54,9 @@ int main(int argc, char** argv) {
     killedAt = argc > 3 ? static_cast<int>(std::strtol(argv[3], nullptr, 10)) : 0;
     constexpr int cyclesBeforeItsKill = 100;
 
-    GpuInfo_Main driver({std::make_unique<NumberedProvider>(GpuType_Cuda, number),
-                         std::make_unique<NumberedProvider>(GpuType_Amd, number), nullptr},
+    GpuInfo_Main driver({{std::make_unique<NumberedProvider>(GpuType_Cuda, number),
+                          std::make_unique<NumberedProvider>(GpuType_Amd, number), nullptr},
+                         [] {}},
                         argv[1]);
     if (!driver.init())
         return 1;

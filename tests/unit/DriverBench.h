@@ -11,19 +11,19 @@
 /// Vendors are made for the words "NVIDIA", "AMD" and "Apple" in `vendors`; the others' places stay empty.
 struct DriverBench {
     explicit DriverBench(const QString& vendors = "NVIDIA AMD", const char* segmentDirectory = nullptr) {
-        GpuInfo_Main::Providers providers;
+        Vendors madeUp{{}, linuxVendors().unloadLibraries};
         const auto place = [&](std::size_t index, FakeProvider*& fake, const char* vendor) {
             if (!vendors.contains(QLatin1String(vendor)))
                 return;
             auto made = std::make_unique<FakeProvider>(calls, QLatin1String(vendor));
             fake = made.get();
-            providers[index] = std::move(made);
+            madeUp.providers[index] = std::move(made);
         };
         place(0, nvidia, "NVIDIA");
         place(1, amd, "AMD");
         place(2, apple, "Apple");
         driver = std::make_unique<GpuInfo_Main>(
-            std::move(providers), segmentDirectory != nullptr ? segmentDirectory : directory.path());
+            std::move(madeUp), segmentDirectory != nullptr ? segmentDirectory : directory.path());
     }
 
     const GpuInfoBlock& list() const { return driver->gpuList(); }

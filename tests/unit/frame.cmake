@@ -6,6 +6,7 @@ target_compile_definitions(test_banner PRIVATE QZ_TEST_VERSION="${PROJECT_VERSIO
                                                "QZ_TEST_LEGAL_NOTICE=R\"notice(${QZGPUINFO_LEGAL_NOTICE})notice\"")
 qz_unit_test(EndSignals LINK qz_app)
 qz_unit_test(WatchDog LINK qz_app)
+qz_unit_test(Vendors LINK qz_app)
 qz_unit_test(GpuInfo_Main LINK qz_app)
 qz_unit_test(GpuInfo_Main_update LINK qz_app)
 qz_unit_test(GpuInfo_Main_segment LINK qz_app)

@@ -16,7 +16,13 @@
 
 namespace {
 
-QStringList journal; // of calls that can't carry a reference
+// For calls that can't carry a reference.
+QStringList journal;
+const DriverBench* watched = nullptr; ///< where set, what is unloaded says whether the segment is still there
+
+QString segmentState(const DriverBench& bench) {
+    return bench.directory.names().isEmpty() ? " without segment" : " with segment";
+}
 
 /// A system on which every library opens and has every entry point.
 DynamicLoader loaderOfAnything() {
@@ -25,7 +31,8 @@ DynamicLoader loaderOfAnything() {
             },
             [](void*, const char*) -> void* { return &journal; },
             [](void* library) {
-                journal << "unload " + QString::fromLatin1(static_cast<const char*>(library));
+                journal << "unload " + QString::fromLatin1(static_cast<const char*>(library)) +
+                               (watched != nullptr ? segmentState(*watched) : QString());
                 return 0;
             },
             [](void*) -> const char* { return nullptr; }};
@@ -207,13 +214,13 @@ class TestGpuInfo_Main : public QObject {
         DriverBench bench("NVIDIA AMD Apple");
         bench.init();
         for (FakeProvider* provider : {bench.nvidia, bench.amd, bench.apple})
-            provider->onCall = [&](const char* call) {
-                journal << QString(call) +
-                               (bench.directory.names().isEmpty() ? " without segment" : " with segment");
-            };
+            provider->onCall = [&](const char* call) { journal << call + segmentState(bench); };
+        watched = &bench;
         DriverBench::printed([&] { bench.driver->finish(); });
-        QCOMPARE(journal, QStringList({"shutdown with segment", "shutdown with segment",
-                                       "shutdown with segment", "unload NVML", "unload OpenCL"}));
+        watched = nullptr;
+        QCOMPARE(journal,
+                 QStringList({"shutdown with segment", "shutdown with segment", "shutdown with segment",
+                              "unload NVML with segment", "unload OpenCL with segment"}));
         QCOMPARE(bench.calls.mid(3), QStringList({"shutdown NVIDIA", "shutdown AMD", "shutdown Apple"}));
         QCOMPARE(bench.directory.names(), QStringList());
         for (FakeProvider* provider : {bench.nvidia, bench.amd, bench.apple})
@@ -241,10 +248,7 @@ class TestGpuInfo_Main : public QObject {
         bench.init();
         bench.calls.clear();
         for (FakeProvider* provider : {bench.nvidia, bench.amd, bench.apple})
-            provider->onCall = [&](const char* call) {
-                journal << QString(call) +
-                               (bench.directory.names().isEmpty() ? " without segment" : " with segment");
-            };
+            provider->onCall = [&](const char* call) { journal << call + segmentState(bench); };
         DriverBench::printed([&] { bench.driver.reset(); });
         QCOMPARE(bench.calls, QStringList({"shutdown NVIDIA", "shutdown AMD", "shutdown Apple",
                                            "delete NVIDIA", "delete AMD", "delete Apple"}));

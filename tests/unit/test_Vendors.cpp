@@ -1,0 +1,22 @@
+// The vendors that the program itself runs with. That their libraries are unloaded, and when, is tested with
+// the driver.
+#include <QtTest>
+
+#include "amd/GpuInfoAmdLinux.h"
+#include "app/Vendors.h"
+#include "nvidia/GpuInfoNvml_CUDA.h"
+
+class test_Vendors : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void providersOfALinuxMachine() {
+        const Vendors vendors = linuxVendors();
+        QVERIFY(dynamic_cast<GpuInfoNvml_CUDA*>(vendors.providers[0].get()) != nullptr);
+        QVERIFY(dynamic_cast<GpuInfoAmdLinux*>(vendors.providers[1].get()) != nullptr);
+        QVERIFY(vendors.providers[2] == nullptr);
+    }
+};
+
+QTEST_APPLESS_MAIN(test_Vendors)
+#include "test_Vendors.moc"
