@@ -1,5 +1,6 @@
 """The manual's pages, as their sources say and as `man` shows them."""
 
+import gzip
 import os
 import re
 import subprocess
@@ -11,6 +12,11 @@ PAGES = ("qzGpuInfo.1", "qzGpuStatus.1", "qzGpuInfo_v2.5")
 
 def source(page):
     return (FOLDER / page).read_text(encoding="utf-8")
+
+
+def installed(prefix, page):
+    """The source of a page that was installed under a prefix."""
+    return gzip.decompress((prefix / f"share/man/man{page[-1]}/{page}.gz").read_bytes()).decode("utf-8")
 
 
 def shown(page):
@@ -33,12 +39,12 @@ def plain(text):
     return text.replace(r"\(dq", '"').replace(r"\(aq", "'").replace(r"\e", "\\")
 
 
-def examples(page):
-    """The commands that the page tells to type."""
-    return [plain(line) for line in re.findall(r"^\.Dl (.*)$", source(page), re.MULTILINE)]
+def examples(text):
+    """The commands in a page's source."""
+    return [plain(line) for line in re.findall(r"^\.Dl (.*)$", text, re.MULTILINE)]
 
 
-def literal(page, first):
+def literal(text, first):
     """The literal block that begins with the given line."""
-    blocks = re.findall(r"^\.Bd -literal[^\n]*\n(.*?)^\.Ed$", source(page), re.MULTILINE | re.DOTALL)
+    blocks = re.findall(r"^\.Bd -literal[^\n]*\n(.*?)^\.Ed$", text, re.MULTILINE | re.DOTALL)
     return next(plain(block) for block in blocks if block.startswith(first))

@@ -68,6 +68,8 @@ class Contents(unittest.TestCase):
     def setUpClass(cls):
         cls.tree = scratch / "tree"
         fresh_root.call("dpkg-deb", "-R", deb, cls.tree)
+        cls.prefix = scratch / "prefix"
+        fresh_root.call("cmake", "--install", BUILD, "--prefix", cls.prefix)
 
     def paths(self, root):
         return {str(path.relative_to(root)) for path in root.rglob("*") if not path.is_dir()}
@@ -136,14 +138,27 @@ class Contents(unittest.TestCase):
             self.assertRegex(described, r"pie executable.*, stripped")
 
     def test_plain_install_puts_down_the_same(self):
-        prefix = scratch / "prefix"
-        fresh_root.call("cmake", "--install", BUILD, "--prefix", prefix)
         packed = {path[len("usr/"):] for path in self.paths(self.tree) if path.startswith("usr/")}
-        self.assertEqual(self.paths(prefix), packed)
-        self.assertEqual(fresh_root.call(prefix / "bin/qzGpuStatus", "--version"),
+        # What only Debian reads, and where its zsh looks.
+        debian = {"share/lintian/overrides/qzgpuinfo", "share/doc/qzgpuinfo/changelog.Debian.gz",
+                  "share/zsh/vendor-completions/_qzGpuInfo", "share/zsh/vendor-completions/_qzGpuStatus"}
+        self.assertGreaterEqual(packed, debian)
+        self.assertEqual(self.paths(self.prefix), packed - debian | {
+            "share/zsh/site-functions/_qzGpuInfo", "share/zsh/site-functions/_qzGpuStatus"})
+        self.assertEqual(fresh_root.call(self.prefix / "bin/qzGpuStatus", "--version"),
                          fresh_root.call(BUILD / "qzGpuStatus", "--version"))
-        pages = {f"share/man/man{page[-1]}/{page}.gz" for page in manual_pages.PAGES}
-        self.assertGreaterEqual(packed, {"bin/qzGpuInfo", "bin/qzGpuStatus", *pages})
+
+    def test_each_program_has_its_page(self):
+        programs = {path.name for path in (self.prefix / "bin").iterdir()}
+        pages = {path.name[:-len(".1.gz")] for path in (self.prefix / "share/man/man1").iterdir()}
+        self.assertEqual(programs, pages)
+        self.assertGreaterEqual(programs, {"qzGpuInfo", "qzGpuStatus"})
+
+    def test_pages_name_the_folder_of_the_documentation(self):
+        for root, prefix in ((self.tree / "usr", "/usr"), (self.prefix, str(self.prefix))):
+            text = "".join(manual_pages.installed(root, page) for page in manual_pages.PAGES)
+            self.assertEqual(set(re.findall(r"\S+/doc/\S+", text)), {
+                f"{prefix}/share/doc/qzgpuinfo/{name}" for name in ("segment.md", "examples/read_segment.py")})
 
     def test_the_same_tree_gives_the_same_package(self):
         self.assertEqual(make_package("second").read_bytes(), deb.read_bytes())
@@ -196,7 +211,8 @@ class Installed(unittest.TestCase):
         self.root.add(CLIENT_NEEDS)
         client = scratch / "client"
         client.mkdir()
-        (client / "gpus.cpp").write_text(manual_pages.literal("qzGpuInfo_v2.5", "#include"), encoding="utf-8")
+        page = manual_pages.installed(self.root.path / "usr", "qzGpuInfo_v2.5")
+        (client / "gpus.cpp").write_text(manual_pages.literal(page, "#include"), encoding="utf-8")
         (client / "CMakeLists.txt").write_text(CMAKE_PROJECT, encoding="utf-8")
         bind = ["--bind", str(client), "/srv"]
 
@@ -241,7 +257,8 @@ class Installed(unittest.TestCase):
 
     def check_examples(self, bind):
         """All of them beside one companion, one after the other."""
-        examples = [example for page in manual_pages.PAGES for example in manual_pages.examples(page)]
+        examples = [example for page in manual_pages.PAGES
+                    for example in manual_pages.examples(manual_pages.installed(self.root.path / "usr", page))]
         self.assertEqual(set(examples), set(self.EXAMPLES))
         run_here = [example for example in examples if self.EXAMPLES[example][0]]
         self.assertEqual(len(run_here), 11)
