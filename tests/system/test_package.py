@@ -160,6 +160,21 @@ class Contents(unittest.TestCase):
             self.assertEqual(set(re.findall(r"\S+/doc/\S+", text)), {
                 f"{prefix}/share/doc/qzgpuinfo/{name}" for name in ("segment.md", "examples/read_segment.py")})
 
+    @unittest.skipUnless((BUILD / "build.ninja").exists(), "not built with Ninja, which knows what a target needs")
+    def test_what_is_packed_and_nothing_else_is_built_for_it(self):
+        def ask(*question):
+            return fresh_root.call("ninja", "-C", BUILD, "--quiet", "-t", *question).splitlines()
+        steps = ask("commands", "packaged")
+        self.assertLessEqual(len(steps), 120)
+        words = set(" ".join(steps).split())
+        self.assertEqual([word for word in words if word.startswith(("tests/", "simulator/", "benchmarks/"))], [])
+        scripts = "".join(path.read_text(encoding="utf-8") for path in BUILD.rglob("cmake_install.cmake"))
+        installed = set(re.findall(rf'"{re.escape(str(BUILD))}/([^"]+)"', scripts))
+        products = installed & {line.split(":")[0] for line in ask("targets", "all")}
+        self.assertGreaterEqual(products, {"qzGpuInfo", "qzGpuStatus", "reader/libqzgpureader.a", "packaging/changelog.gz"})
+        self.assertEqual([path for path in products
+                          if not {path, str(BUILD / path.removesuffix(".gz"))} & words], [])
+
     def test_the_same_tree_gives_the_same_package(self):
         self.assertEqual(make_package("second").read_bytes(), deb.read_bytes())
 

@@ -48,7 +48,7 @@ class Dev(Scratch):
     def test_unknown_command(self):
         answer = run(SOURCE / "dev", "tset")
         self.assertEqual((answer.returncode, answer.stdout), (2, ""))
-        self.assertTrue(answer.stderr.startswith("dev: there is no command 'tset'\nusage: ./dev COMMAND"))
+        self.assertTrue(answer.stderr.startswith("dev: there is no command 'tset'\nusage: ./dev [--no-install] COMMAND"))
 
     def machine_without(self, *absent):
         """A PATH with the tools that dev itself uses and the built program's, less the absent ones."""
@@ -68,10 +68,20 @@ class Dev(Scratch):
         self.assertIn("no apt-get here", answer.stderr)
         self.assertTrue(answer.stderr.endswith("then run this again: cmake ninja-build\n"), answer.stderr)
 
-    def test_installs_what_is_missing_and_says_so_first(self):
-        tools = self.machine_without("cmake", "ninja")
+    def add_installer(self):
         self.write("bin/sudo", '#!/usr/bin/env bash\n"$@"\n', 0o755)
         self.write("bin/apt-get", '#!/usr/bin/env bash\necho "apt-get $*" >&2\nexit 1\n', 0o755)
+
+    def test_installs_nothing_when_told_so(self):
+        tools = self.machine_without("cmake", "ninja")
+        self.add_installer()
+        answer = run("/usr/bin/bash", SOURCE / "dev", "--no-install", "run", env={"PATH": str(tools)})
+        self.assertEqual((answer.returncode, answer.stdout, answer.stderr),
+                         (1, "", "dev: missing, and not to be installed: cmake ninja-build\n"))
+
+    def test_installs_what_is_missing_and_says_so_first(self):
+        tools = self.machine_without("cmake", "ninja")
+        self.add_installer()
         answer = run("/usr/bin/bash", SOURCE / "dev", "run", env={"PATH": str(tools)})
         lines = answer.stderr.splitlines()
         self.assertEqual(answer.returncode, 1)
