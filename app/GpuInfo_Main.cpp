@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 
 #include "app/log/logLine.h"
+#include "app/log/output.h"
 #include "gpu/GpuFigures.h"
 #include "gpu/printGpuStatus.h"
 

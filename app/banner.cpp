@@ -1,22 +1,22 @@
 #include "app/banner.h"
 
-#include <cstdio>
 #include <string>
 
+#include "app/log/output.h"
 #include "app/version.h"
 
 void printLongBanner() {
     const std::string rule = ". " + std::string(64, '-');
-    std::puts(rule.c_str());
+    printLine(rule.c_str());
     printShortBanner();
-    std::printf(". %s\n", legalNotice);
-    std::puts(rule.c_str());
+    printLine((". " + std::string(legalNotice)).c_str());
+    printLine(rule.c_str());
 }
 
 void printShortBanner() {
-    std::printf(". qzGpuInfo  %s\n", versionText);
+    printLine((". qzGpuInfo  " + std::string(versionText)).c_str());
 }
 
 void printVerboseNotice() {
-    std::puts(". Verbose enabled");
+    printLine(". Verbose enabled");
 }

@@ -1,5 +1,6 @@
 // The program's entry point: options in, exit code out.
 #include <memory>
+#include <optional>
 
 #include <QCoreApplication>
 
@@ -10,6 +11,7 @@
 #include "app/banner.h"
 #include "app/exitCode.h"
 #include "app/log/logLine.h"
+#include "app/log/output.h"
 #include "app/standardStreams.h"
 #include "opencl/benchmarkSettings.h"
 #include "support/qzSdk.h"
@@ -58,6 +60,10 @@ int main(int argc, char** argv) {
         benchmarkSeconds = 6;
         benchmarkWarmupMs = 1;
     }
+    // Outlives everything that prints.
+    std::optional<NonBlockingOutput> output;
+    if (!commandLine.isSingleRun())
+        output.emplace();
     std::unique_ptr<WatchDog> watchDog;
     if (commandLine.watchesProcess)
         watchDog = startWatchDog(commandLine.watchedProcess);

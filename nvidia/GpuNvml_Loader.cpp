@@ -1,7 +1,6 @@
 #include "nvidia/GpuNvml_Loader.h"
 
-#include <cstdio>
-
+#include "app/log/output.h"
 #include "support/VendorLibrary.h"
 
 namespace {
@@ -10,7 +9,7 @@ VendorLibrary<GpuNvml_Table> nvml;
 
 int GpuNvml_Loader::load(const DynamicLoader& loader) {
     const auto report = [](LoadFailure failure) {
-        std::puts(failure == LoadFailure::NotFound
+        printLine(failure == LoadFailure::NotFound
                       ? "libnvidia-ml.so not found - no Nvidia GPU or driver not installed"
                       : "GpuNvml_Loader: required functions not found");
     };

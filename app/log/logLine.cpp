@@ -1,7 +1,6 @@
 #include "app/log/logLine.h"
 
-#include <cstdio>
-
+#include "app/log/output.h"
 #include "support/qzTime.h"
 
 int logLevel = 3;
@@ -14,15 +13,10 @@ void logLine(int level, const QString& message) {
     if (logTimeStamps)
         line = QByteArray(_qzTime(true).asString8_Md_hms().c_str()) + "| ";
     line += message.toUtf8();
-    std::puts(line.constData());
+    printLine(line.constData());
 }
 
 void logLines(int level, const QStringList& messages) {
     for (const QString& message : messages)
         logLine(level, message);
-}
-
-void flushOutput() {
-    std::fflush(stdout);
-    std::fflush(stderr);
 }

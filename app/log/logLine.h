@@ -17,6 +17,3 @@ void logLine(int level, const QString& message);
 
 /// Each message as a line of its own.
 void logLines(int level, const QStringList& messages);
-
-/// Flushes standard output and standard error.
-void flushOutput();

@@ -12,6 +12,7 @@
 
 #include "app/GpuInfo_Main.h"
 #include "app/log/logLine.h"
+#include "app/log/output.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 
 #include "CaptureStdout.h"
 #include "app/log/logLine.h"
+#include "app/log/output.h"
 #include "support/qzTime.h"
 
 class TestLogLine : public QObject {

@@ -1,0 +1,424 @@
+#include <cstdio>
+#include <functional>
+#include <iostream>
+#include <string>
+
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <QtTest>
+
+#include "CaptureStdout.h"
+#include "ChildProcess.h"
+#include "RefusedCall.h"
+#include "app/log/output.h"
+
+namespace {
+
+constexpr char reopened[] = "reopened";
+constexpr char notReopened[] = "not reopened";
+
+/// A stream of a process: what is written to `writing` is read from `reading`.
+struct Channel {
+    ~Channel() {
+        close(reading);
+        close(writing);
+    }
+
+    static std::unique_ptr<Channel> make(const QByteArray& kind) {
+        auto channel = std::make_unique<Channel>();
+        int ends[2] = {-1, -1};
+        if (kind == "pipe" && pipe2(ends, O_CLOEXEC) == 0) {
+            channel->reading = ends[0];
+            channel->writing = ends[1];
+        } else if (kind == "socket" && socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0) {
+            channel->reading = ends[0];
+            channel->writing = ends[1];
+        } else if (kind == "terminal") {
+            termios plain{};
+            cfmakeraw(&plain);
+            if (openpty(&channel->reading, &channel->writing, nullptr, &plain, nullptr) != 0)
+                return nullptr;
+        }
+        return channel;
+    }
+
+    /// Writes until nothing more fits. A terminal may make room for a moment after it was full.
+    void fill() const {
+        const int flags = fcntl(writing, F_GETFL);
+        fcntl(writing, F_SETFL, flags | O_NONBLOCK);
+        const std::string dots(4096, '.');
+        for (int quietRounds = 0; quietRounds < 5; ++quietRounds) {
+            for (const std::size_t size : {dots.size(), std::size_t{1}})
+                while (write(writing, dots.data(), size) > 0)
+                    quietRounds = 0;
+            QTest::qSleep(2);
+        }
+        fcntl(writing, F_SETFL, flags);
+    }
+
+    /// All that can be read now.
+    QByteArray drain() const {
+        fcntl(reading, F_SETFL, O_NONBLOCK);
+        QByteArray all;
+        char bytes[65536];
+        for (ssize_t count = 0; (count = read(reading, bytes, sizeof bytes)) > 0;)
+            all.append(bytes, static_cast<int>(count));
+        return all;
+    }
+
+    int reading = -1;
+    int writing = -1;
+};
+
+/// Runs `work` in a process with these streams; its exit code. A process that waits for its output is killed.
+int runWith(int standardOutput, int standardError, const std::function<int()>& work, const QByteArray& how) {
+    ChildProcess child([&] {
+        alarm(20);
+        if (how == notReopened && !refuse(SYS_openat, O_NONBLOCK, EACCES))
+            return notPossible;
+        dup2(standardOutput, STDOUT_FILENO);
+        dup2(standardError, STDERR_FILENO);
+        std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+        return work();
+    });
+    return child.result();
+}
+
+QByteArray droppedMessage(int count) {
+    return "qzGpuInfo: lines dropped because standard output was not read in time: " +
+           QByteArray::number(count) + '\n';
+}
+
+void addChannels() {
+    QTest::addColumn<QByteArray>("kind");
+    QTest::addColumn<QByteArray>("how");
+    for (const char* kind : {"pipe", "socket", "terminal"})
+        for (const char* how : {reopened, notReopened})
+            QTest::addRow("%s, %s", kind, how) << QByteArray(kind) << QByteArray(how);
+}
+
+} // namespace
+
+class TestOutput : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void linesAndFlushes_data() { addChannels(); }
+
+    void linesAndFlushes() {
+        QFETCH(QByteArray, kind);
+        QFETCH(QByteArray, how);
+        const auto output = Channel::make(kind);
+        const auto errors = Channel::make("pipe");
+        QVERIFY(output != nullptr);
+        const int result = runWith(
+            output->writing, errors->writing,
+            [] {
+                printLine("before");
+                const NonBlockingOutput nonBlocking;
+                printLine("");
+                printLine("a\nb");
+                printLine(std::string(3000, 'x').c_str());
+                flushOutput();
+                return 0;
+            },
+            how);
+        QCOMPARE(result, 0);
+        QCOMPARE(output->drain(), "before\n\na\nb\n" + QByteArray(3000, 'x') + '\n');
+        QCOMPARE(errors->drain(), QByteArray());
+    }
+
+    void fullFromTheStart_data() { addChannels(); }
+
+    void fullFromTheStart() {
+        QFETCH(QByteArray, kind);
+        QFETCH(QByteArray, how);
+        const auto output = Channel::make(kind);
+        const auto errors = Channel::make("pipe");
+        output->fill();
+        const int result = runWith(
+            output->writing, errors->writing,
+            [] {
+                const NonBlockingOutput nonBlocking;
+                for (int i = 0; i < 7; ++i)
+                    printLine("line");
+                flushOutput();
+                return 0;
+            },
+            how);
+        QCOMPARE(result, 0);
+        QCOMPARE(output->drain().replace('.', ""), QByteArray());
+        QCOMPARE(errors->drain(), droppedMessage(7));
+    }
+
+    void fillsLater_data() { addChannels(); }
+
+    /// Every line that arrives is whole, the rest is counted, and those printed after the reader is back
+    /// arrive.
+    void fillsLater() {
+        QFETCH(QByteArray, kind);
+        QFETCH(QByteArray, how);
+        constexpr int many = 20000;
+        const auto output = Channel::make(kind);
+        const auto errors = Channel::make("pipe");
+        const auto flags = fcntl(output->writing, F_GETFL);
+        QByteArray early;
+        const Signpost full;
+        const Signpost drained;
+        ChildProcess child([&] {
+            return runWith(
+                output->writing, errors->writing,
+                [&] {
+                    const NonBlockingOutput nonBlocking;
+                    for (int i = 0; i < many; ++i)
+                        printLine("a line of 32 bytes, its end too");
+                    full.give();
+                    drained.await();
+                    printLine("after");
+                    return 0;
+                },
+                how);
+        });
+        QVERIFY(full.await());
+        early = output->drain();
+        // The description that the parent shares waits as ever.
+        QCOMPARE(fcntl(output->writing, F_GETFL), flags);
+        drained.give();
+        QCOMPARE(child.result(), 0);
+        const QByteArrayList lines = (early + output->drain()).split('\n');
+        QCOMPARE(lines.last(), QByteArray());
+        QCOMPARE(lines[lines.size() - 2], QByteArray("after"));
+        int whole = 0;
+        int torn = 0;
+        for (const QByteArray& line : lines.mid(0, lines.size() - 2)) {
+            whole += line == "a line of 32 bytes, its end too";
+            torn += line != "a line of 32 bytes, its end too";
+        }
+        QVERIFY(whole > 10);
+        // A terminal or a socket takes what fits.
+        QVERIFY2(torn <= (kind == "pipe" ? 0 : 1), qPrintable(QString::number(torn)));
+        QCOMPARE(errors->drain(), droppedMessage(many - whole));
+    }
+
+    void longLines_data() { addChannels(); }
+
+    /// What only begins to fit is cut; whatever comes next starts on a line of its own.
+    void longLines() {
+        QFETCH(QByteArray, kind);
+        QFETCH(QByteArray, how);
+        const auto output = Channel::make(kind);
+        const auto errors = Channel::make("pipe");
+        const Signpost full;
+        const Signpost drained;
+        ChildProcess child([&] {
+            return runWith(
+                output->writing, errors->writing,
+                [&] {
+                    const NonBlockingOutput nonBlocking;
+                    printLine(std::string(10000, 'x').c_str());
+                    printLine(std::string(10'000'000, 'y').c_str());
+                    full.give();
+                    drained.await();
+                    printLine("after");
+                    printLine("the end");
+                    return 0;
+                },
+                how);
+        });
+        QVERIFY(full.await());
+        const QByteArray early = output->drain();
+        drained.give();
+        QCOMPARE(child.result(), 0);
+        const QByteArrayList lines = (early + output->drain()).split('\n');
+        QCOMPARE(errors->drain(), droppedMessage(1));
+        QCOMPARE(lines.size(), 5);
+        QCOMPARE(lines[0], QByteArray(10000, 'x'));
+        QVERIFY(lines[1].size() > 0 && lines[1].size() < 10'000'000);
+        QCOMPARE(lines[1].count('y'), lines[1].size());
+        QCOMPARE(lines.mid(2), QByteArrayList({"after", "the end", ""}));
+    }
+
+    void whatLibrariesPrint_data() {
+        QTest::addColumn<QByteArray>("kind");
+        for (const char* kind : {"pipe", "terminal"})
+            QTest::newRow(kind) << QByteArray(kind);
+    }
+
+    void whatLibrariesPrint() {
+        QFETCH(QByteArray, kind);
+        const auto output = Channel::make(kind);
+        output->fill();
+        const int result = runWith(
+            output->writing, output->writing,
+            [] {
+                const NonBlockingOutput nonBlocking;
+                const std::string much(100000, 'l');
+                std::puts(much.c_str());
+                std::printf("%s", much.c_str());
+                std::cout << much << std::endl;
+                std::cerr << much;
+                if (write(STDOUT_FILENO, much.data(), much.size()) > 0)
+                    return 1;
+                printLine("line");
+                flushOutput();
+                return 0;
+            },
+            reopened);
+        QCOMPARE(result, 0);
+        QCOMPARE(output->drain().replace('.', ""), QByteArray());
+    }
+
+    void aLibrarysUnfinishedLineKeepsItsPlace_data() { addChannels(); }
+
+    void aLibrarysUnfinishedLineKeepsItsPlace() {
+        QFETCH(QByteArray, kind);
+        QFETCH(QByteArray, how);
+        const auto output = Channel::make(kind);
+        const auto errors = Channel::make("pipe");
+        const int result = runWith(
+            output->writing, errors->writing,
+            [] {
+                const NonBlockingOutput nonBlocking;
+                std::printf("a library says ");
+                printLine("line");
+                std::printf("and at the end");
+                return 0;
+            },
+            how);
+        QCOMPARE(result, 0);
+        QCOMPARE(output->drain(), QByteArray("a library says line\nand at the end"));
+    }
+
+    void aLibrarysUnfinishedLineIsDropped_data() { addChannels(); }
+
+    void aLibrarysUnfinishedLineIsDropped() {
+        QFETCH(QByteArray, kind);
+        QFETCH(QByteArray, how);
+        const auto output = Channel::make(kind);
+        const auto errors = Channel::make("pipe");
+        output->fill();
+        for (const bool flushed : {false, true}) {
+            const int result = runWith(
+                output->writing, errors->writing,
+                [flushed] {
+                    const NonBlockingOutput nonBlocking;
+                    std::printf("a library says");
+                    if (flushed)
+                        flushOutput();
+                    return 0;
+                },
+                how);
+            QCOMPARE(result, 0);
+        }
+        QCOMPARE(output->drain().replace('.', ""), QByteArray());
+        QCOMPARE(errors->drain(), QByteArray());
+    }
+
+    /// With 2>&1 the number of dropped lines is dropped as well.
+    void errorsGoTheSameWay_data() { addChannels(); }
+
+    void errorsGoTheSameWay() {
+        QFETCH(QByteArray, kind);
+        QFETCH(QByteArray, how);
+        const auto output = Channel::make(kind);
+        output->fill();
+        const int result = runWith(
+            output->writing, output->writing,
+            [] {
+                const NonBlockingOutput nonBlocking;
+                printLine("line");
+                return 0;
+            },
+            how);
+        QCOMPARE(result, 0);
+        QCOMPARE(output->drain().replace('.', ""), QByteArray());
+    }
+
+    void aStoppedTerminal_data() {
+        QTest::addColumn<QByteArray>("how");
+        QTest::newRow("reopened") << QByteArray(reopened);
+        QTest::newRow("not reopened") << QByteArray(notReopened);
+    }
+
+    void aStoppedTerminal() {
+        QFETCH(QByteArray, how);
+        const auto output = Channel::make("terminal");
+        const auto errors = Channel::make("pipe");
+        QVERIFY(tcflow(output->writing, TCOOFF) == 0);
+        const int result = runWith(
+            output->writing, errors->writing,
+            [] {
+                const NonBlockingOutput nonBlocking;
+                printLine("line");
+                return 0;
+            },
+            how);
+        QCOMPARE(result, 0);
+        QCOMPARE(errors->drain(), droppedMessage(1));
+        QVERIFY(tcflow(output->writing, TCOON) == 0);
+        QCOMPARE(output->drain(), QByteArray());
+    }
+
+    void failedOutputIsNotCounted_data() {
+        QTest::addColumn<QByteArray>("where");
+        QTest::newRow("full disk") << QByteArray("/dev/full");
+        QTest::newRow("no file") << QByteArray("/");
+        QTest::newRow("reader that is gone") << QByteArray();
+    }
+
+    void failedOutputIsNotCounted() {
+        QFETCH(QByteArray, where);
+        auto output = Channel::make("pipe");
+        const auto errors = Channel::make("pipe");
+        close(output->reading);
+        output->reading = -1;
+        const int opened = where.isEmpty()
+                               ? dup(output->writing)
+                               : open(where.constData(), O_CLOEXEC | (where == "/" ? O_RDONLY : O_WRONLY));
+        const int result = runWith(
+            opened, errors->writing,
+            [] {
+                std::signal(SIGPIPE, SIG_IGN);
+                const NonBlockingOutput nonBlocking;
+                printLine("line");
+                return 0;
+            },
+            reopened);
+        close(opened);
+        QCOMPARE(result, 0);
+        QCOMPARE(errors->drain(), QByteArray());
+    }
+
+    /// A file's place is shared with others who write there: `{ qzGpuInfo; date; } > file`.
+    void aFileIsNotReopened() {
+        CaptureStdout output;
+        {
+            const NonBlockingOutput nonBlocking;
+            printLine("a");
+        }
+        [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, "b\n", 2);
+        printLine("c");
+        QCOMPARE(output.take(), QByteArray("a\nb\nc\n"));
+    }
+
+    void afterwardsOutputWaitsAgain() {
+        CaptureStdout output;
+        {
+            const NonBlockingOutput nonBlocking;
+        }
+        std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
+        printLine("text");
+        const QByteArray before = output.written();
+        std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+        output.take();
+        QCOMPARE(before, QByteArray());
+    }
+};
+
+QTEST_APPLESS_MAIN(TestOutput)
+#include "test_output.moc"
