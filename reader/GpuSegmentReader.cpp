@@ -168,8 +168,7 @@ const char* segmentResultText(SegmentResult result) noexcept {
 GpuSegmentReader::GpuSegmentReader(std::string directory, const std::string& key)
     : segmentPath(std::move(directory) + "/" + key) {}
 
-SegmentResult GpuSegmentReader::read(GpuSnapshot& snapshot,
-                                     std::chrono::milliseconds lockWait) const noexcept {
+SegmentResult GpuSegmentReader::read(GpuSnapshot& snapshot, std::chrono::milliseconds lockWait) const {
     const auto deadline = Clock::now() + std::max(lockWait, std::chrono::milliseconds::zero());
     constexpr int mostReplacements = 3;
     Attempt attempt{};

@@ -59,8 +59,8 @@ class GpuSegmentReader {
     /// Copies the block out under the segment's lock, waiting for that at most `lockWait` (below zero: not at
     /// all). Never writes, never blocks on anything but that wait, never waits on an object that is no plain
     /// file.
-    SegmentResult read(GpuSnapshot& snapshot,
-                       std::chrono::milliseconds lockWait = defaultLockWait) const noexcept;
+    /// Throws nothing, and is not noexcept so that a thread may be cancelled meanwhile.
+    SegmentResult read(GpuSnapshot& snapshot, std::chrono::milliseconds lockWait = defaultLockWait) const;
 
     const std::string& path() const noexcept { return segmentPath; }
 
