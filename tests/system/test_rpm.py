@@ -116,8 +116,8 @@ class Installed(unittest.TestCase):
         done = subprocess.run(["bwrap", "--unshare-user", "--uid", "0", "--gid", "0", "--cap-add", "ALL", "--dev-bind",
                                "/", "/", "rpm", "--root", self.root.path, "--dbpath", "/var/lib/rpm", *arguments],
                               stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=100, check=False)
-        # Debian's rpm reminds of Debian's own packages.
-        said = [line for line in done.stderr.splitlines() if not line.startswith("rpm: ")]
+        # rpm also warns of what it misses in a sandbox, and Debian's of its use.
+        said = [line for line in done.stderr.splitlines() if re.search("error|scriptlet|qzgpuinfo", line)]
         self.assertEqual((done.returncode, said, done.stdout), (0, [], ""))
         return calls.read_text(encoding="utf-8").splitlines() if calls.exists() else []
 
