@@ -79,6 +79,12 @@ class Dev(Scratch):
         self.assertEqual((answer.returncode, answer.stdout, answer.stderr),
                          (1, "", "dev: missing, and not to be installed: cmake ninja-build\n"))
 
+    def test_each_kind_of_package_has_its_needs(self):
+        tools = self.machine_without()
+        for arguments, missing in ([], "dpkg-dev file"), (["--rpm"], "rpm"):
+            answer = run("/usr/bin/bash", SOURCE / "dev", "--no-install", "package", *arguments, env={"PATH": str(tools)})
+            self.assertEqual((answer.returncode, answer.stderr), (1, f"dev: missing, and not to be installed: {missing}\n"))
+
     def test_installs_what_is_missing_and_says_so_first(self):
         tools = self.machine_without("cmake", "ninja")
         self.add_installer()
