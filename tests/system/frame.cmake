@@ -1,6 +1,7 @@
 # The program's frame and the tree's own tools.
 
 qz_system_test(tooling)
+qz_system_test(releases)
 
 # qz_test_driver(<source> <library>): stand-ins for what a broken driver installs, one folder each.
 function(qz_test_driver source library)

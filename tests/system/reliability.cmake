@@ -2,10 +2,10 @@
 
 add_subdirectory("${PROJECT_SOURCE_DIR}/tests/harness" "${PROJECT_BINARY_DIR}/tests/harness")
 
-qz_system_test(kills TIMEOUT 300)
+qz_system_test(kills TIMEOUT 300 ONCE)
 qz_system_test(neighbours)
 qz_system_test(stuck_reader)
 qz_test_driver(exiting libnvidia-ml)
 qz_system_test(surroundings)
-qz_system_test(weeks TIMEOUT 300)
-qz_system_test(kills_program)
+qz_system_test(weeks TIMEOUT 300 ONCE)
+qz_system_test(kills_program ONCE)
