@@ -64,6 +64,8 @@ bool GpuInfo_Main::init() {
 void GpuInfo_Main::update() {
     logLine(4, QStringLiteral("#################### update current usage ####################"));
     resetList();
+    if (doBenchmark) // readers are patient for so long; without a segment this does nothing
+        segment.mark(SegmentFlag::Measuring);
     for (const std::unique_ptr<GpuInfo>& provider : vendors.providers)
         if (provider != nullptr)
             provider->updateUsage(doBenchmark);
@@ -84,6 +86,8 @@ void GpuInfo_Main::update() {
     list.dataReady = 1;
     if (!singleRun)
         publish();
+    if (doBenchmark)
+        segment.mark(SegmentFlag::Measuring, false);
 }
 
 void GpuInfo_Main::finish() {

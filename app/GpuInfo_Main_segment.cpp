@@ -59,7 +59,10 @@ bool GpuInfo_Main::publish() {
         return false;
     }
     const bool written = writeList();
-    const QString reason = segment.errorString(); // giving the lock back clears it
+    const QString reason = segment.errorString(); // what follows clears it
+    // Before the lock is free, so that no reader finds the list without its flag.
+    if (written)
+        segment.mark(SegmentFlag::HasPublished);
     segment.unlock();
     if (!written) {
         logLine(0, "Unable to attach shared memory!; " + reason);

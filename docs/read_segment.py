@@ -4,26 +4,38 @@
 import fcntl, os, stat, struct, sys, time
 
 F_OFD_GETLK = 36
+FLAGS = ("attached", "published", "measuring")  # record locks of living companions, from byte 2^62 on
 KINDS = ("Other", "Cuda", "AMD", "Metal")
 # Where a figure's marker is in a record, and the layout from there to the figure.
 FIGURES = {"usage": (112, "<?3xi"), "temperature": (84, "<?3xi"), "total": (92, "<?3xi"), "used": (100, "<?3xi"),
            "free": (100, "<?7xi"), "speed": (120, "<?3xf")}
 
 
+def flags_of(file):
+    """The FLAGS that some process has set. Asking takes no lock."""
+    def answer(number):
+        return fcntl.fcntl(file, F_OFD_GETLK, struct.pack("@hhqqi4x", fcntl.F_WRLCK, 0, (1 << 62) + number, 1, 0))
+    return {name for number, name in enumerate(FLAGS) if struct.unpack_from("@h", answer(number))[0] != fcntl.F_UNLCK}
+
+
+def fresh(age, flags, max_age=None):
+    """Whether a living companion published the list, and recently. `max_age` in seconds replaces the limits, 0: none."""
+    limit = max_age if max_age is not None else 1800 if "measuring" in flags else 20
+    return "published" in flags and age >= -10 and (age <= limit or limit == 0)
+
+
 def locked_bytes(path, seconds=1.0):
-    """The segment's 7472 bytes, copied under its lock, their age in seconds, and whether a companion is attached."""
+    """The segment's 7472 bytes, copied under its lock, their age in seconds (below 0: dated ahead), and its flags."""
     guards = os.O_NOFOLLOW | os.O_NONBLOCK
     with open(path, "rb", buffering=0, opener=lambda name, flags: os.open(name, flags | guards)) as file:
         info = os.fstat(file.fileno())
         if not stat.S_ISREG(info.st_mode) or info.st_uid != os.geteuid() or info.st_nlink > 1:
             raise ValueError("not a segment of this user")
-        record_lock = fcntl.fcntl(file, F_OFD_GETLK, struct.pack("@hhqqi4x", fcntl.F_WRLCK, 0, 1 << 62, 1, 0))
-        attached = struct.unpack_from("@h", record_lock)[0] != fcntl.F_UNLCK
         for _ in range(1 + round(1000 * seconds)):
             try:
                 fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)  # given back by closing
                 age = time.time() - os.fstat(file.fileno()).st_mtime
-                return os.pread(file.fileno(), 7472, 0), max(0.0, age), attached
+                return os.pread(file.fileno(), 7472, 0), age, flags_of(file)
             except BlockingIOError:
                 time.sleep(0.001)
         raise TimeoutError("the lock was not free in time")
@@ -51,7 +63,7 @@ def gpus(data):
 
 if __name__ == "__main__":
     try:
-        block, age, attached = locked_bytes(sys.argv[1] if len(sys.argv) > 1 else "/dev/shm/qzGpuInfo_v2")
-        print(f"published {age:.1f} s ago" + ("" if attached else ", nobody is attached"), *gpus(block), sep="\n")
+        block, age, flags = locked_bytes(sys.argv[1] if len(sys.argv) > 1 else "/dev/shm/qzGpuInfo_v2")
+        print(f"published {age:.1f} s ago" + ("" if fresh(age, flags) else ", stale"), *gpus(block), sep="\n")
     except (OSError, ValueError) as error:
         sys.exit(f"read_segment.py: {error}")

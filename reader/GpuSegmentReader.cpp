@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 #include "support/FileDescriptor.h"
-#include "support/attachedLock.h"
+#include "support/segmentFlags.h"
 
 namespace {
 
@@ -64,13 +64,8 @@ SegmentResult takeLock(int descriptor, Clock::time_point deadline, GpuSnapshot& 
     return SegmentResult::Ok;
 }
 
-/// Asking for an exclusive lock names a holder of a shared one, without taking anything.
-bool someoneIsAttached(int descriptor) {
-    struct flock request{};
-    request.l_type = F_WRLCK;
-    request.l_whence = SEEK_SET;
-    request.l_start = attachedLockOffset;
-    request.l_len = 1;
+bool isSet(int descriptor, SegmentFlag flag) {
+    struct flock request = flagLock(flag, F_WRLCK);
     return ::fcntl(descriptor, F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
 }
 
@@ -82,10 +77,13 @@ void noteFreshness(int descriptor, const struct stat& info, GpuSnapshot& snapsho
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME, &now);
     snapshot.opened = true;
+    snapshot.writerAttached = isSet(descriptor, SegmentFlag::Attached);
+    snapshot.published = isSet(descriptor, SegmentFlag::HasPublished);
+    snapshot.measuring = isSet(descriptor, SegmentFlag::Measuring);
     snapshot.publishedAt = secondsOf(info.st_mtim);
-    // The clock may have been set back since the publishing.
-    snapshot.ageSeconds = std::max(0.0, secondsOf(now) - snapshot.publishedAt);
-    snapshot.writerAttached = someoneIsAttached(descriptor);
+    const double age = secondsOf(now) - snapshot.publishedAt;
+    snapshot.ageSeconds = std::max(0.0, age);
+    snapshot.aheadSeconds = std::max(0.0, -age);
 }
 
 /// Reads through the descriptor: a mapping would end the process if the object shrank meanwhile.

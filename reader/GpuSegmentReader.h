@@ -26,11 +26,15 @@ const char* segmentResultText(SegmentResult result) noexcept;
 struct GpuSnapshot {
     GpuInfoBlock block; ///< see `parseSegment` for what is guaranteed of it
 
-    bool opened = false;         ///< an object of this user was there; the next three are meaningful then
-    bool writerAttached = false; ///< some process is attached that keeps the segment alive
-    double ageSeconds =
-        0.0; ///< since the last publishing (before the first one: since creation); never negative
-    double publishedAt = 0.0; ///< the same instant in seconds since 1970 (UTC)
+    bool opened = false; ///< an object of this user was there; what follows is meaningful then
+
+    bool writerAttached = false; ///< a living process may publish on it
+    bool published = false;      ///< a living process has published on it
+    bool measuring = false;      ///< a living process is in an update cycle with benchmarks
+
+    double publishedAt = 0.0;  ///< last publication (before the first: creation), seconds since 1970 (UTC)
+    double ageSeconds = 0.0;   ///< time since then, 0 if that lies ahead
+    double aheadSeconds = 0.0; ///< by how much it lies ahead, as after the clock was set back; else 0
 
     int systemError = 0; ///< `errno` of the failed operation for `IoError` and `PermissionDenied`, else 0
 

@@ -7,7 +7,7 @@ set(pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 
 install(TARGETS qzgpureader EXPORT qzGpuInfoReader
         ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT reader)
-install(FILES GpuSegmentReader.h
+install(FILES GpuSegmentReader.h isFresh.h
         DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/qzgpuinfo/reader" COMPONENT reader)
 install(FILES "${PROJECT_SOURCE_DIR}/gpu/GpuDevice.h" "${PROJECT_SOURCE_DIR}/gpu/GpuInfoBlock.h"
         DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/qzgpuinfo/gpu" COMPONENT reader)

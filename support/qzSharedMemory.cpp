@@ -113,9 +113,11 @@ bool qzSharedMemory::detach() {
     unmap();
     // A child that was forked meanwhile shares the descriptor, and would keep what isn't given back here.
     flock(object.get(), LOCK_UN);
+    setFlag(object.get(), SegmentFlag::HasPublished, F_UNLCK);
+    setFlag(object.get(), SegmentFlag::Measuring, F_UNLCK);
     if ((modeBits & ModeLifetime) != 0 && leadsToOwned())
         removeIfLast();
-    setAttachedLock(object.get(), F_UNLCK);
+    setFlag(object.get(), SegmentFlag::Attached, F_UNLCK);
     object.reset();
     attachedSize = 0;
     return succeed();
@@ -124,7 +126,8 @@ bool qzSharedMemory::detach() {
 void qzSharedMemory::removeIfLast() {
     // The own share is given back before all of it is asked for: of two that leave together each would be
     // refused for the other's sake, and the segment would stay. This way the second to ask is alone.
-    if (setAttachedLock(object.get(), F_UNLCK) && setAttachedLock(object.get(), F_WRLCK) && leadsToOwned())
+    if (setFlag(object.get(), SegmentFlag::Attached, F_UNLCK) &&
+        setFlag(object.get(), SegmentFlag::Attached, F_WRLCK) && leadsToOwned())
         unlink(path.constData());
 }
 
@@ -152,6 +155,14 @@ bool qzSharedMemory::unlock() {
         return fail(LockFailed, ENOENT, "can't be unlocked, it is not attached");
     if (flock(object.get(), LOCK_UN) != 0)
         return fail(LockFailed, errno, "can't be unlocked, the system refuses it");
+    return succeed();
+}
+
+bool qzSharedMemory::mark(SegmentFlag flag, bool isSet) {
+    if (!isAttached())
+        return fail(NotFound, ENOENT, "can't be marked, it is not attached");
+    if (!setFlag(object.get(), flag, isSet ? F_RDLCK : F_UNLCK))
+        return failAs(errno, "can't be marked");
     return succeed();
 }
 

@@ -6,6 +6,7 @@
 
 #include "support/FileDescriptor.h"
 #include "support/qzString.h"
+#include "support/segmentFlags.h"
 
 /// One named segment: the POSIX shared-memory object "/" + key, a file of exactly the segment's size.
 ///
@@ -14,8 +15,7 @@
 ///
 /// For readers in any language:
 /// - the lock is `flock(LOCK_EX)` on the object, given back by the system when its holder dies;
-/// - who is attached holds a shared record lock (`F_OFD_SETLK`, `F_RDLCK`) on the one byte at offset
-///   `attachedLockOffset`; asking for it (`F_OFD_GETLK`, `F_WRLCK`) tells whether anybody is;
+/// - processes show what they are doing with it by shared record locks, see `SegmentFlag`;
 /// - the object's modification time is that of the last `write`.
 ///
 /// Failing operations leave the reason in `error` and `errorString`, and the system's in `errno`; operations
@@ -64,9 +64,9 @@ class qzSharedMemory {
 
     bool isAttached() const { return object.isOpen(); }
 
-    /// Leaves the segment and gives its lock back. The last process to leave removes it (ModeLifetime), but
-    /// only while the name leads to the segment held, and none that is smaller than the size last asked of
-    /// `create`. False when nothing was attached.
+    /// Leaves the segment, releases its lock and drops this process's flags. The last process to leave
+    /// removes it (ModeLifetime), but only while the name leads to the segment held, and none that is smaller
+    /// than the size last asked of `create`. False when nothing was attached.
     bool detach();
 
     /// Bytes of the segment when it was attached; 0 when none is.
@@ -75,6 +75,9 @@ class qzSharedMemory {
     /// Takes the lock, waiting at most `lockWaitMs` for it. True at once for who holds it already.
     bool lock();
     bool unlock();
+
+    /// Sets or drops a flag of this process; what is set lasts until `detach` or the process's end.
+    bool mark(SegmentFlag flag, bool isSet = true);
 
     /// The segment's bytes, mapped at the first call; valid until `detach`. Null (with the reason in `error`)
     /// when they can't be mapped, null without an error for a segment of size 0. The bytes of a segment that

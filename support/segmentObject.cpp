@@ -11,8 +11,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "support/attachedLock.h"
-
 namespace {
 
 constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
@@ -33,7 +31,7 @@ bool allocate(int object, qint64 size) {
 /// What is done before the object has its name. The rights are set since the umask has cut those of `open`.
 bool prepare(const FileDescriptor& object, qint64 size) {
     return object.isOpen() && fchmod(object.get(), ownerOnly) == 0 && allocate(object.get(), size) &&
-           setAttachedLock(object.get(), F_RDLCK);
+           setFlag(object.get(), SegmentFlag::Attached, F_RDLCK);
 }
 
 bool giveName(const FileDescriptor& object, const QByteArray& path) {
@@ -103,7 +101,7 @@ Opening tryOpen(const QByteArray& path, int flags, FileDescriptor& object) {
     }
     if ((found.st_mode & ALLPERMS) != ownerOnly && fchmod(object.get(), ownerOnly) != 0)
         return Opening::Failed;
-    if (!setAttachedLock(object.get(), F_RDLCK))
+    if (!setFlag(object.get(), SegmentFlag::Attached, F_RDLCK))
         return errno == EAGAIN || errno == EACCES ? Opening::Again : Opening::Failed;
     // Between `open` and the lock the last one attached may have removed it.
     if (fstat(object.get(), &found) != 0)
@@ -161,12 +159,8 @@ FileDescriptor openSegmentObject(const QByteArray& path, bool writable) {
     return {};
 }
 
-bool setAttachedLock(int object, short type) {
-    struct flock range{};
-    range.l_type = type;
-    range.l_whence = SEEK_SET;
-    range.l_start = attachedLockOffset;
-    range.l_len = 1;
+bool setFlag(int object, SegmentFlag flag, short type) {
+    struct flock range = flagLock(flag, type);
     return fcntl(object, F_OFD_SETLK, &range) == 0;
 }
 

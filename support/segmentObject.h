@@ -5,21 +5,22 @@
 #include <QtGlobal>
 
 #include "support/FileDescriptor.h"
+#include "support/segmentFlags.h"
 
-/// Makes an object of `size` bytes, zeros, its memory allocated, rights 0600, with the lock of those attached
-/// held, and only then gives it the name `path`. With `replace` it takes the name from what has it. Nothing
-/// open on failure, nothing left behind, the reason in `errno`: EEXIST when the name is taken.
+/// Creates a zero-filled, preallocated object with mode 0600, sets its flag Attached, and only then gives it
+/// the name `path`; with `replace` an existing name is taken over. Nothing open on failure, nothing left
+/// behind, the reason in `errno`: EEXIST when the name is taken.
 FileDescriptor createSegmentObject(const QByteArray& directory, const QByteArray& path, qint64 size,
                                    bool replace);
 
-/// Opens an object and takes the lock of those attached. Nothing open on failure, the reason in `errno`:
-/// EPERM for what is not a regular file of this user with one name, EAGAIN when no try of several came to
-/// an end, as while another process is removing it.
+/// Opens an object and sets its flag Attached. Nothing open on failure, the reason in `errno`: EPERM for what
+/// is not a regular file of this user with one name, EAGAIN when several tries in a row met another process
+/// that was removing it.
 FileDescriptor openSegmentObject(const QByteArray& path, bool writable);
 
-/// Sets the lock of those attached, without waiting: F_RDLCK, F_WRLCK (only for the last one attached) or
-/// F_UNLCK.
-bool setAttachedLock(int object, short type);
+/// Sets a flag of an open object without waiting: F_RDLCK, F_UNLCK, or F_WRLCK, which succeeds only while no
+/// other process has it set. False, with the reason in `errno`, on failure.
+bool setFlag(int object, SegmentFlag flag, short type);
 
 /// Whether `path`, itself and not what it may point to, is the object that is open.
 bool isSameObject(int object, const QByteArray& path);

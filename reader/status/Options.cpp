@@ -102,7 +102,8 @@ class Parser {
             parsed.error = std::string(name) + " needs a value";
     }
 
-    void takeSeconds(std::string_view name, double least, double& target) {
+    template <class Target>
+    void takeSeconds(std::string_view name, double least, Target& target) {
         const std::string_view text = value(name);
         if (!parsed.error.empty())
             return;
@@ -139,9 +140,9 @@ Without a form option: a table, cut to the terminal's width.
 
       --output FILE      replace FILE as a whole with the output (mode 0644)
       --wait SECONDS     wait so long for fresh data before giving up
-      --max-age SECONDS  data older than this are stale (default 1800; 0: no
-                         limit). Data that no running program keeps fresh are
-                         stale whatever their age.
+      --max-age SECONDS  data older than this are stale (default 20, while GPUs
+                         are being measured 1800; 0: no limit). Data that no
+                         running program has published are stale at any age.
       --directory DIR    where the segment is (default /dev/shm)
 
 Exit codes:

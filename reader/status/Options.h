@@ -1,6 +1,7 @@
 // The command line of `qzGpuStatus`.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,10 +13,10 @@ enum class Form { Table, Json, Prometheus, Watch, Help, Version };
 struct Options {
     Form form = Form::Table;
     std::string directory = "/dev/shm";
-    std::string output;            ///< empty: standard output
-    double waitSeconds = 0.0;      ///< 0: read once
-    double watchSeconds = 2.0;     ///< between two readings
-    double maxAgeSeconds = 1800.0; ///< 0: no limit
+    std::string output;                  ///< empty: standard output
+    double waitSeconds = 0.0;            ///< 0: read once
+    double watchSeconds = 2.0;           ///< between two readings
+    std::optional<double> maxAgeSeconds; ///< see `isFresh`
 };
 
 /// Options, or why the arguments make none: `error` is empty when all is well.

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <thread>
 
+#include "reader/isFresh.h"
 #include "reader/status/exitCodes.h"
 
 namespace qzstatus {
@@ -67,16 +68,24 @@ std::string secondsText(double seconds) {
     return text;
 }
 
-void judgeFreshness(StatusReport& report, double maxAge) {
-    if (!report.writerAttached) {
-        report.state = ReportState::Stale;
-        report.message = "no companion keeps the list fresh; it was published " +
-                         secondsText(report.ageSeconds.value_or(0.0)) + " ago";
-    } else if (maxAge > 0.0 && report.ageSeconds.value_or(0.0) > maxAge) {
-        report.state = ReportState::Stale;
-        report.message = "the list was published " + secondsText(*report.ageSeconds) + " ago, more than " +
-                         secondsText(maxAge);
+/// Why a list is not fresh; empty when it is.
+std::string staleText(const GpuSnapshot& snapshot, std::optional<double> maxAge) {
+    const std::string ago = secondsText(snapshot.ageSeconds) + " ago";
+    switch (freshness(snapshot, maxAge)) {
+    case Freshness::Fresh:
+        return {};
+    case Freshness::Unpublished:
+        return (snapshot.writerAttached
+                    ? "the companion has not published yet; an earlier one published the list "
+                    : "no companion keeps the list fresh; it was published ") +
+               ago;
+    case Freshness::Ahead:
+        return "the list is dated " + secondsText(snapshot.aheadSeconds) +
+               " in the future, its age is not known; the clock was set back";
+    case Freshness::TooOld:
+        return "the list was published " + ago + ", more than " + secondsText(ageLimit(snapshot, maxAge));
     }
+    return {};
 }
 
 } // namespace
@@ -127,7 +136,7 @@ int exitCodeOf(ReportState state) {
 }
 
 StatusReport makeReport(SegmentResult result, const GpuSnapshot& snapshot, const std::string& segmentPath,
-                        double maxAge) {
+                        std::optional<double> maxAge) {
     StatusReport report;
     report.state = stateOf(result);
     report.message = segmentResultText(result);
@@ -136,6 +145,8 @@ StatusReport makeReport(SegmentResult result, const GpuSnapshot& snapshot, const
         report.message += std::string(" (") + std::strerror(snapshot.systemError) + ")";
     if (snapshot.opened) {
         report.writerAttached = snapshot.writerAttached;
+        report.published = snapshot.published;
+        report.measuring = snapshot.measuring;
         report.ageSeconds = snapshot.ageSeconds;
         report.publishedAt = snapshot.publishedAt;
     }
@@ -146,11 +157,15 @@ StatusReport makeReport(SegmentResult result, const GpuSnapshot& snapshot, const
         report.gpus.push_back(viewOf(snapshot.gpu(i)));
     if (!report.gpus.empty())
         report.summary = viewOf(snapshot.block.summary);
-    judgeFreshness(report, maxAge);
+    if (const std::string text = staleText(snapshot, maxAge); !text.empty()) {
+        report.state = ReportState::Stale;
+        report.message = text;
+    }
     return report;
 }
 
-StatusReport readReport(const GpuSegmentReader& reader, double maxAge, std::chrono::milliseconds wait) {
+StatusReport readReport(const GpuSegmentReader& reader, std::optional<double> maxAge,
+                        std::chrono::milliseconds wait) {
     using Clock = std::chrono::steady_clock;
     constexpr std::chrono::milliseconds pause{100};
     const auto deadline = Clock::now() + wait;

@@ -34,7 +34,7 @@ struct GpuView {
 
 enum class ReportState {
     Ok,
-    Stale, ///< a list is there, but nothing keeps it fresh
+    Stale, ///< a list is there, but it is not fresh
     Missing,
     NotReady,
     Foreign,
@@ -49,6 +49,8 @@ struct StatusReport {
     std::string message; ///< one plain sentence without a full stop
     std::string segmentPath;
     bool writerAttached = false;
+    bool published = false;
+    bool measuring = false;
     std::optional<double> ageSeconds;  ///< not below 0
     std::optional<double> publishedAt; ///< seconds since 1970 (UTC)
     std::vector<GpuView> gpus;         ///< the global order; empty unless `Ok` or `Stale`
@@ -61,13 +63,12 @@ const char* stateName(ReportState state);
 /// The exit code of the command for a state.
 int exitCodeOf(ReportState state);
 
-/// Judges one reading. A list is stale when no process is attached to keep it fresh, or when it is older than
-/// `maxAge` seconds (0: any age is right).
+/// Judges one reading; `maxAge` as for `isFresh`.
 StatusReport makeReport(SegmentResult result, const GpuSnapshot& snapshot, const std::string& segmentPath,
-                        double maxAge);
+                        std::optional<double> maxAge);
 
 /// Reads and judges until the state is `Ok` or `wait` is over (0: once). What was last seen is the result.
-StatusReport readReport(const GpuSegmentReader& reader, double maxAge,
+StatusReport readReport(const GpuSegmentReader& reader, std::optional<double> maxAge,
                         std::chrono::milliseconds wait = std::chrono::milliseconds::zero());
 
 } // namespace qzstatus

@@ -116,6 +116,8 @@ std::string jsonForm(const StatusReport& report) {
     object.add("message", report.message);
     object.add("segment", report.segmentPath);
     object.add("writerAttached", report.writerAttached);
+    object.add("published", report.published);
+    object.add("measuring", report.measuring);
     object.add("ageSeconds", report.ageSeconds);
     object.add("publishedAt", report.publishedAt);
     object.addRaw("gpus", gpusJson(report.gpus));

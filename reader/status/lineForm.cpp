@@ -48,6 +48,8 @@ std::string lineForm(const StatusReport& report, const std::string& now) {
         std::snprintf(age, sizeof age, " age=%.1fs", *report.ageSeconds);
         begin += age;
     }
+    if (report.measuring)
+        begin += " measuring=yes";
     if (report.gpus.empty())
         return begin + " gpus=0 " + report.message + "\n";
 

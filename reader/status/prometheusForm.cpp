@@ -131,6 +131,9 @@ std::string prometheusForm(const StatusReport& report) {
                               flag(report.state == ReportState::Ok));
     text += single("qzgpuinfo_writer_attached", "1 while some process keeps the published list alive.",
                    flag(report.writerAttached));
+    text +=
+        single("qzgpuinfo_measuring", "1 while a companion measures the GPUs' speed, which delays its data.",
+               flag(report.measuring));
     if (report.ageSeconds)
         text += single("qzgpuinfo_data_age_seconds", "Age of the published data when this text was made.",
                        number(*report.ageSeconds));

@@ -132,8 +132,9 @@ std::string headline(const StatusReport& report) {
     if (report.state != ReportState::Ok)
         return std::string(report.gpus.empty() ? "" : "STALE: ") + report.message;
     char text[96];
-    std::snprintf(text, sizeof text, "%zu %s, published %.1f s ago", report.gpus.size(),
-                  report.gpus.size() == 1 ? "GPU" : "GPUs", report.ageSeconds.value_or(0.0));
+    std::snprintf(text, sizeof text, "%zu %s, published %.1f s ago%s", report.gpus.size(),
+                  report.gpus.size() == 1 ? "GPU" : "GPUs", report.ageSeconds.value_or(0.0),
+                  report.measuring ? ", measuring" : "");
     return text;
 }
 

@@ -1,7 +1,5 @@
 """The program as a companion on a simulated machine: what it publishes, cycle by cycle, read as a reader does."""
 
-import fcntl
-import os
 import struct
 import subprocess
 import tempfile
@@ -9,13 +7,10 @@ from pathlib import Path
 
 from qz import NAME, wait_until
 from numbered_block import read_locked
-from segment_bytes import ATTACHED_BYTE
 from simulated import SimulatedCase
 
 CUDA, AMD = 20, 2452
 RECORD = 152
-F_OFD_GETLK = 36
-LOCK = "hh4xqqi4x"
 
 
 class CompanionCase(SimulatedCase):
@@ -48,13 +43,3 @@ def figures(block, offset):
         "<84sB3xiB3xiB3xiiB3xi", block, offset)
     return tuple(value if has else None for has, value in
                  ((has_temperature, temperature), (has_total, total), (has_memory, used), (has_usage, usage)))
-
-
-def is_attached(folder):
-    """Whether any process holds the record lock of those who publish."""
-    descriptor = os.open(folder / NAME, os.O_RDWR | os.O_CLOEXEC)
-    try:
-        asked = struct.pack(LOCK, fcntl.F_WRLCK, os.SEEK_SET, ATTACHED_BYTE, 1, 0)
-        return struct.unpack(LOCK, fcntl.fcntl(descriptor, F_OFD_GETLK, asked))[0] != fcntl.F_UNLCK
-    finally:
-        os.close(descriptor)

@@ -13,8 +13,10 @@ SIZE = 7472
 VERSION = 68865
 CUDA, AMD, METAL, SUMMARY = 20, 2452, 4884, 7316
 RECORD_SIZE = 152
-ATTACHED_BYTE = 1 << 62
-F_OFD_SETLK = 37
+ATTACHED, PUBLISHED, MEASURING = (1 << 62) + 0, (1 << 62) + 1, (1 << 62) + 2
+WRITER = (ATTACHED, PUBLISHED)
+F_OFD_GETLK, F_OFD_SETLK = 36, 37
+LOCK = "hh4xqqi4x"  # struct flock
 
 
 def record(name=b"", kind=1, index=0, valid=1, optix=0, ray_tracing=0, cl_device=0, temperature=None, total=None,
@@ -55,18 +57,25 @@ def block(cuda=(), amd=(), metal=(), summary=None, version=VERSION, ready=1, cou
     return bytes(data[:size]).ljust(size, b"\xa5")
 
 
-class Segment:
-    """A directory with one segment in it, and the record lock of an attached writer unless `writer` is False."""
+def is_set(path, flag):
+    """Whether any process has the flag set."""
+    with open(path, "rb") as file:
+        asked = struct.pack(LOCK, fcntl.F_WRLCK, os.SEEK_SET, flag, 1, 0)
+        return struct.unpack(LOCK, fcntl.fcntl(file, F_OFD_GETLK, asked))[0] != fcntl.F_UNLCK
 
-    def __init__(self, data=None, writer=True, age=0.0):
+
+class Segment:
+    """A directory with one segment in it, and the flags of a writer that has published, or the given ones."""
+
+    def __init__(self, data=None, age=0.0, flags=WRITER):
         self._folder = tempfile.TemporaryDirectory()
         self.directory = self._folder.name
         self.path = os.path.join(self.directory, NAME)
         self._writer = None
         if data is not None:
             self.write(data, age)
-            if writer:
-                self.attach()
+            if flags:
+                self.attach(*flags)
 
     def write(self, data, age=0.0):
         descriptor = os.open(self.path, os.O_RDWR | os.O_CREAT, 0o600)
@@ -79,10 +88,14 @@ class Segment:
         instant = time.time() - age
         os.utime(self.path, (instant, instant))
 
-    def attach(self):
+    def attach(self, *flags):
+        """Takes the writer's part, with these flags set or those of one that has published."""
         self._writer = os.open(self.path, os.O_RDWR)
-        request = struct.pack("hh4xqqi4x", fcntl.F_RDLCK, os.SEEK_SET, ATTACHED_BYTE, 1, 0)
-        fcntl.fcntl(self._writer, F_OFD_SETLK, request)
+        self.set(*flags or WRITER)
+
+    def set(self, *flags):
+        for flag in flags:
+            fcntl.fcntl(self._writer, F_OFD_SETLK, struct.pack(LOCK, fcntl.F_RDLCK, os.SEEK_SET, flag, 1, 0))
 
     def detach(self):
         if self._writer is not None:

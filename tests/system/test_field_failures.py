@@ -9,8 +9,9 @@ import time
 
 import simulated
 import status_command
-from companion import AMD, CUDA, RECORD, CompanionCase, figures, is_attached
+from companion import AMD, CUDA, RECORD, CompanionCase, figures
 from qz import NAME, wait_until
+from segment_bytes import ATTACHED, is_set
 
 INTERVAL = 4.0
 MISMATCH = "Driver/library version mismatch"
@@ -133,7 +134,7 @@ class NeverReturns(CompanionCase):
                 self.assertEqual(run.wait(10), 128 + signal.SIGTERM)
                 # As after a kill: the data stay, and say that nobody writes them any more.
                 self.assert_readable(folder, block)
-                self.assertFalse(is_attached(folder))
+                self.assertFalse(is_set(folder / NAME, ATTACHED))
                 self.assertEqual(self.state(folder)[1]["state"], "stale")
 
 

@@ -8,8 +8,9 @@ import subprocess
 import time
 
 import simulated
-from companion import CompanionCase, is_attached
+from companion import CompanionCase
 from qz import NAME, wait_until
+from segment_bytes import ATTACHED, is_set
 
 MACHINE = """
 [os-release]
@@ -79,7 +80,7 @@ class CrashAtTheEnd(CompanionCase):
                 else:
                     # As after a kill: whole, and marked as nobody's.
                     self.assertEqual((folder / NAME).read_bytes(), block)
-                    self.assertFalse(is_attached(folder))
+                    self.assertFalse(is_set(folder / NAME, ATTACHED))
 
 
 class StartsProcesses(CompanionCase):
@@ -122,7 +123,7 @@ class StartsProcesses(CompanionCase):
         self.assertEqual(run.wait(), 128 + signal.SIGKILL)
         self.assertTrue(os.path.exists(f"/proc/{child}/exe"))
         self.assert_lockable(folder)
-        self.assertFalse(is_attached(folder))
+        self.assertFalse(is_set(folder / NAME, ATTACHED))
         self.assertEqual((folder / NAME).read_bytes(), block)
 
     def test_a_child_that_inherits_everything(self):

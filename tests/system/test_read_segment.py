@@ -11,7 +11,7 @@ import sys
 import time
 import unittest
 
-from segment_bytes import Segment, block, record
+from segment_bytes import ATTACHED, MEASURING, WRITER, Segment, block, record
 from status_command import run
 
 PATH = os.path.join(os.environ["QZGPUINFO_SOURCE"], "docs", "read_segment.py")
@@ -45,8 +45,8 @@ class ReadSegment(unittest.TestCase):
         return subprocess.run([PATH, path], capture_output=True, text=True, timeout=20)
 
     def test_as_a_program(self):
-        for writer, end in ((True, ""), (False, ", nobody is attached")):
-            with self.subTest(writer=writer), Segment(BLOCK, age=3, writer=writer) as segment:
+        for flags, end in ((WRITER, ""), ((ATTACHED,), ", stale")):
+            with self.subTest(flags), Segment(BLOCK, age=3, flags=flags) as segment:
                 lines = self.run_program(segment.path).stdout.splitlines()
                 self.assertRegex(lines[0], rf"\Apublished [3-9]\.\d s ago{end}\Z")
                 self.assertEqual([ast.literal_eval(line) for line in lines[1:]], list(reader.gpus(BLOCK)))
@@ -58,9 +58,34 @@ class ReadSegment(unittest.TestCase):
                 self.assertEqual((result.returncode, result.stdout), (1, ""))
                 self.assertRegex(result.stderr, rf"\Aread_segment\.py: [^\n]*{reason}[^\n]*\n\Z")
 
-    def test_a_clock_that_was_set_back_gives_no_negative_age(self):
+    def test_flags(self):
+        for flags, names in (((), set()), ((ATTACHED,), {"attached"}), (WRITER, {"attached", "published"}),
+                             ((ATTACHED, MEASURING), {"attached", "measuring"})):
+            with self.subTest(flags), Segment(BLOCK, flags=flags) as segment:
+                self.assertEqual(reader.locked_bytes(segment.path)[2], names)
+
+    def test_fresh_as_the_command_says(self):
+        for age in (-3600, -8, 0, 15, 25, 1700, 1900):
+            for flags in ((ATTACHED,), WRITER, (*WRITER, MEASURING), (ATTACHED, MEASURING)):
+                for limit in (None, 0, 5, 100):
+                    with self.subTest(age=age, flags=flags, limit=limit), Segment(BLOCK, age, flags) as segment:
+                        _, seen, held = reader.locked_bytes(segment.path)
+                        arguments = [] if limit is None else ["--max-age", str(limit)]
+                        code = run(*arguments, directory=segment.directory).returncode
+                        self.assertIn(code, (0, 3))
+                        self.assertEqual(reader.fresh(seen, held, limit), code == 0)
+
+    def test_a_date_ahead_of_the_clock(self):
         with Segment(BLOCK, age=-3600) as segment:
-            self.assertEqual(reader.locked_bytes(segment.path)[1], 0)
+            self.assertAlmostEqual(reader.locked_bytes(segment.path)[1], -3600, delta=10)
+
+    def test_fresh_up_to_its_limits(self):
+        published = {"published"}
+        for age, flags, limit, expected in (
+                (20, published, None, True), (20.1, published, None, False), (1800, published | {"measuring"}, None, True),
+                (1800.1, published | {"measuring"}, None, False), (1e9, published, 0, True), (5, published, 5, True),
+                (-10, published, None, True), (-10.1, published, 0, False), (0, {"attached", "measuring"}, 0, False)):
+            self.assertEqual(reader.fresh(age, flags, limit), expected, (age, flags, limit))
 
     def test_only_cuda(self):
         self.assertEqual(len(list(reader.gpus(block([WHOLE], [WHOLE], only_cuda=1)))), 1)

@@ -13,11 +13,11 @@ BUILD = os.environ["QZGPUINFO_BUILD"]
 
 SOURCE = r"""
 #include <cstdio>
-#include "reader/GpuSegmentReader.h"
+#include "reader/isFresh.h"
 int main(int, char** argv) {
     GpuSnapshot snapshot;
     const SegmentResult result = GpuSegmentReader(argv[1]).read(snapshot);
-    std::printf("%s\n", segmentResultText(result));
+    std::printf("%s, %sfresh\n", segmentResultText(result), isFresh(snapshot) ? "" : "not ");
     for (int i = 0; i < snapshot.gpuCount(); ++i)
         std::printf("%s %s\n", gpuTypeName(snapshot.gpu(i)), snapshot.gpu(i).name);
 }
@@ -63,9 +63,9 @@ class Installed(unittest.TestCase):
 
     def expect_to_read(self, program):
         with Segment(block([record(b"RTX")], [record(b"Navi", kind=2)])) as segment:
-            self.assertEqual(call(program, segment.directory), "the GPU list was read\nCuda RTX\nAMD Navi\n")
+            self.assertEqual(call(program, segment.directory), "the GPU list was read, fresh\nCuda RTX\nAMD Navi\n")
         with Segment() as segment:
-            self.assertEqual(call(program, segment.directory), "there is no segment; the companion does not run\n")
+            self.assertEqual(call(program, segment.directory), "there is no segment; the companion does not run, not fresh\n")
 
     def test_cmake_package(self):
         build = os.path.join(self.folder, "build")

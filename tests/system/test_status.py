@@ -13,7 +13,7 @@ import time
 import unittest
 
 import segment_bytes
-from segment_bytes import Segment, block, record
+from segment_bytes import ATTACHED, MEASURING, PUBLISHED, Segment, block, record
 from status_command import PROGRAM, run
 
 OK, NO_DATA, USAGE, STALE, FOREIGN, LOCKED, NOT_READABLE, OUTPUT = range(8)
@@ -43,7 +43,7 @@ class States(unittest.TestCase):
     def test_fresh_data(self):
         with Segment(block([GPU])) as segment:
             report = self.expect(segment, OK, "ok")
-            self.assertTrue(report["writerAttached"])
+            self.assertEqual([report[flag] for flag in ("writerAttached", "published", "measuring")], [True, True, False])
             self.assertLess(report["ageSeconds"], 10)
 
     def test_no_gpu_at_all_is_fresh_data_too(self):
@@ -74,12 +74,22 @@ class States(unittest.TestCase):
             self.expect(segment, NO_DATA, "notReady")
 
     def test_no_writer_attached(self):
-        with Segment(block([GPU]), writer=False, age=12.0) as segment:
+        with Segment(block([GPU]), flags=(), age=12.0) as segment:
             report = self.expect(segment, STALE, "stale")
             self.assertFalse(report["writerAttached"])
             self.assertAlmostEqual(report["ageSeconds"], 12.0, delta=5)
             self.assertEqual(report["gpus"][0]["usagePercent"], 5)
             self.assertIn("STALE: no companion", run(directory=segment.directory).stdout.decode())
+
+    def test_a_writer_that_has_not_published(self):
+        for flags in ((ATTACHED,), (ATTACHED, MEASURING)):
+            with Segment(block([GPU]), flags=flags, age=3) as segment:
+                report = self.expect(segment, STALE, "stale")
+                self.assertRegex(report["message"], r"\Athe companion has not published yet; an earlier one published "
+                                                    r"the list [3-9]\.\d s ago\Z")
+                self.assertEqual((report["writerAttached"], report["published"]), (True, False))
+                segment.set(PUBLISHED)
+                self.expect(segment, OK, "ok")
 
     def test_the_writer_ends_while_the_segment_stays(self):
         with Segment(block([GPU])) as segment:
@@ -88,17 +98,34 @@ class States(unittest.TestCase):
             self.expect(segment, STALE, "stale")
 
     def test_older_than_the_limit(self):
-        for age, limit, state in ((1700, None, "ok"), (1900, None, "stale"), (1900, "0", "ok"), (1900, "2000", "ok"),
-                                  (10, "5", "stale"), (10, "5.5", "stale"), (3, "60", "ok")):
-            with self.subTest(age=age, limit=limit), Segment(block([GPU]), age=age) as segment:
+        for age, flag, limit, state in (
+                (10, PUBLISHED, None, "ok"), (21, PUBLISHED, None, "stale"), (21, MEASURING, None, "ok"),
+                (1700, MEASURING, None, "ok"), (1801, MEASURING, None, "stale"), (1900, PUBLISHED, "0", "ok"),
+                (1900, PUBLISHED, "2000", "ok"), (10, PUBLISHED, "5", "stale"), (10, MEASURING, "5.5", "stale"),
+                (3, PUBLISHED, "60", "ok")):
+            flags = (ATTACHED, PUBLISHED, flag)
+            with self.subTest(age=age, limit=limit), Segment(block([GPU]), age=age, flags=flags) as segment:
                 arguments = [] if limit is None else ["--max-age", limit]
                 result = run("--json", *arguments, directory=segment.directory)
                 self.assertEqual(json.loads(result.stdout)["state"], state)
                 self.assertEqual(result.returncode, OK if state == "ok" else STALE)
 
-    def test_a_clock_that_was_set_back_gives_no_negative_age(self):
-        with Segment(block([GPU]), age=-3600) as segment:
+    def test_the_limit_is_named(self):
+        with Segment(block([GPU]), age=100) as segment:
+            self.assertRegex(self.expect(segment, STALE, "stale")["message"],
+                             r"\Athe list was published 10\d\.\d s ago, more than 20\.0 s\Z")
+            segment.set(MEASURING)
+            self.assertTrue(self.expect(segment, OK, "ok")["measuring"])
+
+    def test_a_clock_that_was_set_back(self):
+        with Segment(block([GPU]), age=-8) as segment:
             self.assertEqual(self.expect(segment, OK, "ok")["ageSeconds"], 0)
+        with Segment(block([GPU]), age=-3600) as segment:
+            report = self.expect(segment, STALE, "stale")
+            self.assertEqual(report["ageSeconds"], 0)
+            self.assertRegex(report["message"], r"\Athe list is dated 3\d{3}\.\d s in the future, its age is not known; "
+                                                r"the clock was set back\Z")
+            self.assertEqual(run("--max-age", "0", directory=segment.directory).returncode, STALE)
 
     def test_another_version(self):
         with Segment(block([GPU], version=segment_bytes.VERSION + 1)) as segment:
@@ -224,8 +251,8 @@ class Waiting(unittest.TestCase):
             self.wait_while(segment, lambda: segment.write(block([GPU])))
 
     def test_for_a_companion_that_takes_over_old_data(self):
-        with Segment(block([GPU]), writer=False) as segment:
-            self.wait_while(segment, segment.attach)
+        with Segment(block([GPU]), flags=(ATTACHED,)) as segment:
+            self.wait_while(segment, lambda: segment.set(PUBLISHED))
 
     def test_returns_at_once_with_fresh_data(self):
         with Segment(block([GPU])) as segment:

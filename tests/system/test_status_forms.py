@@ -6,7 +6,7 @@ import subprocess
 import unittest
 
 import exposition
-from segment_bytes import NAME, Segment, block, record
+from segment_bytes import MEASURING, NAME, WRITER, Segment, block, record
 from status_command import run
 
 RTX = record(b"NVIDIA GeForce RTX 4090", usage=45, temperature=60, total=24576, memory=(1024, 23552), speed=123.45,
@@ -65,6 +65,10 @@ class Table(unittest.TestCase):
     def test_no_gpu(self):
         self.assertRegex(self.table(block()), r"\A0 GPUs, published \d\.\d s ago\n\Z")
 
+    def test_measuring(self):
+        text = self.table(block([RTX]), age=100, flags=(*WRITER, MEASURING))
+        self.assertRegex(text, r"\A1 GPU, published 10\d\.\d s ago, measuring\n")
+
     def test_no_figure_of_an_earlier_cycle(self):
         old = record(b"gone", valid=0, usage=45, temperature=60, total=24576, memory=(1, 2), speed=1.0)
         self.assertRegex(self.table(block([old, RTX])), r"\n0 Cuda-0 gone +- +- +- +- -\n")
@@ -105,8 +109,8 @@ class Json(unittest.TestCase):
 
     def test_whole(self):
         report = self.report(block([RTX], [NAVI], summary=SUMMARY))
-        self.assertEqual(list(report), ["formatVersion", "state", "message", "segment", "writerAttached", "ageSeconds",
-                                        "publishedAt", "gpus", "summary"])
+        self.assertEqual(list(report), ["formatVersion", "state", "message", "segment", "writerAttached", "published",
+                                        "measuring", "ageSeconds", "publishedAt", "gpus", "summary"])
         self.assertEqual((report["formatVersion"], report["state"], report["writerAttached"]), (1, "ok", True))
         self.assertEqual(report["gpus"], [
             {"index": 0, "name": "NVIDIA GeForce RTX 4090", "kind": "Cuda", "kindCode": 1, "deviceIndex": 0,
@@ -173,13 +177,13 @@ class Prometheus(unittest.TestCase):
     def test_whole(self):
         families = self.families(block([RTX, IDLE], [NAVI], summary=SUMMARY))
         self.assertEqual(list(families), [
-            "qzgpuinfo_up", "qzgpuinfo_writer_attached", "qzgpuinfo_data_age_seconds",
-            "qzgpuinfo_data_timestamp_seconds", "qzgpuinfo_gpus", "qzgpuinfo_gpu_info", "qzgpuinfo_gpu_figures_valid",
+            "qzgpuinfo_up", "qzgpuinfo_writer_attached", "qzgpuinfo_measuring",
+            "qzgpuinfo_data_age_seconds", "qzgpuinfo_data_timestamp_seconds", "qzgpuinfo_gpus", "qzgpuinfo_gpu_info", "qzgpuinfo_gpu_figures_valid",
             "qzgpuinfo_gpu_opencl_matched", "qzgpuinfo_gpu_optix_capable", "qzgpuinfo_gpu_amd_ray_tracing",
             "qzgpuinfo_gpu_usage_ratio", "qzgpuinfo_gpu_temperature_celsius", "qzgpuinfo_gpu_memory_total_bytes",
             "qzgpuinfo_gpu_memory_used_bytes", "qzgpuinfo_gpu_memory_free_bytes", "qzgpuinfo_gpu_benchmark_score"])
         for name, gpu, value in (
-                ("up", None, 1), ("writer_attached", None, 1), ("gpus", None, 3), ("gpu_usage_ratio", "0", 0.45),
+                ("up", None, 1), ("writer_attached", None, 1), ("measuring", None, 0), ("gpus", None, 3), ("gpu_usage_ratio", "0", 0.45),
                 ("gpu_usage_ratio", "1", 0), ("gpu_temperature_celsius", "0", 60), ("gpu_benchmark_score", "0", 123.45),
                 ("gpu_memory_total_bytes", "0", 24576 * 2**20), ("gpu_memory_total_bytes", "2", 16384 * 2**20),
                 ("gpu_memory_used_bytes", "0", 1024 * 2**20), ("gpu_memory_free_bytes", "0", 23552 * 2**20),
@@ -195,8 +199,9 @@ class Prometheus(unittest.TestCase):
             self.assertNotIn(absent, labels)
 
     def test_the_datas_age(self):
-        families = self.families(block([RTX]), age=100)
+        families = self.families(block([RTX]), age=100, flags=(*WRITER, MEASURING))
         self.assertAlmostEqual(self.value(families, "qzgpuinfo_data_age_seconds"), 100, delta=5)
+        self.assertEqual([self.value(families, "qzgpuinfo_" + name) for name in ("up", "measuring")], [1, 1])
 
     def test_a_gpu_that_did_not_answer(self):
         families = self.families(block([record(b"x", valid=0, usage=5)]))
@@ -213,7 +218,7 @@ class Prometheus(unittest.TestCase):
         self.assertEqual(families["qzgpuinfo_gpu_info"]["series"][0][0]["kind"], "unknown(200)")
 
     def test_no_gpu_series_while_the_data_are_not_fresh(self):
-        cases = ((block([RTX]), {"writer": False}, True), (block([RTX]), {"age": 4000}, True),
+        cases = ((block([RTX]), {"flags": ()}, True), (block([RTX]), {"age": 4000}, True),
                  (block([RTX], ready=0), {}, True), (block([RTX], version=1), {}, True), (None, {}, False))
         for data, options, opened in cases:
             families = self.families(data, **options)

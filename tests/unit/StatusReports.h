@@ -81,6 +81,7 @@ inline StatusReport freshReport(std::vector<GpuView> gpus = {}) {
     report.message = "the GPU list was read";
     report.segmentPath = "/dev/shm/qzGpuInfo_v2";
     report.writerAttached = true;
+    report.published = true;
     report.ageSeconds = 1.25;
     report.publishedAt = 1700000000.5;
     report.gpus = std::move(gpus);
@@ -98,6 +99,15 @@ inline StatusReport staleReport() {
         report.state = ReportState::Stale;
         report.message = "no companion keeps the list fresh";
         report.writerAttached = false;
+        report.published = false;
+    });
+}
+
+/// Fresh data that are old, as a benchmark is under way.
+inline StatusReport measuringReport() {
+    return with(freshReport(), [](StatusReport& report) {
+        report.measuring = true;
+        report.ageSeconds = 100.0;
     });
 }
 

@@ -1,5 +1,6 @@
 qz_unit_test(GpuSegmentReader LINK qzgpureader)
 qz_unit_test(CancelledReader LINK qzgpureader)
+qz_unit_test(isFresh LINK qzgpureader)
 qz_unit_test(StatusText LINK qz_gpu_status)
 qz_unit_test(tableForm LINK qz_gpu_status)
 qz_unit_test(lineForm LINK qz_gpu_status)

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <thread>
+#include <tuple>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -98,6 +99,31 @@ class test_ReaderAndWriter : public QObject {
         publish(uniformBlock(2));
         QCOMPARE(read(snapshot), SegmentResult::Ok);
         QVERIFY(snapshot.ageSeconds < 10.0);
+    }
+
+    void bothMeanTheSameFlags() {
+        GpuSnapshot snapshot;
+        publish(uniformBlock(1));
+        const auto seen = [&] {
+            read(snapshot);
+            return std::make_tuple(snapshot.writerAttached, snapshot.published, snapshot.measuring);
+        };
+        QCOMPARE(seen(), std::make_tuple(true, false, false));
+        QVERIFY(writer->mark(SegmentFlag::HasPublished));
+        QCOMPARE(seen(), std::make_tuple(true, true, false));
+        QVERIFY(writer->mark(SegmentFlag::Measuring));
+        QCOMPARE(seen(), std::make_tuple(true, true, true));
+    }
+
+    void ahead() {
+        publish(uniformBlock(1));
+        const QByteArray path = (folder->path() + "/" + segmentKey).toUtf8();
+        const timespec tomorrow[2] = {{::time(nullptr) + 86400, 0}, {::time(nullptr) + 86400, 0}};
+        QCOMPARE(::utimensat(AT_FDCWD, path.constData(), tomorrow, 0), 0);
+        GpuSnapshot snapshot;
+        QCOMPARE(read(snapshot), SegmentResult::Ok);
+        QCOMPARE(snapshot.ageSeconds, 0.0);
+        QVERIFY(snapshot.aheadSeconds > 86000.0 && snapshot.aheadSeconds <= 86400.0);
     }
 
     void theWritersLockKeepsTheReaderOut() {

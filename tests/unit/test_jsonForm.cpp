@@ -16,6 +16,8 @@ const char wholeObject[] = R"({
   "message": "the GPU list was read",
   "segment": "/dev/shm/qzGpuInfo_v2",
   "writerAttached": true,
+  "published": true,
+  "measuring": false,
   "ageSeconds": 1.250,
   "publishedAt": 1700000000.500,
   "gpus": [
@@ -105,6 +107,8 @@ const char emptyObject[] = R"({
   "message": "there is no segment",
   "segment": "/dev/shm/qzGpuInfo_v2",
   "writerAttached": false,
+  "published": false,
+  "measuring": false,
   "ageSeconds": null,
   "publishedAt": null,
   "gpus": [],
@@ -177,6 +181,7 @@ class test_jsonForm : public QObject {
         gpu(
             "smallest score", [](GpuView& view) { view.speedGps = FLT_MIN; },
             "\"speedGps\": 1.1754944e-38\n");
+        QTest::newRow("measuring") << measuringReport() << "\"published\": true,\n  \"measuring\": true,\n";
         QTest::newRow("age to a millisecond")
             << with(freshReport(), [](StatusReport& report) { report.ageSeconds = 0.0006; })
             << R"("ageSeconds": 0.001,)";

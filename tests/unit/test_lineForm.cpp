@@ -28,6 +28,8 @@ class test_lineForm : public QObject {
         row("no GPU", freshReport(), "NOW state=ok age=1.2s gpus=0 the GPU list was read\n");
         row("stale", staleReport(),
             "NOW state=stale age=1.2s gpu=0 kind=AMD-0 load=- temp=- mem=-/16384MiB speed=- name=Navi 31\n");
+        row("measuring", measuringReport(),
+            "NOW state=ok age=100.0s measuring=yes gpus=0 the GPU list was read\n");
         row("no segment", missingReport(), "NOW state=missing gpus=0 there is no segment\n");
         row("unknown kind", freshReport({unknownGpu()}),
             "NOW state=ok age=1.2s gpu=0 kind=unknown(7)-3 load=- temp=- mem=- speed=- name=New\n");

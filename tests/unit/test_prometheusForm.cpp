@@ -14,7 +14,7 @@ StatusReport attachedReport() {
 }
 
 /// What does not depend on the GPUs, but for the data's age.
-QByteArray aboutCompanion(bool up, bool attached) {
+QByteArray aboutCompanion(bool up, bool attached, bool measuring = false) {
     return "# HELP qzgpuinfo_up 1 while a companion publishes fresh data, else 0.\n"
            "# TYPE qzgpuinfo_up gauge\n"
            "qzgpuinfo_up " +
@@ -22,7 +22,12 @@ QByteArray aboutCompanion(bool up, bool attached) {
            "\n# HELP qzgpuinfo_writer_attached 1 while some process keeps the published list alive.\n"
            "# TYPE qzgpuinfo_writer_attached gauge\n"
            "qzgpuinfo_writer_attached " +
-           QByteArray::number(attached) + "\n";
+           QByteArray::number(attached) +
+           "\n# HELP qzgpuinfo_measuring 1 while a companion measures the GPUs' speed, which delays its "
+           "data.\n"
+           "# TYPE qzgpuinfo_measuring gauge\n"
+           "qzgpuinfo_measuring " +
+           QByteArray::number(measuring) + "\n";
 }
 
 const char age[] = R"(# HELP qzgpuinfo_data_age_seconds Age of the published data when this text was made.
@@ -108,6 +113,8 @@ class test_prometheusForm : public QObject {
         };
         row("four GPUs", mixedReport(), aboutCompanion(true, true) + age + count + "4\n" + families);
         row("no GPU", freshReport(), aboutCompanion(true, true) + age + count + "0\n");
+        row("measuring", with(measuringReport(), [](StatusReport& report) { report.ageSeconds = 1.25; }),
+            aboutCompanion(true, true, true) + age + count + "0\n");
         row("stale", staleReport(), aboutCompanion(false, false) + age);
         row("attached and too old", attachedReport(), aboutCompanion(false, true) + age);
         row("no segment", missingReport(), aboutCompanion(false, false));

@@ -12,6 +12,7 @@
 
 #include "ChildProcess.h"
 #include "SegmentDirectory.h"
+#include "SegmentFlags.h"
 #include "support/qzSharedMemory.h"
 
 namespace {
@@ -19,19 +20,6 @@ namespace {
 constexpr char key[] = "segment";
 constexpr unsigned char mode = 7;
 constexpr qint64 blockSize = 7472;
-
-/// What a reader in another language asks: whether anybody is attached.
-bool isAnybodyAttached(const QByteArray& path) {
-    const int object = open(path.constData(), O_RDWR | O_CLOEXEC);
-    struct flock range{};
-    range.l_type = F_WRLCK;
-    range.l_whence = SEEK_SET;
-    range.l_start = 4611686018427387904; // 2 to the power of 62
-    range.l_len = 1;
-    const bool asked = fcntl(object, F_OFD_GETLK, &range) == 0;
-    close(object);
-    return asked && range.l_type != F_UNLCK;
-}
 
 bool setRecordLock(int object, short type) {
     struct flock range{};
@@ -74,16 +62,39 @@ class TestSegmentProcesses : public QObject {
     void attachedIsVisible() {
         const SegmentDirectory directory;
         QVERIFY(directory.makeFile(key, QByteArray(int(blockSize), '\0')));
-        QVERIFY(!isAnybodyAttached(directory.file(key)));
+        QCOMPARE(flagsOn(directory.file(key)), QString());
         qzSharedMemory segment(key, mode, directory.path());
         QVERIFY(segment.attach());
-        QVERIFY(isAnybodyAttached(directory.file(key)));
+        QCOMPARE(flagsOn(directory.file(key)), QString("attached"));
         QVERIFY(segment.detach());
         qzSharedMemory created(key, mode & ~1, directory.path());
         QVERIFY(created.create(blockSize, true, false));
-        QVERIFY(isAnybodyAttached(directory.file(key)));
+        QCOMPARE(flagsOn(directory.file(key)), QString("attached"));
         QVERIFY(created.detach());
-        QVERIFY(!isAnybodyAttached(directory.file(key)));
+        QCOMPARE(flagsOn(directory.file(key)), QString());
+    }
+
+    void flagsAreEachOnesOwn() {
+        const SegmentDirectory directory;
+        const QByteArray path = directory.file(key);
+        qzSharedMemory segment(key, mode, directory.path());
+        QVERIFY(!segment.mark(SegmentFlag::HasPublished));
+        QCOMPARE(segment.error(), int(qzSharedMemory::NotFound));
+        QVERIFY(segment.create(blockSize, true, false));
+        QVERIFY(segment.mark(SegmentFlag::Measuring));
+        QCOMPARE(flagsOn(path), QString("attached measuring"));
+        qzSharedMemory other(key, mode, directory.path());
+        QVERIFY(other.attach());
+        QVERIFY(other.mark(SegmentFlag::Measuring)); // shared
+        QVERIFY(other.mark(SegmentFlag::HasPublished));
+        QVERIFY(segment.mark(SegmentFlag::Measuring, false));
+        QCOMPARE(flagsOn(path), QString("attached published measuring"));
+        QVERIFY(other.mark(SegmentFlag::Measuring, false));
+        QCOMPARE(flagsOn(path), QString("attached published"));
+        QVERIFY(other.mark(SegmentFlag::Measuring));
+        const ChildProcess child([] { return pause(); }); // has copies of the descriptors
+        QVERIFY(other.detach());
+        QCOMPARE(flagsOn(path), QString("attached"));
     }
 
     void killedProcessLeavesASegmentToReuse() {
@@ -91,7 +102,8 @@ class TestSegmentProcesses : public QObject {
         Signpost attached;
         ChildProcess child([&] {
             qzSharedMemory other(key, mode, directory.path());
-            if (!other.create(blockSize, true, false) || !other.lock())
+            if (!other.create(blockSize, true, false) || !other.lock() ||
+                !other.mark(SegmentFlag::HasPublished) || !other.mark(SegmentFlag::Measuring))
                 return 1;
             attached.give();
             pause();
@@ -101,7 +113,7 @@ class TestSegmentProcesses : public QObject {
         child.kill();
         QCOMPARE(child.result(), 1000 + SIGKILL);
         QCOMPARE(directory.names(), QStringList{key});
-        QVERIFY(!isAnybodyAttached(directory.file(key)));
+        QCOMPARE(flagsOn(directory.file(key)), QString());
         qzSharedMemory segment(key, mode, directory.path());
         QVERIFY(!segment.create(blockSize, true, false));
         QCOMPARE(segment.error(), int(qzSharedMemory::AlreadyExists));

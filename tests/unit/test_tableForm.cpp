@@ -50,6 +50,8 @@ class test_tableForm : public QObject {
 0 AMD-0 Navi 31    -    - -/16384 MiB     - RT
 )";
         QTest::newRow("no GPU") << freshReport() << true << "0 GPUs, published 1.2 s ago\n";
+        QTest::newRow("measuring") << measuringReport() << true
+                                   << "0 GPUs, published 100.0 s ago, measuring\n";
         QTest::newRow("of unknown age")
             << with(freshReport(), [](StatusReport& report) { report.ageSeconds.reset(); }) << true
             << "0 GPUs, published 0.0 s ago\n";
