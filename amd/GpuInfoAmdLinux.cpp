@@ -1,7 +1,7 @@
 #include "amd/GpuInfoAmdLinux.h"
 
-#include "amd/sysfs.h"
 #include "app/log/logLine.h"
+#include "gpu/sysfs.h"
 #include "opencl/benchmarkGpu.h"
 
 namespace {

@@ -4,8 +4,8 @@
 #include "amd/AmdAdvice.h"
 #include "amd/GpuInfoAmdLinux.h"
 #include "amd/amdCard.h"
-#include "amd/sysfs.h"
 #include "app/log/logLine.h"
+#include "gpu/sysfs.h"
 #include "opencl/GpuOpenCL_Loader.h"
 #include "support/distributionId.h"
 

@@ -1,6 +1,6 @@
 #include "amd/amdCard.h"
 
-#include "amd/sysfs.h"
+#include "gpu/sysfs.h"
 
 namespace {
 

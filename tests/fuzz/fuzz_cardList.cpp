@@ -5,7 +5,7 @@
 
 #include <QFile>
 
-#include "amd/sysfs.h"
+#include "gpu/sysfs.h"
 #include "tests/fuzz/ScratchDirectory.h"
 
 namespace {

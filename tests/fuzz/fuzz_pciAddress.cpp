@@ -1,7 +1,7 @@
 // The bus number in the path that a device's link leads to.
 #include <string>
 
-#include "amd/sysfs.h"
+#include "gpu/sysfs.h"
 #include "tests/fuzz/FuzzInput.h"
 
 namespace {

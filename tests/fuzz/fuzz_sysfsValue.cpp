@@ -4,7 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "amd/sysfs.h"
+#include "gpu/sysfs.h"
 #include "tests/fuzz/FuzzInput.h"
 
 namespace {

@@ -102,7 +102,7 @@ class Dev(Scratch):
 class Includes(Scratch):
     def check(self, files):
         for name in ("support/qzTime.h", "app/log/logLine.h", "gpu/GpuInfo.h", "opencl/errorName.h",
-                     "nvidia/nvml.h", "amd/sysfs.h", "app/WatchDog.h", "reader/Reader.h",
+                     "nvidia/nvml.h", "amd/AmdAdvice.h", "app/WatchDog.h", "reader/Reader.h",
                      "simulator/Fault.h"):
             self.write(name, "#pragma once\n")
         for name, text in files.items():
@@ -120,7 +120,7 @@ class Includes(Scratch):
             "opencl/a.cpp": '#include "gpu/GpuInfo.h"\n',
             "nvidia/a.cpp": '#include "opencl/errorName.h"\n',
             "amd/a.cpp": '#include "opencl/errorName.h"\n',
-            "app/a.cpp": '#include "nvidia/nvml.h"\n#include "amd/sysfs.h"\n#include "app/WatchDog.h"\n',
+            "app/a.cpp": '#include "nvidia/nvml.h"\n#include "amd/AmdAdvice.h"\n#include "app/WatchDog.h"\n',
             "reader/a.cpp": '#include "support/qzTime.h"\n',
             "reader/status/a.cpp": '#include "gpu/GpuInfo.h"\n#include "reader/Reader.h"\n',
             "tests/unit/a.cpp": '#include "app/WatchDog.h"\n',
@@ -134,7 +134,7 @@ class Includes(Scratch):
             ("app/log/a.h", "gpu/GpuInfo.h"),
             ("gpu/a.h", "opencl/errorName.h"),
             ("opencl/a.cpp", "nvidia/nvml.h"),
-            ("nvidia/a.cpp", "amd/sysfs.h"),
+            ("nvidia/a.cpp", "amd/AmdAdvice.h"),
             ("amd/a.cpp", "nvidia/nvml.h"),
             ("amd/a.cpp", "app/WatchDog.h"),
             ("reader/a.cpp", "app/log/logLine.h"),

@@ -1,4 +1,3 @@
-qz_unit_test(sysfs LINK qz_amd)
 qz_unit_test(AmdAdvice LINK qz_amd)
 qz_unit_test(AmdOclCandidate LINK qz_amd qz_fakes)
 qz_unit_test(GpuInfoAmdLinux_detect LINK qz_amd qz_fakes)

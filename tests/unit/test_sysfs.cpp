@@ -6,7 +6,7 @@
 #include <QFile>
 #include <QTest>
 
-#include "amd/sysfs.h"
+#include "gpu/sysfs.h"
 #include "tests/unit/DrmTree.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "amd/sysfs.h"
+#include "gpu/sysfs.h"
 
 #include <QDir>
 #include <QFileInfo>
