@@ -43,3 +43,11 @@ function(qz_library target)
         set_target_properties(${target} PROPERTIES AUTOMOC ON)
     endif()
 endfunction()
+
+# qz_rooms(<variable>): the folders that rooms.txt lists, in its order.
+function(qz_rooms variable)
+    set_property(DIRECTORY "${PROJECT_SOURCE_DIR}" APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS rooms.txt)
+    file(STRINGS "${PROJECT_SOURCE_DIR}/rooms.txt" rooms REGEX "^[a-z]")
+    list(TRANSFORM rooms REPLACE " .*" "")
+    set(${variable} "${rooms}" PARENT_SCOPE)
+endfunction()

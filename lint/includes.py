@@ -1,31 +1,19 @@
 #!/usr/bin/env python3
-"""Rejects an include that points up the row of folders.
+"""Rejects an include that rooms.txt does not allow.
 
 usage: includes.py [ROOT [FILE...]]
 
-The folders depend one way:
-  support <- app/log <- gpu <- opencl <- nvidia, amd <- the rest of app
-Prints FILE:LINE: REASON for each include that breaks this, and ends with 1 if there is one.
+The folders depend one way. Prints FILE:LINE: REASON for each include that breaks this, and ends with 1 if
+there is one.
 """
 
 import re
 import sys
 from pathlib import Path, PurePosixPath
 
-# Each folder of the tree, and the others that its files may include. tests/ and benchmarks/ may use them all.
-MAY_INCLUDE = {
-    "support": [],
-    "app/log": ["support"],
-    "gpu": ["support", "app/log"],
-    "opencl": ["support", "app/log", "gpu"],
-    "nvidia": ["support", "app/log", "gpu", "opencl"],
-    "amd": ["support", "app/log", "gpu", "opencl"],
-    "app": ["support", "app/log", "gpu", "opencl", "nvidia", "amd"],
-    "doctor": ["support", "app/log", "gpu", "opencl", "nvidia", "amd", "reader"],
-    # Without Qt, which its targets don't see: what needs that does not compile there.
-    "reader": ["support", "gpu"],
-    "simulator": [],
-}
+ROOMS = (Path(__file__).resolve().parent.parent / "rooms.txt").read_text(encoding="utf-8").splitlines()
+# Each folder, and the others that its files may include.
+MAY_INCLUDE = {folder: others for folder, *others in map(str.split, ROOMS) if folder != "#"}
 SOURCES = {".h", ".hpp", ".cpp", ".cc", ".c", ".in"}
 INCLUDE = re.compile(r'^\s*#\s*include(?:_next)?\s*(["<])([^">]+)[">]')
 

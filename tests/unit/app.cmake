@@ -1,5 +1,3 @@
-qz_unit_test(logLine LINK qz_log)
-qz_unit_test(output LINK qz_log)
 qz_unit_test(CommandLine LINK qz_app)
 qz_unit_test(exitCode LINK qz_app)
 qz_unit_test(banner LINK qz_app)
