@@ -9,6 +9,12 @@ import subprocess
 import sys
 from pathlib import Path
 
+from measure import ROOT
+
+sys.path.insert(0, str(ROOT / "simulator"))
+
+from qzsim import Sandbox  # noqa: E402  (found through the path above)
+
 LINKED = re.compile(r"(/\S+) \(0x")
 
 
@@ -27,23 +33,20 @@ def files_of(program):
     return [program, *LINKED.findall(linked.stdout)]
 
 
-def command(programs, options=()):
-    """The beginning of a command line that runs one of `programs` (absolute paths) on that machine."""
-    line = [locate("bwrap"), "--unshare-ipc", "--unshare-net", "--die-with-parent", "--clearenv"]
-    line += ["--setenv", "PATH", "/usr/bin:/bin", "--setenv", "LC_ALL", "C.UTF-8"]
-    line += ["--proc", "/proc", "--dev", "/dev", "--tmpfs", "/dev/shm", "--tmpfs", "/tmp"]
-    line += ["--dir", "/sys/class/drm"]
+def bare_machine(programs, options=()):
+    """A sandbox for `programs` (absolute paths)."""
+    root = ["--unshare-ipc", "--unshare-net", "--clearenv", "--setenv", "PATH", "/usr/bin:/bin",
+            "--setenv", "LC_ALL", "C.UTF-8", "--tmpfs", "/tmp"]
     for path in dict.fromkeys(path for program in programs for path in files_of(program)):
-        line += ["--ro-bind", path, path]
+        root += ["--ro-bind", path, path]
     for path in ("/etc/ld.so.cache", "/etc/os-release"):
-        line += ["--ro-bind-try", str(Path(path).resolve()), path]
-    return [*line, *options]
+        root += ["--ro-bind-try", str(Path(path).resolve()), path]
+    return Sandbox(root, more=["--dir", "/sys/class/drm", *options])
 
 
 def check(program, *arguments):
     """Makes sure that the program runs there and finds no GPU: one that dies at once would seem fast."""
-    run = subprocess.run(
-        [*command([program]), program, *arguments], capture_output=True, text=True, timeout=60, check=False
-    )
-    if run.returncode != 0 or ". qzGpuInfo " not in run.stdout:
-        sys.exit(f"{program} does not run on the bare machine ({run.returncode}):\n{run.stdout}{run.stderr}")
+    with bare_machine([program]) as machine:
+        run = machine.run_to_end(program, *arguments)
+        if run.exit_code != 0 or ". qzGpuInfo " not in run.output:
+            sys.exit(f"{program} does not run on the bare machine ({run.exit_code}):\n{run.output}{run.errors}")

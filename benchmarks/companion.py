@@ -10,11 +10,11 @@ CYCLE_SECONDS = 4.0
 
 
 class Companion:
-    """A running qzGpuInfo, by its process' number on this host. `is_running` tells whether it still runs."""
+    """The qzGpuInfo of a Run."""
 
-    def __init__(self, pid, is_running):
-        self.pid = pid
-        self._is_running = is_running
+    def __init__(self, run):
+        self.pid = run.pid()
+        self._run = run
         self._seen = None
 
     def published(self):
@@ -37,7 +37,7 @@ class Companion:
         turn, cycle after cycle, whichever publishes first."""
         deadline = time.monotonic() + 3 * CYCLE_SECONDS
         while self.published() == self._seen or not self.is_ready():
-            if not self._is_running() or time.monotonic() > deadline:
+            if not self._run.is_running or time.monotonic() > deadline:
                 sys.exit("the companion does not publish")
             time.sleep(0.1)
         self._seen = self.published()

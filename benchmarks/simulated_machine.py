@@ -8,7 +8,7 @@ from measure import ROOT
 
 sys.path.insert(0, str(ROOT / "simulator"))
 
-from qzsim import Simulation, SimulationError  # noqa: E402  (found through the path above)
+from qzsim import SandboxError, Simulation  # noqa: E402  (found through the path above)
 
 # No section has a changing figure, so that the values of /sys are plain files and nothing of the simulator stands
 # between the program and them.
@@ -73,7 +73,7 @@ def simulation(machine, build, **settings):
     """The machine of that name or path; ends the measurement where the host can't simulate it."""
     try:
         return Simulation(str(machine), build, **settings)
-    except SimulationError as error:
+    except SandboxError as error:
         sys.exit(f"no simulated machine: {error}")
 
 

@@ -2,7 +2,8 @@
 
 from .counters import Report
 from .description import DescriptionError, Machine, describe, find_description, list_machines
-from .simulation import Simulation, SimulationError
+from .sandbox import Run, Sandbox, SandboxError
+from .simulation import Simulation
 
-__all__ = ["DescriptionError", "Machine", "Report", "Simulation", "SimulationError", "describe",
+__all__ = ["DescriptionError", "Machine", "Report", "Run", "Sandbox", "SandboxError", "Simulation", "describe",
            "find_description", "list_machines"]

@@ -1,6 +1,7 @@
 """The command line of simulate."""
 
 import argparse
+import contextlib
 import shlex
 import signal
 import sys
@@ -8,7 +9,8 @@ from pathlib import Path
 from typing import List, Optional, Sequence, Union
 
 from .description import DescriptionError, describe, list_machines
-from .simulation import Simulation, SimulationError
+from .sandbox import SandboxError
+from .simulation import Simulation
 
 _ROOT = Path(__file__).resolve().parent.parent.parent
 
@@ -57,16 +59,20 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
                         shm=_shm(options.shm), share_pids=options.share_pids, no_proc=options.no_proc,
                         wrap=options.wrap, cycle_start=options.cycle_start) as simulation:
             return _run(simulation, options.arguments, options.report)
-    except (DescriptionError, SimulationError) as error:
+    except (DescriptionError, SandboxError) as error:
         print(f"simulate: {error}", file=sys.stderr)
         return 125
 
 
 def _run(simulation: Simulation, arguments: List[str], report: Optional[Path]) -> int:
-    run = simulation.start(*arguments)
+    run = simulation.start(*arguments, stdout=None, stderr=None)
+
+    def pass_on(number: int, _frame: object) -> None:
+        with contextlib.suppress(ProcessLookupError):
+            run.send(number)
     for number in (signal.SIGINT, signal.SIGTERM):
-        signal.signal(number, lambda received, _frame: run.send(received) and None)
+        signal.signal(number, pass_on)
     code = run.wait(timeout=None)
     if report is not None:
         report.write_text(run.report.as_json() + "\n")
-    return code
+    return code or 0

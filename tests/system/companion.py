@@ -16,12 +16,13 @@ RECORD = 152
 class CompanionCase(SimulatedCase):
     """A test case that starts companions, each with a folder of its own as /dev/shm."""
 
-    def companion(self, machine, *arguments, shm=None, stdout=subprocess.PIPE, **settings):
+    def companion(self, machine, *arguments, shm=None, streams=subprocess.PIPE, **settings):
         """A companion on the machine of a description: its folder, that of another one where it is given, and the
         run."""
         if shm is None:
             shm = self.shm_folder()
-        return shm, self.described(machine, shm=shm, **settings).start(*arguments, stdout=stdout)
+        return shm, self.described(machine, shm=shm, **settings).start(*arguments, stdout=streams,
+                                                                          stderr=streams)
 
     def shm_folder(self):
         """A folder to be a machine's /dev/shm, removed with the test."""

@@ -10,11 +10,10 @@ NOBODY = 65534
 
 
 class UserSandbox(qz.Sandbox):
-    """The program as root, or as an ordinary user. Everybody may write to /dev/shm, as everywhere. `extra`: further
-    arguments for the sandbox."""
+    """The program as root, or as an ordinary user. Everybody may write to /dev/shm, as everywhere."""
 
-    def __init__(self, ordinary, shm="own", extra=()):
-        super().__init__(shm=shm)
+    def __init__(self, ordinary, **settings):
+        super().__init__(**settings)
         self.folder.chmod(0o1777)
         # The build may lie where an ordinary user sees nothing.
         self.outside.chmod(0o755)
@@ -22,10 +21,6 @@ class UserSandbox(qz.Sandbox):
         self.switch = []
         if ordinary and os.geteuid() == 0:
             self.switch = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups"]
-        if "--size" in self._command:
-            place = self._command.index("--size")
-            self._command[place:place] = ["--perms", "1777"]
-        self._command += extra
         self.user = NOBODY if self.switch else os.geteuid()
         self.stranger = 1 if self.switch else NOBODY
 

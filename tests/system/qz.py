@@ -2,7 +2,6 @@
 byte offsets and knows nothing of the program's headers."""
 
 import fcntl
-import json
 import os
 import re
 import shutil
@@ -11,7 +10,6 @@ import struct
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 import unittest
 from pathlib import Path
@@ -19,6 +17,11 @@ from pathlib import Path
 PROGRAM = os.environ["QZGPUINFO"]
 BUILD = Path(os.environ["QZGPUINFO_BUILD"])
 SOURCE = Path(os.environ["QZGPUINFO_SOURCE"])
+sys.path.insert(0, str(SOURCE / "simulator"))
+
+from qzsim import sandbox  # noqa: E402  (found through the path above)
+from qzsim.host import vendor_libraries  # noqa: E402
+
 NAME = "qzGpuInfo_v2"
 SIZE = 7472
 SUMMARY = 7316
@@ -53,12 +56,6 @@ NO_GPU_REPORT = ("#################### update current usage ####################
 UPDATED = "Updated shared memory block\n"
 
 
-def nvml_libraries():
-    """The driver's libraries of this machine, which the sandbox hides."""
-    listed = subprocess.run(["/sbin/ldconfig", "-p"], capture_output=True, text=True, check=False).stdout
-    return {os.path.realpath(path) for path in re.findall(r"=> (\S*/libnvidia-ml\.so\S*)", listed)}
-
-
 def wait_until(condition, timeout=10.0, what="the condition"):
     """The first true answer of `condition`; an error when none came in time."""
     deadline = time.monotonic() + timeout
@@ -71,105 +68,18 @@ def wait_until(condition, timeout=10.0, what="the condition"):
         time.sleep(0.01)
 
 
-class Run:
-    """The program while it runs. `lines` grows as they are written; each is (seconds since the start, text)."""
+class Sandbox(sandbox.Sandbox):
+    """A machine without GPUs. `shm` says what stands at /dev/shm: "own" (the host sees it as `folder`), or as for the
+    launcher's sandbox. `drm`: a folder of DRM cards."""
 
-    def __init__(self, command, environment, stdout):
-        told, tell = os.pipe()
-        self.started = time.monotonic()
-        # pylint: disable-next=consider-using-with
-        self._process = subprocess.Popen([command[0], "--info-fd", str(tell), *command[1:]], env=environment,
-                                         stdin=subprocess.DEVNULL, stdout=stdout, stderr=subprocess.PIPE,
-                                         pass_fds=[tell])
-        os.close(tell)
-        with os.fdopen(told, "rb") as pipe:
-            self.pid = json.load(pipe)["child-pid"]
-        self.lines = []
-        self.errors = b""
-        self.finished = None
-        self._threads = [threading.Thread(target=self._read_errors), threading.Thread(target=self._await_end)]
-        if self._process.stdout is not None:
-            self._threads.append(threading.Thread(target=self._read_lines))
-        for thread in self._threads:
-            thread.start()
-
-    def _read_lines(self):
-        for line in self._process.stdout:
-            self.lines.append((time.monotonic() - self.started, line.decode("utf-8", "replace")))
-
-    def _read_errors(self):
-        self.errors = self._process.stderr.read()
-
-    def _await_end(self):
-        self._process.wait()
-        self.finished = time.monotonic() - self.started
-
-    @property
-    def output(self):
-        return "".join(text for _, text in list(self.lines))
-
-    @property
-    def is_running(self):
-        return self._process.returncode is None
-
-    def wait_for(self, text, timeout=10.0, count=1):
-        """Waits for a line, and gives the seconds from the start to it."""
-        def times():
-            found = [when for when, line in list(self.lines) if line == text]
-            return found[count - 1:count]
-        return wait_until(times, timeout, f"{text!r} in {self.output!r}")[0]
-
-    def send(self, number):
-        os.kill(self.pid, number)
-
-    def end(self, timeout=10.0):
-        """Waits for the end: exit code (128 + the number of the signal that ended it) and all of the output."""
-        for thread in self._threads:
-            thread.join(max(0.0, timeout))
-            if thread.is_alive():
-                raise AssertionError(f"still running after {timeout} s, with {self.output!r}")
-        return self._process.returncode, self.output
-
-    def stop(self, number=signal.SIGTERM, timeout=10.0):
-        self.send(number)
-        return self.end(timeout)
-
-    def kill(self):
-        if self.is_running:
-            try:
-                os.kill(self.pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
-        for thread in self._threads:
-            thread.join(10)
-        for stream in (self._process.stdout, self._process.stderr):
-            if stream is not None:
-                stream.close()
-
-
-class Sandbox:
-    """A machine without GPUs. `shm` says what stands at /dev/shm: "own" (the host sees it as `folder`), "read-only",
-    "full", or "missing". `null` False: there is no /dev/null. `drm`: a folder of DRM cards."""
-
-    def __init__(self, shm="own", null=True, drm=None):
+    def __init__(self, shm="own", drm=None, more=(), **settings):
         self.folder = Path(tempfile.mkdtemp(prefix="qzTest-", dir="/dev/shm"))
         self.segment = self.folder / NAME
         self.outside = Path(tempfile.mkdtemp(prefix="qzTest-"))
-        self._runs = []
-        bind = ["--bind", str(self.folder), "/dev/shm"]
-        places = {"own": bind, "read-only": ["--ro-bind", *bind[1:]], "missing": [],
-                  "full": ["--size", "4096", "--tmpfs", "/dev/shm"]}[shm]
-        devices = ["--dev", "/dev"]
-        if shm == "missing" or not null:
-            devices = ["--tmpfs", "/dev", "--dev-bind", "/dev/full", "/dev/full"]
-            if null:
-                devices += ["--dev-bind", "/dev/null", "/dev/null"]
-        self._command = ["bwrap", "--die-with-parent", "--ro-bind", "/", "/", *devices, *places, "--tmpfs", "/sys",
-                         "--bind", str(self.outside), str(self.outside)]
-        if drm is not None:
-            self._command += ["--ro-bind", str(drm), "/sys/class/drm"]
-        for library in nvml_libraries():
-            self._command += ["--ro-bind", "/dev/null", library]
+        cards = ["--ro-bind", str(drm), "/sys/class/drm"] if drm else []
+        super().__init__(root=["--ro-bind", "/", "/"], shm=self.folder if shm == "own" else shm,
+                         hidden=[path for path in vendor_libraries() if "nvidia-ml" in path], share_pids=True,
+                         more=["--bind", str(self.outside), str(self.outside), *cards, *more], **settings)
         self._environment = {name: value for name, value in os.environ.items()
                              if not name.startswith(("LD_", "LC_", "LANG", "QT_"))}
 
@@ -180,9 +90,8 @@ class Sandbox:
             command = [PROGRAM, *arguments]
             if shell is not None:
                 command = ["/bin/sh", "-c", shell, *command]
-        run = Run([*self._command, "--", *command], {**self._environment, **environment}, stdout)
-        self._runs.append(run)
-        return run
+        return self.launch(command, PROGRAM, environment={**self._environment, **environment},
+                           stdin=subprocess.DEVNULL, stdout=stdout)
 
     def run(self, *arguments, timeout=20.0, **options):
         """The program from its start to its own end: exit code and output."""
@@ -202,8 +111,7 @@ class Sandbox:
         return self.segment.exists() and self.read()[4:8] == b"\1\0\0\0"
 
     def close(self):
-        for run in self._runs:
-            run.kill()
+        super().close()
         shutil.rmtree(self.folder, ignore_errors=True)
         shutil.rmtree(self.outside, ignore_errors=True)
 
@@ -232,7 +140,8 @@ class SandboxCase(unittest.TestCase):
 
 
 def main():
-    """Runs the file's tests; ends with 77 where the host can't lay out a sandbox."""
+    """Runs the file's tests. Ends with 77, and says why, where the host can't lay out a sandbox or every test was
+    skipped."""
     tried = subprocess.run(["bwrap", "--ro-bind", "/", "/", "--dev", "/dev", "--tmpfs", "/dev/shm", "true"],
                            capture_output=True, text=True, check=False) if shutil.which("bwrap") else None
     if tried is None or tried.returncode != 0:
@@ -242,4 +151,8 @@ def main():
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
         if signal.getsignal(number) == signal.SIG_IGN:
             signal.signal(number, signal.SIG_DFL)
-    unittest.main()
+    result = unittest.main(exit=False, verbosity=2).result
+    if result.testsRun > 0 and len(result.skipped) == result.testsRun:
+        print("SKIPPED: " + "; ".join(sorted({reason for _, reason in result.skipped})))
+        sys.exit(77)
+    sys.exit(not result.wasSuccessful())

@@ -1,18 +1,17 @@
 """Tests on simulated machines: where the simulator is, and what to do on a host that cannot simulate."""
 
-import os
-import sys
 import tempfile
 import unittest
 from pathlib import Path
 
-SOURCE = Path(os.environ["QZGPUINFO_SOURCE"])
-BUILD = Path(os.environ["QZGPUINFO_BUILD"])
-PROGRAM = Path(os.environ["QZGPUINFO"])
+from qz import BUILD, PROGRAM, SOURCE, main  # noqa: F401  (for the tests)
 
-sys.path.insert(0, str(SOURCE / "simulator"))
+from qzsim import SandboxError, Simulation
 
-from qzsim import Simulation, SimulationError  # noqa: E402  (found through the path above)
+
+def description(machine):
+    """The text that describes a machine of the simulator's list."""
+    return (SOURCE / f"simulator/machines/{machine}.machine").read_text("utf-8")
 
 
 class SimulatedCase(unittest.TestCase):
@@ -24,9 +23,9 @@ class SimulatedCase(unittest.TestCase):
         settings.setdefault("program", PROGRAM)
         try:
             simulation = Simulation(str(machine), BUILD, faults=faults, **settings)
-        except SimulationError as error:
+        except SandboxError as error:
             self.skipTest(str(error))
-        self.addCleanup(simulation.__exit__)
+        self.addCleanup(simulation.close)
         return simulation
 
     def described(self, text, faults=(), **settings):
@@ -39,15 +38,4 @@ class SimulatedCase(unittest.TestCase):
 
     def lines(self, run):
         """What the program wrote, line by line, as text."""
-        return run.output.decode("utf-8", "replace").splitlines()
-
-
-def main():
-    """Runs the file's tests. Ends with 77, and says why, when every one of them was skipped."""
-    program = unittest.main(exit=False, verbosity=2)
-    result = program.result
-    if not result.wasSuccessful():
-        sys.exit(1)
-    if result.testsRun > 0 and len(result.skipped) == result.testsRun:
-        print("SKIPPED: " + "; ".join(sorted({reason for _, reason in result.skipped})))
-        sys.exit(77)
+        return run.output.splitlines()

@@ -79,7 +79,7 @@ class Advice(SimulatedCase):
     def printed(self, description):
         """Standard output between the INIT line and the last line of detection."""
         run = self.described(description).run("-single")
-        self.assertEqual((run.exit_code, run.errors, run.report.live), (0, b"", {}))
+        self.assertEqual((run.exit_code, run.errors, run.report.live), (0, "", {}))
         lines = self.lines(run)
         self.assertEqual(lines[1], "#################### INIT ####################")
         self.assertEqual(lines[-1], "Single run...")

@@ -3,7 +3,7 @@
 import re
 
 import simulated
-from simulated import SOURCE, SimulatedCase
+from simulated import SOURCE, SimulatedCase, description
 
 QUERIES = ("-queryGPU", "-queryNvCuda", "-queryNvOptix", "-queryAmdRt")
 
@@ -81,13 +81,13 @@ class Queries(SimulatedCase):
     def test_a_query_does_not_benchmark(self):
         run = self.simulation("scripted").run("-queryGPU", "-bench", "-v")
         self.assertEqual(run.exit_code, 1)
-        self.assertNotIn("Benchmark", run.output.decode())
+        self.assertNotIn("Benchmark", run.output)
         self.assertNotIn("clCreateContext", run.report.calls)
 
     def test_a_query_with_the_score_asked_for_benchmarks_and_answers_the_query(self):
         run = self.simulation("scripted").run("-queryNvOptix", "-returnGPS", "-benchShort", "-v")
         self.assertEqual(run.exit_code, 1)
-        self.assertEqual(len(SCORE.findall(run.output.decode())), 2)
+        self.assertEqual(len(SCORE.findall(run.output)), 2)
 
 
 class Scores(SimulatedCase):
@@ -97,7 +97,7 @@ class Scores(SimulatedCase):
         # Warm-up 50 ms: scale 2000 / (50 * 10) = 4. Rounds of 2000 ms: 0.06409515 * (4 * (2^27 / 2000)) / 1000.
         expected = 0.06409515220941284 * ((4.0 * (134217728.0 / 2000.0)) / 1000.0)
         run = self.simulation("scripted").run("-returnGPS", "-benchShort", "-v")
-        text = run.output.decode()
+        text = run.output
         self.assertIn("  NVIDIA Scripted: running 6s Benchmark(openCL) ...\n", text)
         self.assertIn("  Radeon Scripted: running 6s Benchmark(openCL) ...\n", text)
         self.assertEqual(SCALE.findall(text), [("50.0", "4.00")] * 2)
@@ -107,16 +107,16 @@ class Scores(SimulatedCase):
 
     def test_the_long_benchmark_lasts_25_seconds(self):
         run = self.simulation("scripted").run("-single", "-bench", "-v")
-        text = run.output.decode()
+        text = run.output
         self.assertIn("  NVIDIA Scripted: running 25s Benchmark(openCL) ...\n", text)
         self.assertEqual([rounds for rounds, _, _ in SCORE.findall(text)], ["13", "13"])
 
     def test_the_short_benchmark_warms_up_for_a_shorter_time(self):
         # A warm-up round of 3 ms is past the limit of 1 ms, and before the limit of 4 ms, where a second one follows.
-        machine = (SOURCE / "simulator/machines/scripted.machine").read_text("utf-8").replace("50, 2000", "3, 2000")
+        machine = description("scripted").replace("50, 2000", "3, 2000")
         for option, average in (("-benchShort", "3.0"), ("-bench", "1001.5")):
             run = self.described(machine).run("-single", "-v", option)
-            self.assertEqual([scale[0] for scale in SCALE.findall(run.output.decode())], [average] * 2)
+            self.assertEqual([scale[0] for scale in SCALE.findall(run.output)], [average] * 2)
 
     def test_the_program_of_each_build(self):
         run = self.simulation("scripted").run("-single", "-benchShort")
@@ -127,7 +127,7 @@ class Scores(SimulatedCase):
     def test_no_score_without_an_opencl_device(self):
         run = self.simulation("no-opencl").run("-returnGPS", "-benchShort")
         self.assertEqual(run.exit_code, 0)
-        self.assertIn("unable to run Benchmark(openCL), device_HardwareID is NULL", run.output.decode())
+        self.assertIn("unable to run Benchmark(openCL), device_HardwareID is NULL", run.output)
 
     def test_each_gpu_without_a_device_is_named(self):
         lines = self.lines(self.simulation("no-opencl").run("-single", "-bench"))
@@ -137,8 +137,8 @@ class Scores(SimulatedCase):
 
     def test_a_kernel_that_is_really_compiled_and_run(self):
         run = self.simulation("workstation").run("-single", "-benchShort", "-v", timeout=170)
-        scores = SCORE.findall(run.output.decode())
-        self.assertEqual(len(scores), 1, run.output.decode())
+        scores = SCORE.findall(run.output)
+        self.assertEqual(len(scores), 1, run.output)
         rounds, average, score = scores[0]
         self.assertGreaterEqual(int(rounds) * float(average), 6000)
         self.assertGreater(float(score), 0)

@@ -112,7 +112,7 @@ class Turns(unittest.TestCase):
             lines = command[command.index(export) + 1:]
             Path(export.partition("=")[2]).write_text(json.dumps({"results": [
                 {"command": line, "median": turn, "mean": -1} for turn, line in enumerate(lines)]}), encoding="utf-8")
-            return SimpleNamespace(returncode=0)
+            return SimpleNamespace(exit_code=0)
         with mock.patch("bare_machine.locate", side_effect=lambda tool: f"/bin/{tool}"):
             times = wall_time.in_turns(run_hyperfine, ["a", "b -x"], turns=3, runs=7)
         self.assertEqual(given[0], "/bin/hyperfine")
@@ -125,7 +125,7 @@ class PacedCompanion(companion.Companion):
     """Publishes every 4 s from `first` on, and uses `cost` ms for it; `clock` holds the time."""
 
     def __init__(self, clock, first, cost):
-        super().__init__(0, lambda: True)
+        super().__init__(SimpleNamespace(pid=lambda: 0, is_running=True))
         self.clock, self.first, self.cost = clock, first, cost
 
     def cycles(self):
@@ -321,7 +321,7 @@ class Programs(simulated.SimulatedCase):
         self.assertEqual(run.report.live, {})
 
     def test_rounds_that_compute_are_not_outside(self):
-        text = (simulated.SOURCE / "simulator/machines/workstation.machine").read_text(encoding="utf-8")
+        text = simulated.description("workstation")
         machine = self.described(text.replace("[machine]\n", "[machine]\nfast_random = yes\n"),
                                  program=PROGRAMS / "benchmarkCost")
         run = machine.run("1")

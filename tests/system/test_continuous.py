@@ -94,19 +94,6 @@ class Continuous(unittest.TestCase):
         wait_until(sandbox.is_ready)
         cls.first_cycle = time.monotonic() - run.started
 
-    @staticmethod
-    def program_of(sandbox):
-        """The program's number where a shell stands between it and the test."""
-        for pid in filter(str.isdigit, os.listdir("/proc")):
-            try:
-                with open(f"/proc/{pid}/environ", "rb") as file:
-                    is_ours = str(sandbox.outside).encode() in file.read()
-                if is_ours and os.path.realpath(f"/proc/{pid}/exe") == os.path.realpath(qz.PROGRAM):
-                    return int(pid)
-            except OSError:
-                continue
-        raise AssertionError("the program is gone")
-
     # Tests run in the order of their names: the first to come are those that look early.
 
     def test_1_before_the_first_cycle(self):
@@ -207,7 +194,7 @@ class Continuous(unittest.TestCase):
                 self.assertEqual(sandbox.read(), qz.empty_block())
                 for number, stream in enumerate(("<&-", ">&-", "2>&-")):
                     if stream in closed:
-                        self.assertEqual(os.readlink(f"/proc/{run.pid}/fd/{number}"), "/dev/null" if null else "/")
+                        self.assertEqual(os.readlink(f"/proc/{run.pid()}/fd/{number}"), "/dev/null" if null else "/")
                 code, output = run.stop()
                 self.assertEqual(code, 0)
                 self.assertEqual(output[:len(VERBOSE_START)], "" if ">&-" in closed else VERBOSE_START)
@@ -224,8 +211,7 @@ class Continuous(unittest.TestCase):
         run.wait_for(SHORT_BANNER)
         wait_until(sandbox.is_ready)
         self.assertEqual(sandbox.read(), qz.empty_block())
-        os.kill(self.program_of(sandbox), signal.SIGTERM)
-        run.end()
+        run.stop()
         self.assertEqual((sandbox.outside / "code").read_text(), "0\n")
         self.assertFalse(sandbox.segment.exists())
 

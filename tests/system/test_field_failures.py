@@ -74,14 +74,13 @@ class SlowStart(CompanionCase):
         # Ended by a signal that comes while the driver starts: in its own time, and in order.
         _, ended = self.companion(MACHINE, faults=self.FAULTS)
         wait_until(lambda: ended.report.calls.get("nvmlInit_v2"), what="the driver's start")
-        self.assertTrue(ended.send(signal.SIGTERM))
+        ended.send(signal.SIGTERM)
         started = time.monotonic()
         first = self.published(folder, timeout=20)
         second = self.published(folder, first)
         self.assertGreater(time.monotonic() - started, INTERVAL)
         self.assertEqual([figures(block, CUDA)[3] for block in (first, second)], [11, 12])
-        run.send(signal.SIGTERM)
-        self.assertEqual((run.wait(), ended.wait()), (0, 0))
+        self.assertEqual((run.stop()[0], ended.wait()), (0, 0))
         once = {"nvmlInit_v2": 1, "nvmlShutdown": 1, "nvmlDeviceGetCount_v2": 1, "cuInit": 1}
         for calls in (run.report.calls, ended.report.calls):
             self.assertEqual({name: calls.get(name) for name in once}, once)
@@ -124,14 +123,13 @@ class NeverReturns(CompanionCase):
             self.assertGreater(report["ageSeconds"], INTERVAL + 0.9)
             self.assertEqual([gpu["usagePercent"] for gpu in report["gpus"]], [11, 11, 31])
         for target, (folder, run, block) in runs.items():
-            self.assertTrue(run.send(hanging[target]))
+            run.send(hanging[target])
         time.sleep(1)
         for target, (folder, run, block) in runs.items():
             with self.subTest(target):
                 self.assertIsNone(run.exit_code)
                 self.assert_readable(folder, block)
-                self.assertTrue(run.send(signal.SIGTERM))
-                self.assertEqual(run.wait(10), 128 + signal.SIGTERM)
+                self.assertEqual(run.stop()[0], 128 + signal.SIGTERM)
                 # As after a kill: the data stay, and say that nobody writes them any more.
                 self.assert_readable(folder, block)
                 self.assertFalse(is_set(folder / NAME, ATTACHED))
@@ -175,8 +173,7 @@ class DriverOfAnotherVersion(CompanionCase):
                 self.assertEqual(figures(block, CUDA + i * RECORD), (None, 8192, None, None))
         self.assertEqual([figures(block, AMD) for block in (first, second, third)],
                          [(51, 8192, 1024, 31), (52, 8192, 2048, 32), (53, 8192, 3072, 33)])
-        run.send(signal.SIGTERM)
-        self.assertEqual(run.wait(), 0)
+        self.assertEqual(run.stop()[0], 0)
         self.assertEqual(self.lines(run)[-1], f"Failed to shutdown NVML: {MISMATCH}")
         self.assertEqual(list(folder.iterdir()), [])
 
@@ -185,7 +182,7 @@ class PrintingDriver(CompanionCase):
     """A driver that writes to standard output, while it is loaded and in a call. It may look like an answer."""
 
     TEXT = "Total GPU Count: 0\\nGpuBenchmarkOpenCL: performance 99.000 GPS\\nno end of line"
-    PRINTED = TEXT.replace("\\n", "\n").encode()
+    PRINTED = TEXT.replace("\\n", "\n")
     WHERE = ("libnvidia-ml.so.1", "libcuda.so.1", "libOpenCL.so.1", "nvmlInit_v2", "nvmlDeviceGetTemperature", "cuInit",
              "clGetPlatformIDs", "clGetDeviceInfo", "nvmlShutdown")
 
@@ -199,10 +196,10 @@ class PrintingDriver(CompanionCase):
                 self.assertEqual((expected.exit_code, run.exit_code), (code, code))
                 self.assertGreaterEqual(run.output.count(self.PRINTED), len(self.WHERE))
                 # Nothing of the program's own is lost.
-                self.assertEqual(run.output.replace(self.PRINTED, b""), expected.output)
+                self.assertEqual(run.output.replace(self.PRINTED, ""), expected.output)
 
     def test_the_score_is_the_answer(self):
-        machine = (simulated.SOURCE / "simulator/machines/scripted.machine").read_text("utf-8")
+        machine = simulated.description("scripted")
         loud = self.described(machine, faults=[f'{where} = print "{self.TEXT}"' for where in (
             "libOpenCL.so.1", "clBuildProgram", "clFinish")])
         self.assertEqual([self.described(machine).run("-returnGPS", "-benchShort").exit_code,

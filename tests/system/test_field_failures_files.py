@@ -3,8 +3,6 @@ counted from outside, by the system calls; others are there and can't be read fo
 
 import re
 import shutil
-import signal
-import subprocess
 import tempfile
 import time
 import unittest
@@ -83,8 +81,7 @@ class Openings(CompanionCase):
             time.sleep(0.05)
         self.published(folder, timeout=20)
         self.assertEqual(block[12], 2)
-        self.assertTrue(run.send(signal.SIGTERM))
-        self.assertEqual(run.wait(), 0)
+        self.assertEqual(run.stop()[0], 0)
         parts, part = [], []
         for line in trace.read_text("utf-8", "replace").splitlines():
             if UPDATE in line:
@@ -125,7 +122,7 @@ class Readings(CompanionCase):
     def test_a_figure_that_fails_is_absent_until_it_is_back(self):
         folder = self.shm_folder()
         simulation = self.described(MACHINE, self.FAULTS, shm=folder)
-        run = simulation.start(stdout=subprocess.PIPE)
+        run = simulation.start()
         whole = {"Radeon": (51, 8192, 1024, 31), "right slot": (None, 4096, 1024, 0)}
         first = self.published(folder)
         self.assertEqual(self.by_name(first), whole)
@@ -142,8 +139,7 @@ class Readings(CompanionCase):
         (others / "temp1_input").write_text("99000\n")
         fourth = self.published(folder, third)
         self.assertEqual(self.by_name(fourth), {**whole, "Radeon": (None, 8192, 1024, 31)})
-        run.send(signal.SIGTERM)
-        self.assertEqual(run.wait(), 0)
+        self.assertEqual(run.stop()[0], 0)
 
 
 if __name__ == "__main__":

@@ -42,9 +42,8 @@ class BrokenDriver(qz.SandboxCase):
     def machine(self):
         """A sandbox with one AMD card, where both drivers are installed."""
         # PoCL looks for the processor's topology.
-        sandbox = UserSandbox(False, extra=["--ro-bind-try", "/sys/devices/system", "/sys/devices/system",
-                                            "--ro-bind", str(self.drm), "/sys/class/drm",
-                                            "--ro-bind", str(self.all), str(INSTALLED)])
+        sandbox = UserSandbox(False, drm=self.drm, more=["--ro-bind-try", "/sys/devices/system", "/sys/devices/system",
+                                                          "--ro-bind", str(self.all), str(INSTALLED)])
         self.addCleanup(sandbox.close)
         return sandbox
 

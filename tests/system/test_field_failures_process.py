@@ -73,8 +73,7 @@ class CrashAtTheEnd(CompanionCase):
         for (library, moment), (folder, run) in starts.items():
             with self.subTest(library=library, moment=moment):
                 block = self.published(folder)
-                run.send(signal.SIGTERM)
-                self.assertEqual(run.wait(), SEGFAULT)
+                self.assertEqual(run.stop()[0], SEGFAULT)
                 if moment == "crash-at-exit":
                     self.assertEqual(list(folder.iterdir()), [])
                 else:
@@ -88,7 +87,7 @@ class StartsProcesses(CompanionCase):
 
     def start(self, how):
         """A companion whose cuInit starts a process, both once the first block is published."""
-        folder, run = self.companion(MACHINE, stdout=subprocess.DEVNULL, share_pids=True,
+        folder, run = self.companion(MACHINE, streams=subprocess.DEVNULL, share_pids=True,
                                      faults=[f"cuInit = {how} 120000"])
         return folder, run
 
@@ -119,8 +118,7 @@ class StartsProcesses(CompanionCase):
         self.assertEqual(set(descriptors) - {"0", "1", "2"}, set(), descriptors)
         self.assert_lockable(folder)
         # Killed: the child goes on, and holds nothing that another program waits for.
-        run.send(signal.SIGKILL)
-        self.assertEqual(run.wait(), 128 + signal.SIGKILL)
+        self.assertEqual(run.stop(signal.SIGKILL)[0], 128 + signal.SIGKILL)
         self.assertTrue(os.path.exists(f"/proc/{child}/exe"))
         self.assert_lockable(folder)
         self.assertFalse(is_set(folder / NAME, ATTACHED))
@@ -135,14 +133,12 @@ class StartsProcesses(CompanionCase):
         inherited = [os.stat(f"/proc/{child}/fd/{number}").st_ino for number in os.listdir(f"/proc/{child}/fd")]
         self.assertIn(os.stat(folder / NAME).st_ino, inherited)
         self.assert_lockable(folder)
-        run.send(signal.SIGTERM)
-        self.assertEqual(run.wait(), 0)
+        self.assertEqual(run.stop()[0], 0)
         self.assertTrue(os.path.exists(f"/proc/{child}/exe"))
         # The other companion publishes, and as the last one removes the segment.
         self.assertIsNone(other.exit_code)
         self.published(folder, block, timeout=20)
-        other.send(signal.SIGTERM)
-        self.assertEqual(other.wait(), 0)
+        self.assertEqual(other.stop()[0], 0)
         self.assertIn([line for line in self.lines(other) if "shared memory" in line],
                       (["Created shared memory"], ["Using existing shared memory"]))
         self.assertEqual(list(folder.iterdir()), [])
@@ -161,8 +157,7 @@ class StartsProcesses(CompanionCase):
         self.published(folder, block)
         with open(f"/proc/{child}/stat", encoding="ascii") as file:
             self.assertEqual(file.read().rsplit(")", 1)[1].split()[0], "Z")
-        run.send(signal.SIGTERM)
-        self.assertEqual(run.wait(), 0)
+        self.assertEqual(run.stop()[0], 0)
 
 
 if __name__ == "__main__":

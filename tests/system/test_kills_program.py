@@ -71,7 +71,7 @@ class Program(simulated.SimulatedCase):
         """A writer of its own range of numbers: the range and the run."""
         self.begun += 1
         simulation = self.simulation("cycle-numbers", shm=self.directory, cycle_start=self.begun * RANGE)
-        return self.begun, simulation.start(stdout=subprocess.DEVNULL)
+        return self.begun, simulation.start()
 
     def wait_for(self, readers, writer, seconds=INTERVAL + 3):
         end = time.monotonic() + seconds
@@ -96,15 +96,13 @@ class Program(simulated.SimulatedCase):
         for turn in range(ROUNDS):
             _, run = writers[turn % 2]
             self.wait_between_cycles_of(readers, writers[1 - turn % 2][0])
-            self.assertTrue(run.send(signal.SIGKILL))
-            run.wait(10)
+            run.stop(signal.SIGKILL)
             self.assertEqual(os.listdir(self.directory), [numbered_block.NAME])
             writers[turn % 2] = self.begin()
             self.wait_for(readers, writers[turn % 2][0])
         readers.end()
         for _, run in writers:
-            self.assertTrue(run.send(signal.SIGTERM))
-            self.assertEqual(run.wait(10), 0)
+            self.assertEqual(run.stop()[0], 0)
         self.assertEqual(os.listdir(self.directory), [], "something was left behind")
         print(f"{ROUNDS} kills; 4 readers saw {readers.whole} whole blocks, {len(readers.torn)} torn")
         self.assertEqual(readers.torn, [])

@@ -95,7 +95,7 @@ class Companion:
         self.start()
 
     def start(self):
-        self.run = self._simulation.start(stdout=subprocess.DEVNULL)
+        self.run = self._simulation.start()
 
     def put_out(self, path, *arguments):
         """What a timer does; the command's exit code."""
@@ -105,8 +105,7 @@ class Companion:
         return result.returncode
 
     def kill(self):
-        self.run.send(signal.SIGKILL)
-        self.run.wait(10)
+        self.run.stop(signal.SIGKILL)
 
 
 class MonitoringCase(SimulatedCase):

@@ -114,7 +114,7 @@ class Planted:
                 self.check_refused(sandbox, wrong_size(size))
 
     def test_full_file_system(self):
-        self.check_refused(self.made(shm="full"), FULL)
+        self.check_refused(self.made(shm=4096), FULL)
 
     def test_read_only_file_system(self):
         self.check_refused(self.made(shm="read-only"), READ_ONLY)

@@ -1,6 +1,5 @@
 """Every byte that the companion publishes on simulated machines, cycle by cycle, decoded by offsets alone."""
 
-import signal
 import struct
 import time
 
@@ -131,8 +130,7 @@ class Published(CompanionCase):
                     memory=(1, 1024, 23536), usage=(1, 31))],
             record(b"Summary", 4, 99, temperature=(1, 74), total=(1, 16384), memory=(1, 1024, 23536),
                    usage=(1, 53))))
-        run.send(signal.SIGTERM)
-        self.assertEqual(run.wait(), 0)
+        self.assertEqual(run.stop()[0], 0)
         self.assertEqual((run.report.live, run.report.misuse), ({}, {}))
         # Once a process, not once a cycle.
         self.assertEqual({name: run.report.calls[name] for name in ("nvmlInit_v2", "nvmlShutdown")},
@@ -145,25 +143,22 @@ class Published(CompanionCase):
                               "---- #2    AMD-0  RX7900XTX ----", "---- Summary ----"])
 
     def test_scores_are_published_and_summed(self):
-        folder, run = self.companion((simulated.SOURCE / "simulator/machines/scripted.machine").read_text("utf-8"),
-                                     "-benchShort")
+        folder, run = self.companion(simulated.description("scripted"), "-benchShort")
         # Each benchmark fills a gibibyte first, which takes a busy host its time.
         _, first, _ = self.block_of_cycle(folder, timeout=60)
         score = struct.unpack("<f", struct.pack("<f", 0.06409515220941284 * 4.0 * (134217728.0 / 2000.0) / 1000.0))[0]
         for start, expected in ((CUDA, score), (AMD, score), (SUMMARY, 2 * score)):
             self.assertEqual((first[start + 120], struct.unpack_from("<f", first, start + 124)[0]), (1, expected))
-        run.send(signal.SIGTERM)
-        self.assertEqual(run.wait(), 0)
+        self.assertEqual(run.stop()[0], 0)
 
     def test_more_gpus_than_the_block_holds(self):
-        folder, run = self.companion((simulated.SOURCE / "simulator/machines/twenty-gpus.machine").read_text("utf-8"))
+        folder, run = self.companion(simulated.description("twenty-gpus"))
         _, data, _ = self.block_of_cycle(folder)
         self.assertEqual(struct.unpack_from("<5I", data), (68865, 1, 16, 0, 0))
         indices = [struct.unpack_from("<i", data, CUDA + i * RECORD + 72)[0] for i in range(16)]
         self.assertEqual(indices, list(range(16)))
         self.assertEqual(data[AMD:AMD + RECORD], EMPTY)
-        run.send(signal.SIGTERM)
-        self.assertEqual(run.wait(), 0)
+        self.assertEqual(run.stop()[0], 0)
 
 
 if __name__ == "__main__":

@@ -89,12 +89,12 @@ class RealGpu(simulated.SimulatedCase):
         settings["environment"] = {"PATH": f"{folder.name}:{os.environ['PATH']}", "PYTHONDONTWRITEBYTECODE": "1"}
         simulation = self.described(MACHINE, program=simulated.SOURCE / "benchmarks/real-gpu", **settings)
         build = self.build(folder.name) if small else simulated.BUILD
-        return simulation.start(str(build), stdout=-1, stderr=-1)
+        return simulation.start(str(build))
 
     def finish(self, run):
         """The exit code, the lines that failed, and all that was said."""
         run.wait(timeout=100)
-        output = run.output.decode() + run.errors.decode()
+        output = run.output + run.errors
         return run.exit_code, [line for line in output.splitlines() if line.startswith("FAILED")], output
 
     def test_agreement(self):

@@ -9,9 +9,8 @@ import os
 import re
 
 import simulated
-from simulated import SOURCE, SimulatedCase
+from simulated import SOURCE, SimulatedCase, description
 
-MACHINES = SOURCE / "simulator/machines"
 MANY = {"cloud-equal-buses", "farm-node", "twenty-gpus"}
 CHOSEN = os.environ.get("QZ_MACHINES", "")
 WHOLE = CHOSEN == "all"
@@ -54,7 +53,7 @@ SUM = re.compile(r"^    : Speed: +([0-9.]+) GPS$", re.MULTILINE)
 
 def hastened(name):
     """The machine's description, but for what its benchmark costs."""
-    text = (MACHINES / f"{name}.machine").read_text("utf-8")
+    text = description(name)
     if WHOLE:
         return text
     if "fast_random" not in text:
@@ -64,7 +63,7 @@ def hastened(name):
 
 class Scores(SimulatedCase):
     def test_every_machine_is_expected(self):
-        self.assertEqual(set(EXPECTED), {path.stem for path in MACHINES.glob("*.machine")})
+        self.assertEqual(set(EXPECTED), {path.stem for path in (SOURCE / "simulator/machines").glob("*.machine")})
 
     def test_each_machine(self):
         tried = set(EXPECTED) - (set() if WHOLE else MANY)
@@ -73,7 +72,7 @@ class Scores(SimulatedCase):
             with self.subTest(name):
                 machine = self.described(hastened(name), environment=QUIET)
                 run = machine.run("-single", "-v", "-benchShort", timeout=40 + 60 * measured)
-                text = run.output.decode("utf-8", "replace")
+                text = run.output
                 scores = [float(score) for score in PERFORMANCE.findall(text)]
                 self.assertEqual((len(scores), text.count(": unable to run Benchmark(openCL), device_HardwareID is NULL")),
                                  (measured, without), text)

@@ -36,7 +36,7 @@ class Refused(qz.SandboxCase):
                 self.assertEqual(sandbox.read(), b"\xa5" * size)
 
     def test_no_place_for_it(self):
-        for shm, reason in (("missing", "No such file or directory"), ("full", "No space left on device"),
+        for shm, reason in (("none", "No such file or directory"), (4096, "No space left on device"),
                             ("read-only", "Read-only file system")):
             with self.subTest(shm):
                 line = rf'Unable to create shared memory!; [^\n]*"qzGpuInfo_v2"[^\n]* {reason}'

@@ -13,7 +13,7 @@ import unittest
 from pathlib import Path
 
 import simulated
-from simulated import BUILD, PROGRAM, SOURCE, SimulatedCase, Simulation, SimulationError
+from simulated import BUILD, PROGRAM, SOURCE, SandboxError, SimulatedCase, Simulation
 
 LAUNCHER = [str(SOURCE / "simulator" / "simulate"), "--build", str(BUILD), "--program", str(PROGRAM)]
 
@@ -65,8 +65,8 @@ class Probing(SimulatedCase):
     def look(self, simulation, *expressions):
         """What each expression gives inside; an errno where it fails."""
         run = simulation.run(*expressions)
-        self.assertEqual((run.exit_code, run.errors), (0, b""))
-        return [eval(line) for line in run.output.decode().splitlines()], run
+        self.assertEqual((run.exit_code, run.errors), (0, ""))
+        return [eval(line) for line in run.output.splitlines()], run
 
 
 class Command(SimulatedCase):
@@ -136,7 +136,7 @@ class Command(SimulatedCase):
         self.assertEqual((run.returncode, run.stdout), (125, b""))
         self.assertRegex(run.stderr.decode(), r"\Abwrap: .*\nsimulate: bubblewrap could not lay out the machine, for "
                                               r"the reason above\n\Z")
-        with self.assertRaises(SimulationError):
+        with self.assertRaises(SandboxError):
             self.simulation("no-gpu", shm=self.id()).run("-single")
 
     def test_signals_reach_the_program(self):
@@ -280,26 +280,23 @@ class Runs(SimulatedCase):
 
     def test_a_killed_program_leaves_its_counts(self):
         simulation = self.described(self.CYCLE)
-        run = simulation.start(stdout=subprocess.PIPE)
-        lines = iter(run.process.stdout.readline, b"")
-        self.assertTrue(any(line.startswith(b"Continuous run") for line in lines))
-        self.assertTrue(run.send(signal.SIGKILL))
-        run.process.wait(timeout=10)
-        self.assertEqual(run.exit_code, 128 + signal.SIGKILL)
+        run = simulation.start()
+        run.wait_for("Continuous run...\n")
+        self.assertEqual(run.stop(signal.SIGKILL)[0], 128 + signal.SIGKILL)
         self.assertEqual(run.report.calls["nvmlInit_v2"], 1)
         self.assertEqual(run.report.live, {"nvml": 1})
 
     def test_two_programs_share_a_segment(self):
         with tempfile.TemporaryDirectory(prefix="qzsim-shm-") as shm:
             simulation = self.described(self.CYCLE, shm=Path(shm), cycle_start=500)
-            first, second = simulation.start(stdout=subprocess.PIPE), simulation.start(stdout=subprocess.PIPE)
+            first, second = simulation.start(), simulation.start()
             end = time.monotonic() + 20
             while (not all("nvmlInit_v2" in run.report.calls for run in (first, second)) and
                    time.monotonic() < end):
                 time.sleep(0.02)
             self.assertTrue(os.path.exists(os.path.join(shm, "qzGpuInfo_v2")))
             for run in (first, second):
-                self.assertIsNotNone(run.pid())
+                self.assertTrue(run.pid())
                 run.kill()
                 self.assertEqual(run.report.calls["nvmlInit_v2"], 1)
 
@@ -310,7 +307,7 @@ class Runs(SimulatedCase):
 
     def test_a_hanging_call_ends_with_the_simulation(self):
         simulation = self.described(self.CYCLE, faults=["nvmlDeviceGetCount_v2 = hang"])
-        run = simulation.start(stdout=subprocess.DEVNULL)
+        run = simulation.start()
         pid = run.pid()
         time.sleep(0.3)
         self.assertIsNone(run.exit_code)
@@ -324,7 +321,7 @@ class Runs(SimulatedCase):
     def test_nothing_is_left_behind(self):
         with Simulation("no-gpu", BUILD, program=PROGRAM) as simulation:
             root = simulation.layout.root
-            run = simulation.start(stdout=subprocess.DEVNULL)
+            run = simulation.start()
             self.assertTrue(root.exists())
         self.assertFalse(root.exists())
         self.assertIsNotNone(run.exit_code)
@@ -338,11 +335,11 @@ class Runs(SimulatedCase):
 
     def test_a_kernel_is_really_run(self):
         # A share of nothing still runs one row of work-groups, the one whose results are looked at.
-        workstation = (SOURCE / "simulator/machines/workstation.machine").read_text(encoding="utf-8")
+        workstation = simulated.description("workstation")
         machine = self.described(workstation.replace("share = 0.0003", "share = 0"))
         run = machine.run("-single", "-benchShort", "-v", timeout=120)
         self.assertEqual(run.exit_code, 0, run.output)
-        self.assertRegex(run.output, rb"performance \d+\.\d{3} GPS")
+        self.assertRegex(run.output, r"performance \d+\.\d{3} GPS")
         self.assertEqual((run.report.live, run.report.misuse), ({}, {}))
         self.assertEqual(run.report.notes["range 32768x4096 local 256x1 offset none"],
                          run.report.calls["clEnqueueNDRangeKernel"])

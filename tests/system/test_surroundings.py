@@ -67,7 +67,7 @@ class ProcessList(unittest.TestCase):
             self.assertEqual(os.listdir(sandbox.folder), [])
 
     def begin_without_proc(self, ordinary):
-        sandbox = UserSandbox(ordinary, extra=["--tmpfs", "/proc"])
+        sandbox = UserSandbox(ordinary, no_proc=True)
         self.addCleanup(sandbox.close)
         watched = Watched()
         self.addCleanup(watched.end)
@@ -116,13 +116,13 @@ class Libraries(qz.SandboxCase):
 class OnSimulatedMachines(simulated.SimulatedCase):
     def report(self, arguments, environment):
         """What the NVIDIA half of the scripted machine prints."""
-        sections = (simulated.SOURCE / "simulator/machines/scripted.machine").read_text("utf-8").split("\n[")
+        sections = simulated.description("scripted").split("\n[")
         machine = "\n[".join(section for section in sections if not section.startswith("card "))
         run = self.described(machine, environment=environment).run(*arguments)
         self.assertEqual(run.exit_code, 0)
         self.assertEqual(run.report.live, {})
         # The clock runs on; signs and separators are what a locale could change.
-        return re.sub(r"[0-9]+", "0", run.output.decode("utf-8"))
+        return re.sub(r"[0-9]+", "0", run.output)
 
     def test_locales(self):
         if shutil.which("localedef") is None:
