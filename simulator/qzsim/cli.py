@@ -8,7 +8,7 @@ import sys
 from pathlib import Path
 from typing import List, Optional, Sequence, Union
 
-from .description import DescriptionError, describe, list_machines
+from .layout import DescriptionError, list_machines, summary
 from .sandbox import SandboxError
 from .simulation import Simulation
 
@@ -41,7 +41,7 @@ def _list(build: Path) -> None:
     paths = list_machines()
     width = max(len(path.stem) for path in paths)
     for path in paths:
-        print(f"{path.stem:{width}}  {describe(build, path).summary}")
+        print(f"{path.stem:{width}}  {summary(build, path)}")
 
 
 def _shm(text: Optional[str]) -> Union[str, int, None]:

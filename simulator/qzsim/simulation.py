@@ -8,9 +8,8 @@ from pathlib import Path
 from typing import Dict, List, Optional, Sequence, Union
 
 from .counters import Report
-from .description import describe, find_description
 from .host import pocl_is_missing, vendor_libraries
-from .layout import Layout, kernel_cache
+from .layout import Layout, find_description, kernel_cache
 from .sandbox import Run, Sandbox, SandboxError
 
 
@@ -54,9 +53,7 @@ class Simulation(Sandbox):
                  wrap: Sequence[str] = (), cycle_start: int = 0, environment: Optional[Dict[str, str]] = None) -> None:
         self.build = Path(build).resolve()
         self.program = Path(program).resolve() if program else self.build / "qzGpuInfo"
-        self.machine = describe(self.build, find_description(machine), faults)
-        if self.machine.pocl and pocl_is_missing():
-            raise SandboxError(f"the machine's kernels run on PoCL, but {pocl_is_missing()}")
+        self.description = find_description(machine)
         self.faults = list(faults)
         self.wrap = list(wrap)
         self.cycle_start = cycle_start
@@ -65,7 +62,9 @@ class Simulation(Sandbox):
         self._root = Path(tempfile.mkdtemp(prefix="qzsim-"))
         try:
             self.cache = kernel_cache(self._root)
-            self.layout = Layout(self._root / "machine", self.machine, self.build / "simulator" / "lib")
+            self.layout = Layout(self.build, self.description, self._root / "machine", faults)
+            if self.layout.uses_pocl and pocl_is_missing():
+                raise SandboxError(f"the machine's kernels run on PoCL, but {pocl_is_missing()}")
             super().__init__(sys=self.layout.sys, shm=shm, hidden=vendor_libraries(), share_pids=share_pids,
                              no_proc=no_proc, more=_os_release(self.layout.os_release))
         except BaseException:
@@ -100,17 +99,14 @@ class Simulation(Sandbox):
         shutil.rmtree(run.files)
 
     def _environment(self, files: Path) -> Dict[str, str]:
-        preloaded = [self.build / "simulator/lib/libqzsim-sysfs.so"]
-        if self.machine.fast_random:
-            preloaded.append(self.build / "simulator/lib/libqzsim-fastrandom.so")
         environment = {
-            "QZSIM_MACHINE": str(self.machine.path),
+            "QZSIM_MACHINE": str(self.description),
             "QZSIM_FAULTS": "\n".join(self.faults),
             "QZSIM_COUNTERS": str(files / "counters"),
             "QZSIM_KERNELS": str(files / "kernels"),
             "QZSIM_CYCLE_START": str(self.cycle_start),
             "LD_LIBRARY_PATH": str(self.layout.libraries),
-            "LD_PRELOAD": ":".join(str(path) for path in preloaded),
+            "LD_PRELOAD": ":".join(str(path) for path in self.layout.preloaded),
             # Another library comes before the sanitizer's, and that is meant.
             "ASAN_OPTIONS": ":".join(filter(None, [os.environ.get("ASAN_OPTIONS"), "verify_asan_link_order=0"])),
             "POCL_CACHE_DIR": str(self.cache),
@@ -125,9 +121,9 @@ class Simulation(Sandbox):
         """What bubblewrap starts: the machine's processes, then the program in its place."""
         settings = [f"{name}={value}" for name, value in environment.items()]
         command = ["env", *settings, *self.wrap, str(self.program)]
-        if not self.machine.processes:
+        if not self.layout.processes:
             return command
-        script = "".join(f"(exec -a {shlex.quote(name)} sleep 1000000) & " for name in self.machine.processes)
+        script = "".join(f"(exec -a {shlex.quote(name)} sleep 1000000) & " for name in self.layout.processes)
         return ["bash", "-c", script + 'exec "$@"', "bash", *command]
 
 
