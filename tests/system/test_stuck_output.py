@@ -18,7 +18,7 @@ from watched import Watched
 
 START = (SHORT_BANNER + VERBOSE + INIT + CREATED + NO_GPU_VERBOSE + qz.CONTINUOUS).splitlines(keepends=True)
 FILLER = "~"
-DROPPED = re.compile(rb"qzGpuInfo: lines dropped because standard output was not read in time: ([0-9]+)\n")
+DROPPED = re.compile(r"qzGpuInfo: lines dropped because standard output was not read in time: ([0-9]+)\n")
 TALKATIVE = str(qz.BUILD / "tests/system/drivers/talkative")
 CYCLE, WATCHDOG, SLACK = 4.0, 5.0, 3.0
 
@@ -125,7 +125,7 @@ class StuckOutput(unittest.TestCase):
             arrived += 1
         self.assertEqual(arrived > len(START), name == "pipe that fills")
         if "2>&1" in stuck.shell:
-            self.assertEqual(stuck.run.errors, b"")
+            self.assertEqual(stuck.run.errors, "")
         else:
             dropped = int(DROPPED.fullmatch(stuck.run.errors)[1])
             self.assertEqual((arrived + dropped - len(START) - others) % len(cycle), 0, dropped)
@@ -172,7 +172,7 @@ class SingleRun(qz.SandboxCase):
                 with os.fdopen(reading, "rb") as pipe:
                     output = pipe.read().decode().lstrip(FILLER)
                 self.assertEqual(output, SHORT_BANNER + VERBOSE + INIT + NO_GPU_VERBOSE + qz.SINGLE + NO_GPU_REPORT)
-                self.assertEqual((run.end()[0], run.errors), (0, b""))
+                self.assertEqual((run.end()[0], run.errors), (0, ""))
 
 
 if __name__ == "__main__":
