@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -71,14 +72,37 @@ bool isFileName(const std::string& name) {
     return !name.empty() && name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
 }
 
-void readHwmon(SectionReader& section, Card& card, int index) {
+bool isPathBelow(const std::string& path) {
+    const auto parts = splitList(path, '/');
+    return !parts.empty() && std::all_of(parts.begin(), parts.end(), [](const std::string& part) {
+        return isFileName(part) && part != "." && part != "..";
+    });
+}
+
+void readHwmon(SectionReader& section, Card& card) {
     card.hwmonDirs = section.list("hwmon");
-    for (const auto& dir : card.hwmonDirs) {
+    for (const auto& dir : card.hwmonDirs)
         if (!isFileName(dir))
             throw DescriptionError(section.section().place, "not a directory's name: " + dir);
-        const std::string key = dir + "/temp1_input";
-        if (const Entry* entry = section.take(key))
-            card.files.push_back(readFile(*entry, "hwmon/" + key, index));
+}
+
+/// Files of any name: HWMON/FILE in a monitor's folder, ./PATH in the device's. A bare name would not do for
+/// these: a misspelt key is an error.
+void readFiles(SectionReader& section, Card& card, int index) {
+    for (const Entry& entry : section.section().entries) {
+        const auto slash = entry.key.find('/');
+        if (slash == std::string::npos)
+            continue;
+        const std::string folder = entry.key.substr(0, slash);
+        const std::string path = entry.key.substr(slash + 1);
+        const bool isMonitor =
+            std::find(card.hwmonDirs.begin(), card.hwmonDirs.end(), folder) != card.hwmonDirs.end();
+        if (!isMonitor && folder != ".")
+            continue;
+        if (!isPathBelow(path))
+            throw DescriptionError(entry.place, "not a file below the card's device: " + entry.key);
+        section.take(entry.key);
+        card.files.push_back(readFile(entry, isMonitor ? "hwmon/" + entry.key : path, index));
     }
 }
 
@@ -117,7 +141,8 @@ void readCard(SectionReader& section, Machine& machine) {
                                 "mem_info_vram_used"})
             if (const Entry* entry = section.take(key))
                 card.files.push_back(readFile(*entry, key, i));
-        readHwmon(section, card, i);
+        readHwmon(section, card);
+        readFiles(section, card, i);
         machine.cards.push_back(card);
     }
     section.finish();

@@ -114,6 +114,13 @@ class TestSimulatorDescription : public QObject {
             "file:1: an address is one name of a folder: a/b");
         row("kind of file", "[card card0]\nlabel = @gone\n", "file:2: not a kind of file: @gone");
         row("errno", "[card card0]\nlabel = @fails EWHAT\n", "file:2: @fails needs an errno: @fails EWHAT");
+        row("misspelt file", "[card card0]\nvendr = 1\n", "file:2: [card] has no key vendr");
+        row("monitor that is not there", "[card card0]\nhwmon = hwmon1\nhwmon2/temp1_input = 1\n",
+            "file:3: [card] has no key hwmon2/temp1_input");
+        row("file above the device", "[card card0]\n./a/../../b = 1\n",
+            "file:2: not a file below the card's device: ./a/../../b");
+        row("file without a name", "[card card0]\nhwmon = hwmon1\nhwmon1/ = 1\n",
+            "file:3: not a file below the card's device: hwmon1/");
         row("device entry", "[card card0]\ndevice_entry = x\n",
             "file:1: device_entry must be link, directory, dangling or missing: x");
         row("os-release", "[os-release]\nid = a\nmissing = yes\n",
@@ -195,7 +202,8 @@ class TestSimulatorDescription : public QObject {
         const Machine machine = parse("[card card0]\nvendor = 0x1002\nproduct_name = \"a\\x00b\\xff\\n\"\n"
                                       "label =\nmem_info_vram_total = 2000MiB\nmem_info_vram_used = 1, 2\n"
                                       "gpu_busy_percent = @fails EBUSY\nhwmon = hwmon2, hwmon5\n"
-                                      "hwmon5/temp1_input = @dangling\nconnectors = DP-1\n");
+                                      "hwmon5/temp1_input = @dangling\nhwmon5/power1_average = 1, 2\n"
+                                      "./power/state = D0\nconnectors = DP-1\n");
         QCOMPARE(fileOf(machine, "vendor")->bytes, std::string("0x1002\n"));
         QCOMPARE(fileOf(machine, "product_name")->bytes, std::string("a\0b\xff\n", 5));
         QCOMPARE(fileOf(machine, "label")->bytes, std::string());
@@ -204,6 +212,8 @@ class TestSimulatorDescription : public QObject {
         QVERIFY(fileOf(machine, "gpu_busy_percent")->kind == SysfsFile::Kind::Fails);
         QCOMPARE(fileOf(machine, "gpu_busy_percent")->errorNumber, EBUSY);
         QVERIFY(fileOf(machine, "hwmon/hwmon5/temp1_input")->kind == SysfsFile::Kind::Dangling);
+        QVERIFY(fileOf(machine, "hwmon/hwmon5/power1_average")->kind == SysfsFile::Kind::Changing);
+        QCOMPARE(fileOf(machine, "power/state")->bytes, std::string("D0\n"));
         QCOMPARE(machine.cards[0].hwmonDirs.size(), std::size_t{2});
     }
 
