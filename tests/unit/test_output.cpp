@@ -3,7 +3,9 @@
 #include <iostream>
 #include <string>
 
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <pty.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -16,6 +18,22 @@
 #include "ChildProcess.h"
 #include "RefusedCall.h"
 #include "app/log/output.h"
+
+namespace {
+
+/// What happens between asking whether output is ready and writing.
+std::function<void()> meanwhile;
+
+} // namespace
+
+extern "C" int poll(pollfd* asked, nfds_t count, int timeout) {
+    using Poll = int(pollfd*, nfds_t, int);
+    static auto* const next = reinterpret_cast<Poll*>(dlsym(RTLD_NEXT, "poll"));
+    const int result = next(asked, count, timeout);
+    if (meanwhile)
+        meanwhile();
+    return result;
+}
 
 namespace {
 
@@ -320,6 +338,37 @@ class TestOutput : public QObject {
     }
 
     /// With 2>&1 the number of dropped lines is dropped as well.
+    void neighboursFillIt_data() {
+        QTest::addColumn<QByteArray>("kind");
+        QTest::addColumn<QByteArray>("how");
+        QTest::newRow("pipe") << QByteArray("pipe") << QByteArray(reopened);
+        QTest::newRow("terminal") << QByteArray("terminal") << QByteArray(reopened);
+        QTest::newRow("socket") << QByteArray("socket") << QByteArray(notReopened);
+    }
+
+    /// It was ready, and is full when the line is written.
+    void neighboursFillIt() {
+        QFETCH(QByteArray, kind);
+        QFETCH(QByteArray, how);
+        const auto output = Channel::make(kind);
+        const auto errors = Channel::make("pipe");
+        const int result = runWith(
+            output->writing, errors->writing,
+            [&output] {
+                const NonBlockingOutput nonBlocking;
+                meanwhile = [&output] {
+                    output->fill();
+                    meanwhile = nullptr;
+                };
+                printLine("line");
+                return 0;
+            },
+            how);
+        QCOMPARE(result, 0);
+        QCOMPARE(output->drain().replace('.', ""), QByteArray());
+        QCOMPARE(errors->drain(), droppedMessage(1));
+    }
+
     void errorsGoTheSameWay_data() { addChannels(); }
 
     void errorsGoTheSameWay() {
