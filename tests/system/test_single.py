@@ -98,42 +98,68 @@ class Segment(qz.SandboxCase):
 
 
 class Order(qz.SandboxCase):
-    """What is flushed, when events are processed and what timers are set to, told by a library that stands between."""
+    """What is flushed, when events are processed, how timers are set and objects connected; a library that stands between
+    writes it down."""
 
     FLUSHED = "[output flushed]\n[errors flushed]\n"
     EVENTS = "[events]\n"
     NO_OPENCL = "OpenCL: required functions not found\n"
-    WATCHING = "[timer 5000 precise]\n" + EVENTS
+    CONNECTED = "[connected]\n"  # by the automatic type
+    QUIT = "[quit]\n"
+    WATCHING = 2 * CONNECTED + "[timer 5000 precise]\n" + EVENTS
+    WATCHING_ENDED = "[timer 5000 destroyed]\n"
     UPDATING = "[timer 4000 precise]\n"
     ENDED = "driver ends\n"  # the shut-down of NVIDIA's library
+    DESTROYED = "[timer 4000 destroyed]\n"
+    NEVER_STARTED = "[timer 0 destroyed]\n"
     DETECTED = INIT + NO_OPENCL + FLUSHED + qz.NO_AMD + FLUSHED
 
-    def start(self, *arguments):
+    def start(self, *arguments, sandbox=None, **environment):
         library = DRIVERS / "tellsOrder/libtellsOrder.so.1"
         # The sanitizers' own library wants to be the first.
         told = f'exec env LD_PRELOAD={library} ASAN_OPTIONS=verify_asan_link_order=0 "$0" "$@"'
         # Without a real OpenCL, which may do things of its own at exit.
         libraries = f"{DRIVERS / 'slowEnd'}:{DRIVERS / 'incompleteOpenCL'}"
-        return self.sandbox().start(*arguments, shell=told, LD_LIBRARY_PATH=libraries)
+        sandbox = sandbox or self.sandbox()
+        return sandbox.start(*arguments, shell=told, LD_LIBRARY_PATH=libraries, **environment)
 
-    def expect(self, ended, expected):
+    def expect(self, ended, expected, exit_code=0):
         """The advice on OpenCL left out."""
         code, output = ended
         lines = set(expected.splitlines(keepends=True))
         self.assertEqual((code, "".join(line for line in output.splitlines(keepends=True) if line in lines)),
-                         (0, expected))
+                         (exit_code, expected))
 
     def test_of_a_single_run(self):
-        ran = SHORT_BANNER + self.FLUSHED + self.DETECTED + SINGLE + 2 * self.FLUSHED + 2 * self.EVENTS
-        for arguments, watching in ((["-single"], ""), (["render", "-single"], self.WATCHING)):
+        ran = (SHORT_BANNER + self.CONNECTED + self.FLUSHED + self.DETECTED + SINGLE + 2 * self.FLUSHED + self.EVENTS +
+               self.QUIT + self.EVENTS + self.ENDED)
+        for arguments, watching, watched in ((["-single"], "", ""),
+                                             (["render", "-single"], self.WATCHING, self.WATCHING_ENDED)):
             with self.subTest(arguments):
-                self.expect(self.start(*arguments).end(), watching + ran + self.ENDED + self.FLUSHED)
+                self.expect(self.start(*arguments).end(),
+                            watching + ran + watched + self.FLUSHED + self.NEVER_STARTED)
+
+    STARTED = (SHORT_BANNER + 3 * CONNECTED + FLUSHED + INIT + CREATED + DETECTED[len(INIT):] + CONTINUOUS + FLUSHED +
+               UPDATING + EVENTS)
 
     def test_of_a_continuous_run(self):
         run = self.start("-bench")
         run.wait_for(self.EVENTS)
-        started = INIT + CREATED + self.DETECTED[len(INIT):] + CONTINUOUS + self.FLUSHED + self.UPDATING + self.EVENTS
-        self.expect(run.stop(), SHORT_BANNER + self.FLUSHED + started + self.FLUSHED + self.ENDED)
+        self.expect(run.stop(), self.STARTED + self.QUIT + self.FLUSHED + self.ENDED + self.DESTROYED)
+
+    def test_of_a_watching_run(self):
+        run = self.start("qzNobody")
+        nobody = "Process 'qzNobody' does  not exist, closing...\n"
+        self.expect(run.end(), self.WATCHING + self.STARTED + nobody + self.QUIT + self.WATCHING_ENDED + self.FLUSHED +
+                    self.ENDED + self.DESTROYED)
+
+    def test_of_a_failed_start(self):
+        run = self.start("render", sandbox=self.sandbox(shm="missing"))
+        self.expect(run.end(), self.WATCHING + SHORT_BANNER + 3 * self.CONNECTED + self.FLUSHED + INIT +
+                    self.WATCHING_ENDED + self.FLUSHED + self.NEVER_STARTED, exit_code=1)
+
+    def test_the_event_loops_result_is_the_exit_code(self):
+        self.assertEqual(self.start("-bench", QZ_TEST_EXIT="5").end()[0], 5)
 
 
 class Streams(qz.SandboxCase):

@@ -1,5 +1,7 @@
-// Preloaded: writes a line to standard output for what can't be seen there otherwise, then does it.
+// Preloaded: writes a line to standard output for what can't be seen there otherwise, then does it. Where
+// QZ_TEST_EXIT is set, the event loop that comes next exits with that code.
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -46,6 +48,13 @@ void QCoreApplication::processEvents(QEventLoop::ProcessEventsFlags flags) {
     tell("[events]\n");
     next<void(QEventLoop::ProcessEventsFlags)>(
         "_ZN16QCoreApplication13processEventsE6QFlagsIN10QEventLoop17ProcessEventsFlagEE")(flags);
+    if (const char* code = std::getenv("QZ_TEST_EXIT"))
+        QTimer::singleShot(0, [code] { QCoreApplication::exit(std::atoi(code)); });
+}
+
+void QCoreApplication::quit() {
+    tell("[quit]\n");
+    next<void()>("_ZN16QCoreApplication4quitEv")();
 }
 
 void QTimer::start(int interval) {
@@ -53,4 +62,28 @@ void QTimer::start(int interval) {
          (timerType() == Qt::PreciseTimer ? " precise]\n" : " coarse]\n"));
     using Start = void(QTimer*, int);
     next<Start>("_ZN6QTimer5startEi")(this, interval);
+}
+
+// The two below can't be defined by their names: the one is a destructor, the other is private.
+
+extern "C" void destroyTimer(QTimer* timer) __asm__("_ZN6QTimerD1Ev");
+extern "C" void destroyTimer(QTimer* timer) {
+    tell("[timer " + std::to_string(timer->interval()) + " destroyed]\n");
+    next<void(QTimer*)>("_ZN6QTimerD1Ev")(timer);
+}
+
+using ConnectImpl = QMetaObject::Connection(const QObject*, void**, const QObject*, void**,
+                                            QtPrivate::QSlotObjectBase*, Qt::ConnectionType, const int*,
+                                            const QMetaObject*);
+constexpr char connectImplName[] = "_ZN7QObject11connectImplEPKS_PPvS1_S3_"
+                                   "PN9QtPrivate15QSlotObjectBaseEN2Qt14ConnectionTypeEPKiPK11QMetaObject";
+
+ConnectImpl connectObjects __asm__("_ZN7QObject11connectImplEPKS_PPvS1_S3_"
+                                   "PN9QtPrivate15QSlotObjectBaseEN2Qt14ConnectionTypeEPKiPK11QMetaObject");
+QMetaObject::Connection connectObjects(const QObject* sender, void** signal, const QObject* receiver,
+                                       void** slotPointer, QtPrivate::QSlotObjectBase* slotObject,
+                                       Qt::ConnectionType type, const int* types, const QMetaObject* meta) {
+    tell(type == Qt::AutoConnection ? "[connected]\n" : "[connected in another way]\n");
+    return next<ConnectImpl>(connectImplName)(sender, signal, receiver, slotPointer, slotObject, type, types,
+                                              meta);
 }
