@@ -1,52 +1,12 @@
 // The benchmark's run to its end: what is called, with what, and what comes out.
 #include <cmath>
-#include <cstring>
-#include <limits>
 
 #include <QTest>
 
 #include "app/log/logLine.h"
-#include "opencl/GpuBenchmarkOpenCL.h"
 #include "opencl/GpuOpenCL_Loader.h"
 #include "opencl/benchmarkSettings.h"
-#include "tests/unit/CaptureStdout.h"
-#include "tests/unit/FakeCalls.h"
-#include "tests/unit/FakeOpenCL.h"
-#include "tests/unit/VirtualTime.h"
-
-using GpuBenchmarkOpenCL::Geometry;
-
-namespace {
-
-constexpr Geometry small = {{256, 2}, {256, 1}};
-
-/// One run and what came of it.
-struct Outcome {
-    float score = -1.0F;
-    QByteArray printed;
-
-    /// Without what every message begins with.
-    QByteArray lastLine() const {
-        return printed.mid(printed.lastIndexOf("GpuBenchmarkOpenCL: ") + 20).chopped(1);
-    }
-};
-
-Outcome run(double seconds, GpuBenchmarkOpenCL_Context& context) {
-    const VirtualTime time;
-    Outcome outcome;
-    outcome.printed = printedBy(
-        [&] { outcome.score = GpuBenchmarkOpenCL::run(context, FakeOpenCL::device(0, 0), seconds, small); });
-    return outcome;
-}
-
-Outcome run(double seconds) {
-    GpuBenchmarkOpenCL_Context context;
-    return run(seconds, context);
-}
-
-} // namespace
-
-Q_DECLARE_METATYPE(std::vector<double>)
+#include "tests/unit/BenchmarkRun.h"
 
 class TestGpuBenchmarkOpenCL : public QObject {
     Q_OBJECT
@@ -60,8 +20,6 @@ class TestGpuBenchmarkOpenCL : public QObject {
     void leftoversAreReleasedFirst();
     void inputData();
     void sameDataInEveryRun();
-    void calibration_data();
-    void calibration();
     void scaleIsKeptBetweenRuns();
     void warmupRounds_data();
     void warmupRounds();
@@ -71,23 +29,12 @@ class TestGpuBenchmarkOpenCL : public QObject {
     void durationIsTruncated_data();
     void durationIsTruncated();
     void lastRoundMayEndLate();
-    void score_data();
-    void score();
     void levels_data();
     void levels();
-    void notANumberIsAResult_data();
-    void notANumberIsAResult();
 };
 
 void TestGpuBenchmarkOpenCL::init() {
-    logLevel = 5;
-    benchmarkWarmupMs = 4;
-    GLOBAL_Iteratons_mod = 1.0F;
-    GpuOpenCL_Loader::unload();
-    FakeLoader::reset();
-    FakeOpenCL::install({{"p", {FakeClDevice()}}});
-    GpuOpenCL_Loader::load(FakeLoader::functions());
-    FakeCalls::reset();
+    prepareBenchmark();
 }
 
 void TestGpuBenchmarkOpenCL::cleanup() {
@@ -96,7 +43,7 @@ void TestGpuBenchmarkOpenCL::cleanup() {
 }
 
 void TestGpuBenchmarkOpenCL::geometry() {
-    const Geometry real;
+    const GpuBenchmarkOpenCL::Geometry real;
     QCOMPARE(real.global[0], std::size_t(32768));
     QCOMPARE(real.global[1], std::size_t(4096));
     QCOMPARE(real.local[0], std::size_t(256));
@@ -194,35 +141,6 @@ void TestGpuBenchmarkOpenCL::sameDataInEveryRun() {
     QCOMPARE(FakeOpenCL::written(0), FakeOpenCL::written(2));
     QCOMPARE(FakeOpenCL::written(1), FakeOpenCL::written(3));
     QVERIFY(FakeOpenCL::written(0) != FakeOpenCL::written(1));
-}
-
-void TestGpuBenchmarkOpenCL::calibration_data() {
-    QTest::addColumn<double>("roundMs");
-    QTest::addColumn<float>("scale");
-    QTest::addColumn<QByteArray>("figures");
-    const auto row = [](const char* name, double roundMs, float scale, const char* figures) {
-        QTest::newRow(name) << roundMs << scale << QByteArray(figures);
-    };
-    row("25 ms", 25.0, 8.0F, "25.0 ms/round, GLOBAL_Iteratons_mod set to 8.00");
-    row("whole milliseconds count", 25.9, 8.0F, "25.0 ms/round, GLOBAL_Iteratons_mod set to 8.00");
-    row("the target", 200.0, 1.0F, "200.0 ms/round, GLOBAL_Iteratons_mod set to 1.00");
-    row("no round number", 7.0, 28.571428F, "7.0 ms/round, GLOBAL_Iteratons_mod set to 28.57");
-    row("slow", 12345.0, 0.016200891F, "12345.0 ms/round, GLOBAL_Iteratons_mod set to 0.02");
-}
-
-void TestGpuBenchmarkOpenCL::calibration() {
-    QFETCH(double, roundMs);
-    QFETCH(float, scale);
-    QFETCH(QByteArray, figures);
-    FakeOpenCL::script().roundMs = {roundMs, 10.0};
-    const Outcome outcome = run(0.01);
-    QVERIFY2(outcome.printed.startsWith("    GpuBenchmarkOpenCL: warmup avg " + figures + "\n"),
-             outcome.printed.constData());
-    QVERIFY2(std::memcmp(&GLOBAL_Iteratons_mod, &scale, sizeof scale) == 0,
-             QByteArray::number(static_cast<double>(GLOBAL_Iteratons_mod), 'g', 12));
-    const std::vector<QByteArray> sources = {GpuBenchmarkOpenCL::kernelSource(0.1F),
-                                             GpuBenchmarkOpenCL::kernelSource(scale)};
-    QCOMPARE(FakeOpenCL::sources(), sources);
 }
 
 void TestGpuBenchmarkOpenCL::scaleIsKeptBetweenRuns() {
@@ -331,39 +249,6 @@ void TestGpuBenchmarkOpenCL::lastRoundMayEndLate() {
     QVERIFY(run(5.0).printed.contains("3 rounds, avg 2000.00 ms/round"));
 }
 
-void TestGpuBenchmarkOpenCL::score_data() {
-    QTest::addColumn<std::vector<double>>("roundMs");
-    QTest::addColumn<double>("seconds");
-    QTest::addColumn<int>("totalMs");
-    QTest::addColumn<int>("rounds");
-    const auto row = [](const char* name, const std::vector<double>& roundMs, double seconds, int totalMs,
-                        int rounds) { QTest::newRow(name) << roundMs << seconds << totalMs << rounds; };
-    row("even rounds", {20, 25}, 0.1, 100, 4);
-    row("uneven rounds", {20, 30, 35, 41}, 0.1, 106, 3);
-    row("whole milliseconds in all", {20, 30.4}, 0.1, 121, 4);
-    // A score of a million, whose three decimals show the formula's last digits.
-    row("short rounds", {4, 1}, 0.02, 20, 20);
-    row("odd numbers", {7, 1.7}, 0.021, 22, 13);
-}
-
-void TestGpuBenchmarkOpenCL::score() {
-    QFETCH(double, seconds);
-    QFETCH(std::vector<double>, roundMs);
-    QFETCH(int, totalMs);
-    QFETCH(int, rounds);
-    FakeOpenCL::script().roundMs = roundMs;
-    const Outcome outcome = run(seconds);
-    const double averageMs = static_cast<double>(totalMs) / static_cast<double>(rounds);
-    const double gps = 0.06409515220941284 *
-                       ((static_cast<double>(GLOBAL_Iteratons_mod) * (134217728.0 / averageMs)) / 1000.0);
-    QCOMPARE(
-        QString(outcome.lastLine()),
-        QString("%1 rounds, avg %2 ms/round, performance %3 GPS")
-            .arg(QString::number(rounds), QString::number(averageMs, 'f', 2), QString::number(gps, 'f', 3)));
-    const auto expected = static_cast<float>(gps);
-    QVERIFY(std::memcmp(&expected, &outcome.score, sizeof expected) == 0);
-}
-
 void TestGpuBenchmarkOpenCL::levels_data() {
     QTest::addColumn<int>("level");
     QTest::addColumn<int>("lines");
@@ -375,25 +260,6 @@ void TestGpuBenchmarkOpenCL::levels() {
     QFETCH(int, level);
     logLevel = level;
     QTEST(static_cast<int>(run(0.005).printed.count('\n')), "lines");
-}
-
-void TestGpuBenchmarkOpenCL::notANumberIsAResult_data() {
-    QTest::addColumn<int>("place");
-    QTest::addColumn<float>("value");
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    for (int place = 0; place < 4; ++place) {
-        QTest::addRow("NaN at %d", place) << place << nan;
-        QTest::addRow("tiny at %d", place) << place << std::numeric_limits<float>::denorm_min();
-    }
-}
-
-void TestGpuBenchmarkOpenCL::notANumberIsAResult() {
-    QFETCH(int, place);
-    QFETCH(float, value);
-    std::vector<float> results(4, 0.0F);
-    results[static_cast<std::size_t>(place)] = value;
-    FakeOpenCL::script().results = {results};
-    QVERIFY(run(0.005).score > 0.0F);
 }
 
 QTEST_APPLESS_MAIN(TestGpuBenchmarkOpenCL)

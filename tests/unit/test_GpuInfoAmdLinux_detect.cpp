@@ -58,6 +58,7 @@ class TestGpuInfoAmdLinux_detect : public QObject {
     void index();
     void withoutOpenCLLibrary_data();
     void withoutOpenCLLibrary();
+    void distributionIsReadBeforeOpenCLIsLoaded();
     void withoutOpenCLPlatform_data();
     void withoutOpenCLPlatform();
     void withoutOpenCLDevices();
@@ -302,6 +303,16 @@ void TestGpuInfoAmdLinux_detect::withoutOpenCLLibrary() {
     QCOMPARE(machine.detect(), advice);
     logLevel = 1;
     QCOMPARE(machine.detect(), QByteArray());
+}
+
+// What OpenCL's own start does to the machine comes too late for the advice.
+void TestGpuInfoAmdLinux_detect::distributionIsReadBeforeOpenCLIsLoaded() {
+    AmdMachine machine;
+    machine.drm.addAmdCard("card0", "0000:0c:00.0");
+    machine.setDistribution("ID=debian\n");
+    FakeCalls::during("dlopen", [&machine] { machine.setDistribution("ID=fedora\n"); });
+    const QByteArray advice = machine.detect();
+    QVERIFY2(advice.contains(debianHint), advice.constData());
 }
 
 void TestGpuInfoAmdLinux_detect::withoutOpenCLPlatform_data() {

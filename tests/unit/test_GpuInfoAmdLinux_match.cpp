@@ -209,12 +209,16 @@ void TestGpuInfoAmdLinux_match::rayTracingIsAskedOfThePair() {
     machine.drm.addAmdCard("card0", "0000:0c:00.0");
     machine.drm.addAmdCard("card1", "0000:0d:00.0");
     machine.drm.addAmdCard("card2", "0000:0e:00.0");
-    FakeOpenCL::install({{"p", {topology("a", 0x0C), topology("b", 0x0D, "cl_khr_ray_tracing")}}});
+    machine.drm.addAmdCard("card3", "0000:0f:00.0");
+    FakeOpenCL::install({{"p",
+                          {topology("a", 0x0C), topology("b", 0x0D, "cl_khr_ray_tracing"),
+                           topology("d", 0x0F, "cl_khr_ray_tracing")}}});
     machine.detect();
     QCOMPARE(int(machine.provider.named("card0").amdRayTracing), 0);
     QCOMPARE(int(machine.provider.named("card1").amdRayTracing), 1);
     QCOMPARE(int(machine.provider.named("card2").amdRayTracing), 0);
-    QCOMPARE(FakeCalls::all().filter("0x1030").size(), 2); // nobody is asked for the GPU without a device
+    QCOMPARE(int(machine.provider.named("card3").amdRayTracing), 1);
+    QCOMPARE(FakeCalls::all().filter("0x1030").size(), 3); // nobody is asked for the GPU without a device
 }
 
 void TestGpuInfoAmdLinux_match::rayTracingNotAnswered() {

@@ -51,6 +51,7 @@ class TestGpuInfoNvml_CUDA_detect : public QObject {
     void countFails();
     void withoutOpenCLLibrary_data();
     void withoutOpenCLLibrary();
+    void distributionIsReadBeforeOpenCLIsLoaded();
     void withoutOpenCLPlatform_data();
     void withoutOpenCLPlatform();
     void failingPlatformCallIsNoPlatform();
@@ -180,6 +181,19 @@ void TestGpuInfoNvml_CUDA_detect::withoutOpenCLLibrary() {
     QCOMPARE(machine.detect(), advised);
     logLevel = 1;
     QCOMPARE(machine.detect(), QByteArray());
+}
+
+// What OpenCL's own start does to the machine comes too late for the advice.
+void TestGpuInfoNvml_CUDA_detect::distributionIsReadBeforeOpenCLIsLoaded() {
+    NvidiaMachine machine;
+    FakeNvml::install(twoGpus);
+    machine.setDistribution("ID=debian\n");
+    FakeCalls::during("dlopen", [&machine] {
+        if (FakeCalls::all().last().contains("OpenCL"))
+            machine.setDistribution("ID=fedora\n");
+    });
+    const QByteArray advice = machine.detect();
+    QVERIFY2(advice.contains(debianAdvice), advice.constData());
 }
 
 void TestGpuInfoNvml_CUDA_detect::withoutOpenCLPlatform_data() {

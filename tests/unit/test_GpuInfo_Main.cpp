@@ -2,6 +2,11 @@
 // of their own.
 #include <cstdio>
 #include <cstring>
+#include <functional>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/file.h>
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -42,6 +47,28 @@ DynamicLoader loaderOfAnything() {
 void mark(const QString& text) {
     std::fputs(qPrintable(text), stdout);
 }
+
+/// While it lives, lines go to `action` as they are printed, and nowhere else.
+class PrintedLines {
+  public:
+    explicit PrintedLines(std::function<void(const QByteArray&)> whatToDo) : action(std::move(whatToDo)) {
+        cookie_io_functions_t functions{};
+        functions.write = [](void* self, const char* text, std::size_t size) {
+            static_cast<PrintedLines*>(self)->action({text, static_cast<int>(size)});
+            return static_cast<ssize_t>(size);
+        };
+        FILE* stream = fopencookie(this, "w", functions);
+        std::setvbuf(stream, nullptr, _IOLBF, BUFSIZ);
+        original = std::exchange(stdout, stream);
+    }
+    ~PrintedLines() { std::fclose(std::exchange(stdout, original)); }
+    PrintedLines(const PrintedLines&) = delete;
+    PrintedLines& operator=(const PrintedLines&) = delete;
+
+  private:
+    std::function<void(const QByteArray&)> action;
+    FILE* original = nullptr;
+};
 
 } // namespace
 
@@ -262,6 +289,25 @@ class TestGpuInfo_Main : public QObject {
         bench.driver.reset();
         QCOMPARE(bench.calls,
                  QStringList({"shutdown NVIDIA", "shutdown AMD", "delete NVIDIA", "delete AMD"}));
+    }
+
+    /// Whoever waits for the line may read at once.
+    void theLockIsFreeWhenTheLineIsPrinted() {
+        logLevel = 4;
+        DriverBench bench;
+        bench.init();
+        QVector<bool> locksTaken;
+        {
+            const PrintedLines lines([&](const QByteArray& line) {
+                if (line != "Updated shared memory block\n")
+                    return;
+                const FileDescriptor reader(
+                    open(bench.directory.file(segmentKey).constData(), O_RDONLY | O_CLOEXEC));
+                locksTaken << (flock(reader.get(), LOCK_EX | LOCK_NB) == 0);
+            });
+            bench.driver->update();
+        }
+        QCOMPARE(locksTaken, QVector<bool>{true});
     }
 
     void theListOutlivesFinish() {

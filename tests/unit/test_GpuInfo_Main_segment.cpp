@@ -103,10 +103,12 @@ class TestGpuInfo_Main_segment : public QObject {
         const QByteArray content(size, '\xa5');
         bench.directory.makeFile(segmentKey, content);
         bool result = !accepted;
+        const QStringList descriptors = openDescriptors();
         QCOMPARE(DriverBench::printed([&] { result = bench.driver->createSharedMemory(); }), line);
         QCOMPARE(result, accepted);
         QCOMPARE(bench.segment(), content);
         if (!accepted) {
+            QCOMPARE(openDescriptors(), descriptors); // detached at once, not only by `finish`
             bench.driver->finish();
             QCOMPARE(bench.segment(), content);
             return;

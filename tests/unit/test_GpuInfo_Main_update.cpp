@@ -272,27 +272,26 @@ class TestGpuInfo_Main_update : public QObject {
 
     void aCycleBeginsAnew() {
         Cycle cycle("NVIDIA AMD Apple");
-        for (FakeProvider* provider : {cycle.nvidia, cycle.amd, cycle.apple}) {
-            provider->add("first");
-            provider->add("second");
-        }
+        for (FakeProvider* provider : {cycle.nvidia, cycle.amd, cycle.apple})
+            for (int i = 0; i < GpuInfoBlock::capacity; ++i)
+                provider->add("stored");
         cycle.update();
-        QCOMPARE(cycle.list().totalCount(), 6);
+        QCOMPARE(cycle.list().totalCount(), 3 * GpuInfoBlock::capacity);
         // The counts are down before the providers are asked.
         QVector<quint32> counts;
         cycle.nvidia->onUpdate = [&] {
             counts << cycle.list().cudaCount << cycle.list().amdCount << cycle.list().metalCount;
-            for (int i = 0; i < 2; ++i)
+            for (int i = 0; i < GpuInfoBlock::capacity; ++i)
                 counts << cycle.list().cudaGpus[i].statsValid << cycle.list().amdGpus[i].statsValid
                        << cycle.list().metalGpus[i].statsValid;
         };
         for (FakeProvider* provider : {cycle.nvidia, cycle.amd, cycle.apple})
             provider->removeAll();
         cycle.update();
-        QCOMPARE(counts, QVector<quint32>(9, 0));
+        QCOMPARE(counts, QVector<quint32>(3 + 3 * GpuInfoBlock::capacity, 0));
         QCOMPARE(cycle.list().totalCount(), 0);
         QCOMPARE(int(cycle.list().summary.statsValid), 0);
-        QCOMPARE(QByteArray(cycle.list().metalGpus[1].name), QByteArray("second"));
+        QCOMPARE(QByteArray(cycle.list().metalGpus[15].name), QByteArray("stored"));
     }
 
     void identityOfTheSummary() {

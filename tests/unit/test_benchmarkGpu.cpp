@@ -96,10 +96,13 @@ void TestBenchmarkGpu::withDevice() {
 void TestBenchmarkGpu::failureIsAScoreOfZero() {
     GpuDevice record;
     setOpenCLDevice(record, FakeOpenCL::device(0, 0));
-    record.speedGps = 7.5F;
-    printedBy([&] { benchmarkGpu(record); });
-    QCOMPARE(int(record.hasSpeed), 1);
-    QCOMPARE(record.speedGps, 0.0F);
+    for (const bool hadSpeed : {false, true}) {
+        record.hasSpeed = hadSpeed;
+        record.speedGps = 7.5F;
+        printedBy([&] { benchmarkGpu(record); });
+        QCOMPARE(int(record.hasSpeed), 1);
+        QCOMPARE(record.speedGps, 0.0F); // not the earlier score
+    }
 }
 
 void TestBenchmarkGpu::levels() {

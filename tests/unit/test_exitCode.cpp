@@ -132,6 +132,9 @@ class TestExitCode : public QObject {
         QCOMPARE(exitCode(asking(Score), list, runResult), 20);
         list.cudaCount = 0;
         QCOMPARE(exitCode(asking(Score), list, runResult), 30);
+        list.onlyCuda = 1; // AMD's is none of the list's then
+        QCOMPARE(exitCode(asking(Score), list, runResult), 0);
+        list.onlyCuda = 0;
         list.amdCount = 0;
         QCOMPARE(exitCode(asking(Score), list, runResult), 0);
     }
