@@ -9,7 +9,7 @@ import os
 import re
 
 import simulated
-from simulated import SOURCE, SimulatedCase, description
+from simulated import BUILD, SOURCE, SimulatedCase, description
 
 MANY = {"cloud-equal-buses", "farm-node", "twenty-gpus"}
 CHOSEN = os.environ.get("QZ_MACHINES", "")
@@ -86,6 +86,16 @@ class Scores(SimulatedCase):
                     self.assertAlmostEqual(float(SUM.search(text)[1]), sum(shown), delta=0.006 * (1 + len(shown)))
                 left = {"nvml": 1} if name == "driver-dies" else {}
                 self.assertEqual((run.exit_code, run.report.live, run.report.misuse), (0, left, {}))
+
+
+class WarmUp(SimulatedCase):
+    def test_its_limit_in_a_short_benchmark(self):
+        """1 ms: of the script's four rounds of a millisecond the first is the warm-up, and three are measured."""
+        text = description("scripted").replace("round_ms = 50, 2000", "round_ms = 1, 1, 1, 1, 2000")
+        program = BUILD / "tests/harness/smallBenchmark"
+        run = self.described(text, program=program).run("-v", "-returnGPS", "-benchShort")
+        rounds = re.findall(r"^    GpuBenchmarkOpenCL: (\d+) rounds, ", run.output.decode(), re.MULTILINE)
+        self.assertEqual(rounds, ["6", "6"], run.output)
 
 
 if __name__ == "__main__":

@@ -42,6 +42,9 @@ class test_StatusText : public QObject {
         row("cut after one of three", "\xe2z", bad + "z");
         row("cut after two of three", "\xe2\x82z", bad + "z");
         row("cut at the end", "a\xf0\x9f\x98", "a" + bad);
+        row("a byte above the continuations", "\xc3\xc0z", bad + bad + "z");
+        row("a byte below the continuations", "\xc3\x7fz", bad + "\x7fz");
+        row("a byte above them in the middle", "\xe2\x82\xc0z", bad + bad + "z");
         row("begun anew", "\xe2\xe2\x82\xac", bad + QChar(0x20AC));
     }
     void decoding() {

@@ -36,6 +36,13 @@ class test_lineForm : public QObject {
         row("memory of unknown size",
             freshReport({with(silentGpu(), [](GpuView& gpu) { gpu.memoryUsedMiB = 5; })}),
             "NOW state=ok age=1.2s gpu=0 kind=Other--1 load=- temp=- mem=5/-MiB speed=- name=Bare\n");
+        row("a memory of 1 MiB, empty",
+            freshReport({with(silentGpu(),
+                              [](GpuView& gpu) {
+                                  gpu.memoryTotalMiB = 1;
+                                  gpu.memoryUsedMiB = 0;
+                              })}),
+            "NOW state=ok age=1.2s gpu=0 kind=Other--1 load=- temp=- mem=0/1MiB speed=- name=Bare\n");
         row("a name with a line break",
             freshReport({with(amdGpu(), [](GpuView& gpu) { gpu.name = "a\nb\x1b[31m"; })}),
             "NOW state=ok age=1.2s gpu=0 kind=AMD-0 load=- temp=- mem=-/16384MiB speed=- "

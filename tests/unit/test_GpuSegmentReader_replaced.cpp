@@ -1,0 +1,77 @@
+// A segment that is replaced while its reader waits for the lock: by a companion that restarts, or for ever.
+#include <cstdio>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <QTemporaryDir>
+#include <QTest>
+
+#include "reader/GpuSegmentReader.h"
+
+namespace {
+
+int replacementsLeft = 0;
+int locksTaken = 0;
+std::string segmentPath;
+
+void makeSegment(const std::string& path) {
+    GpuInfoBlock block;
+    block.dataReady = 1;
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    QCOMPARE(write(file, &block, sizeof block), static_cast<ssize_t>(sizeof block));
+    close(file);
+}
+
+} // namespace
+
+// Before the C library's: another object takes the name as soon as the reader has the lock.
+extern "C" int flock(int descriptor, int operation) noexcept {
+    using Flock = int(int, int);
+    static auto* const next = reinterpret_cast<Flock*>(dlsym(RTLD_NEXT, "flock"));
+    const int result = next(descriptor, operation);
+    if (result == 0 && (operation & LOCK_EX) != 0) {
+        ++locksTaken;
+        if (replacementsLeft > 0) {
+            --replacementsLeft;
+            makeSegment(segmentPath + "_next");
+            std::rename((segmentPath + "_next").c_str(), segmentPath.c_str());
+        }
+    }
+    return result;
+}
+
+class test_GpuSegmentReader_replaced : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void following_data() {
+        QTest::addColumn<int>("replacements");
+        QTest::addColumn<bool>("found");
+        QTest::addColumn<int>("attempts");
+        QTest::newRow("never") << 0 << true << 1;
+        QTest::newRow("once") << 1 << true << 2;
+        QTest::newRow("as often as it follows") << 3 << true << 4;
+        QTest::newRow("once more") << 4 << false << 4;
+        QTest::newRow("again and again") << 50 << false << 4;
+    }
+    void following() {
+        QFETCH(int, replacements);
+        QFETCH(bool, found);
+        const QTemporaryDir folder;
+        const std::string directory = folder.path().toStdString();
+        segmentPath = directory + "/" + segmentKey;
+        makeSegment(segmentPath);
+        replacementsLeft = replacements;
+        locksTaken = 0;
+        GpuSnapshot snapshot;
+        QCOMPARE(GpuSegmentReader(directory).read(snapshot),
+                 found ? SegmentResult::Ok : SegmentResult::Missing);
+        QTEST(locksTaken, "attempts");
+    }
+};
+
+QTEST_APPLESS_MAIN(test_GpuSegmentReader_replaced)
+#include "test_GpuSegmentReader_replaced.moc"
