@@ -1,3 +1,8 @@
+#include <cstdint>
+#include <cstring>
+#include <cwchar>
+#include <new>
+
 #include <QTest>
 
 #include "support/qzString.h"
@@ -27,6 +32,27 @@ class TestQzString : public QObject {
         const _qzString8_allSize<25> text(given.constData());
         QCOMPARE(QByteArray(text.c_str()), held);
         QCOMPARE(text.length(), std::size_t(held.size()));
+    }
+
+    /// The room for the terminator is the string's own. With these capacities no padding lies behind a string
+    /// that lacks it.
+    void theTerminatorHasItsRoom() {
+        struct Neighbours {
+            _qzString8_allSize<8> narrow;
+            std::uint64_t behindNarrow = ~std::uint64_t(0);
+            _qzString<2> wide;
+            std::uint64_t behindWide = ~std::uint64_t(0);
+        };
+        for (int length = 0; length < 20; ++length) {
+            const QByteArray given(length, 'x');
+            Neighbours strings;
+            new (&strings.narrow) _qzString8_allSize<8>(given.constData());
+            new (&strings.wide) _qzString<2>(given.constData());
+            QCOMPARE(strings.behindNarrow, ~std::uint64_t(0));
+            QCOMPARE(strings.behindWide, ~std::uint64_t(0));
+            QCOMPARE(std::strlen(strings.narrow.c_str()), std::size_t(qMin(length, 8)));
+            QCOMPARE(std::wcslen(strings.wide.c_str()), std::size_t(qMin(length, 2)));
+        }
     }
 
     void readsNothingBeyondTheCapacity() {
