@@ -94,7 +94,7 @@ class WarmUp(SimulatedCase):
         text = description("scripted").replace("round_ms = 50, 2000", "round_ms = 1, 1, 1, 1, 2000")
         program = BUILD / "tests/harness/smallBenchmark"
         run = self.described(text, program=program).run("-v", "-returnGPS", "-benchShort")
-        rounds = re.findall(r"^    GpuBenchmarkOpenCL: (\d+) rounds, ", run.output.decode(), re.MULTILINE)
+        rounds = re.findall(r"^    GpuBenchmarkOpenCL: (\d+) rounds, ", run.output, re.MULTILINE)
         self.assertEqual(rounds, ["6", "6"], run.output)
 
 

@@ -154,7 +154,7 @@ class Order(qz.SandboxCase):
                     self.ENDED + self.DESTROYED)
 
     def test_of_a_failed_start(self):
-        run = self.start("render", sandbox=self.sandbox(shm="missing"))
+        run = self.start("render", sandbox=self.sandbox(shm="none"))
         self.expect(run.end(), self.WATCHING + SHORT_BANNER + 3 * self.CONNECTED + self.FLUSHED + INIT +
                     self.WATCHING_ENDED + self.FLUSHED + self.NEVER_STARTED, exit_code=1)
 
