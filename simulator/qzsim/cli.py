@@ -6,12 +6,13 @@ import shlex
 import signal
 import sys
 from pathlib import Path
-from typing import List, Optional, Sequence, Union
+from typing import Optional, Sequence, Union
 
 from .layout import DescriptionError, list_machines, summary
 from .sandbox import SandboxError
-from .simulation import Simulation
+from .simulation import SimulatedRun, Simulation
 
+_PASSED_ON = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
 _ROOT = Path(__file__).resolve().parent.parent.parent
 
 _EPILOG = """Without MACHINE the machines are listed. A fault is a line of a description's [faults] section, such as
@@ -23,7 +24,8 @@ def _parser() -> argparse.ArgumentParser:
                                      description="Runs qzGpuInfo on a machine with simulated GPUs.")
     parser.add_argument("--build", type=Path, default=_ROOT / "build/release", metavar="DIR",
                         help="the build folder that holds the program and the stand-ins (build/release)")
-    parser.add_argument("--program", type=Path, metavar="PATH", help="run this instead of the build's qzGpuInfo")
+    parser.add_argument("--program", default="qzGpuInfo", metavar="PROGRAM",
+                        help="run this instead of qzGpuInfo: a path, or a name in the build folder or PATH")
     parser.add_argument("--fault", action="append", default=[], metavar="FAULT", help="one more thing that goes wrong")
     parser.add_argument("--report", type=Path, metavar="FILE", help="write what the stand-ins counted, as JSON")
     parser.add_argument("--shm", metavar="DIR", help='host folder to be /dev/shm; or "none", "read-only", a size')
@@ -55,24 +57,29 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
         if options.machine is None:
             _list(options.build)
             return 0
-        with Simulation(options.machine, options.build, program=options.program, faults=options.fault,
-                        shm=_shm(options.shm), share_pids=options.share_pids, no_proc=options.no_proc,
-                        wrap=options.wrap, cycle_start=options.cycle_start) as simulation:
-            return _run(simulation, options.arguments, options.report)
+        return _run(options)
     except (DescriptionError, SandboxError) as error:
         print(f"simulate: {error}", file=sys.stderr)
         return 125
 
 
-def _run(simulation: Simulation, arguments: List[str], report: Optional[Path]) -> int:
-    run = simulation.start(*arguments, stdout=None, stderr=None)
+def _run(options: argparse.Namespace) -> int:
+    run: Optional[SimulatedRun] = None
 
     def pass_on(number: int, _frame: object) -> None:
+        if run is None:
+            # Leaves the block below, which removes what is there of the machine.
+            raise SystemExit(128 + number)
         with contextlib.suppress(ProcessLookupError):
             run.send(number)
-    for number in (signal.SIGINT, signal.SIGTERM):
-        signal.signal(number, pass_on)
-    code = run.wait(timeout=None)
-    if report is not None:
-        report.write_text(run.report.as_json() + "\n")
-    return code or 0
+    for number in _PASSED_ON:
+        if signal.getsignal(number) != signal.SIG_IGN:
+            signal.signal(number, pass_on)
+    with Simulation(options.machine, options.build, program=options.program, faults=options.fault,
+                    shm=_shm(options.shm), share_pids=options.share_pids, no_proc=options.no_proc, wrap=options.wrap,
+                    cycle_start=options.cycle_start) as simulation:
+        run = simulation.start(*options.arguments, stdout=None, stderr=None)
+        code = run.wait(timeout=None)
+        if options.report is not None:
+            options.report.write_text(run.report.as_json() + "\n")
+        return code or 0

@@ -156,7 +156,7 @@ class Sandbox:
 
     root        bubblewrap's arguments for the files; the whole host unless given
     sys         a folder to be /sys; an empty one unless given
-    shm         a host folder to be /dev/shm; "none" if there is to be none, "read-only" for one that cannot be written,
+    shm         a host folder to be /dev/shm, made if it is not there; "none" if there is to be none, "read-only" for one that cannot be written,
                 a number of bytes for a file system of that size; None for a fresh one
     null        False: there is no /dev/null
     hidden      files of the host that are to be empty
@@ -229,6 +229,10 @@ def _shared_memory(shm: Union[Path, str, int, None]) -> List[str]:
         return [*place, "--remount-ro", "/dev/shm"]
     if isinstance(shm, int):
         return ["--size", str(shm), *place]
+    try:
+        Path(shm).mkdir(parents=True, exist_ok=True)
+    except OSError as error:
+        raise SandboxError(f"{shm}: {error.strerror}") from error
     return ["--bind", str(Path(shm).resolve()), "/dev/shm"]
 
 

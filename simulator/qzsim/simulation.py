@@ -40,7 +40,8 @@ class Simulation(Sandbox):
     Use it as a context manager: leaving it ends what still runs and removes the folder.
 
     machine     a name of the list or the path of a description
-    build       the CMake build folder that holds the stand-ins (and, without `program`, qzGpuInfo)
+    build       the CMake build folder that holds the stand-ins; its programs come first in PATH
+    program     what is run: a path, or a name that is looked up in PATH
     faults      further faults, each a line of the [faults] section
     shm, share_pids, no_proc  as for Sandbox
     cycle_start what the "cycle" figures count from
@@ -48,11 +49,15 @@ class Simulation(Sandbox):
     wrap        a command put before the program inside, such as ["strace", "-f"]
     """
 
-    def __init__(self, machine: str, build: Path, program: Optional[Path] = None, faults: Sequence[str] = (),
+    def __init__(self, machine: str, build: Path, program: Union[Path, str] = "qzGpuInfo", faults: Sequence[str] = (),
                  shm: Union[Path, str, int, None] = None, share_pids: bool = False, no_proc: bool = False,
                  wrap: Sequence[str] = (), cycle_start: int = 0, environment: Optional[Dict[str, str]] = None) -> None:
         self.build = Path(build).resolve()
-        self.program = Path(program).resolve() if program else self.build / "qzGpuInfo"
+        self.path = f"{self.build}:{os.environ.get('PATH', os.defpath)}"
+        found = shutil.which(program, path=self.path)
+        if found is None:
+            raise SandboxError(f"{program}: there is no such program")
+        self.program = os.path.abspath(found)
         self.description = find_description(machine)
         self.faults = list(faults)
         self.wrap = list(wrap)
@@ -82,7 +87,7 @@ class Simulation(Sandbox):
         files = self._root / f"run-{self._started}"
         files.mkdir()
         run = SimulatedRun([*self.command, "--", *self._inside(self._environment(files)), *arguments],
-                           str(self.program), files, **streams)
+                           self.program, files, **streams)
         self.runs.append(run)
         return run
 
@@ -105,6 +110,7 @@ class Simulation(Sandbox):
             "QZSIM_COUNTERS": str(files / "counters"),
             "QZSIM_KERNELS": str(files / "kernels"),
             "QZSIM_CYCLE_START": str(self.cycle_start),
+            "PATH": self.path,
             "LD_LIBRARY_PATH": str(self.layout.libraries),
             "LD_PRELOAD": ":".join(str(path) for path in self.layout.preloaded),
             # Another library comes before the sanitizer's, and that is meant.
@@ -120,7 +126,7 @@ class Simulation(Sandbox):
     def _inside(self, environment: Dict[str, str]) -> List[str]:
         """What bubblewrap starts: the machine's processes, then the program in its place."""
         settings = [f"{name}={value}" for name, value in environment.items()]
-        command = ["env", *settings, *self.wrap, str(self.program)]
+        command = ["env", *settings, *self.wrap, self.program]
         if not self.layout.processes:
             return command
         script = "".join(f"(exec -a {shlex.quote(name)} sleep 1000000) & " for name in self.layout.processes)
