@@ -116,6 +116,7 @@ class test_StatusText : public QObject {
         QTest::newRow("half") << 512 << 1024 << 0.5;
         QTest::newRow("used above total") << 2048 << 1024 << 1.0;
         QTest::newRow("below zero") << -5 << 1024 << 0.0;
+        QTest::newRow("of 1 MiB") << 1 << 1 << 1.0;
         QTest::newRow("no total") << 5 << 0 << 0.0;
         QTest::newRow("total below zero") << -5 << -10 << 0.0;
     }
