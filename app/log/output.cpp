@@ -23,7 +23,8 @@ NonBlockingOutput* nonBlocking = nullptr;
 /// is shared with the parent and stays as it is; so does the descriptor where there is no other to be had.
 void reopenNonBlocking(int descriptor) {
     struct stat info{};
-    if (fstat(descriptor, &info) != 0 || !(S_ISFIFO(info.st_mode) || isatty(descriptor) == 1))
+    const bool isPipe = fstat(descriptor, &info) == 0 && S_ISFIFO(info.st_mode);
+    if (!isPipe && isatty(descriptor) != 1)
         return;
     const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
     const int flags = fcntl(descriptor, F_GETFL) | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;

@@ -28,9 +28,9 @@ void makeSegment(const std::string& path) {
 } // namespace
 
 // Before the C library's: another object takes the name as soon as the reader has the lock.
-extern "C" int flock(int descriptor, int operation) noexcept {
-    using Flock = int(int, int);
-    static auto* const next = reinterpret_cast<Flock*>(dlsym(RTLD_NEXT, "flock"));
+extern "C" int flockAndReplace(int descriptor, int operation) __asm__("flock");
+extern "C" int flockAndReplace(int descriptor, int operation) {
+    static auto* const next = reinterpret_cast<decltype(&flockAndReplace)>(dlsym(RTLD_NEXT, "flock"));
     const int result = next(descriptor, operation);
     if (result == 0 && (operation & LOCK_EX) != 0) {
         ++locksTaken;

@@ -26,9 +26,10 @@ std::function<void()> meanwhile;
 
 } // namespace
 
-extern "C" int poll(pollfd* asked, nfds_t count, int timeout) {
-    using Poll = int(pollfd*, nfds_t, int);
-    static auto* const next = reinterpret_cast<Poll*>(dlsym(RTLD_NEXT, "poll"));
+// Before the C library's.
+extern "C" int pollAndMore(pollfd* asked, nfds_t count, int timeout) __asm__("poll");
+extern "C" int pollAndMore(pollfd* asked, nfds_t count, int timeout) {
+    static auto* const next = reinterpret_cast<decltype(&pollAndMore)>(dlsym(RTLD_NEXT, "poll"));
     const int result = next(asked, count, timeout);
     if (meanwhile)
         meanwhile();
