@@ -85,6 +85,17 @@ class Dev(Scratch):
             answer = run("/usr/bin/bash", SOURCE / "dev", "--no-install", "package", *arguments, env={"PATH": str(tools)})
             self.assertEqual((answer.returncode, answer.stderr), (1, f"dev: missing, and not to be installed: {missing}\n"))
 
+    def test_builds_only_what_is_packed(self):
+        tools = self.machine_without("ninja")
+        for tool in ("mkdir", "flock"):
+            (tools / tool).symlink_to(shutil.which(tool))
+        self.write("bin/rpmbuild", "", 0o755)
+        self.write("bin/ninja", '#!/usr/bin/env bash\necho "ninja $*"\n', 0o755)
+        shutil.copy(SOURCE / "dev", self.root)
+        answer = run("/usr/bin/bash", self.root / "dev", "package", "--rpm", env={"PATH": str(tools)})
+        self.assertEqual(answer.stderr, f"ninja -C {self.root.resolve()}/build/release packaged\n"
+                                        "dev: packaging/run is not in this tree\n")
+
     def test_installs_what_is_missing_and_says_so_first(self):
         tools = self.machine_without("cmake", "ninja")
         self.add_installer()
