@@ -27,7 +27,7 @@ for name in bytes.fromhex(os.environ.pop("NAMES")).split(b"\\0"):
     done, tell = os.pipe()
     if os.fork() == 0:
         with open("/proc/self/comm", "wb", buffering=0) as comm:
-            comm.write(name)
+            comm.write(name + b"\\0")
         os.close(tell)
         signal.pause()
     os.close(tell)
@@ -60,7 +60,10 @@ class InteractiveShell:
                    str(self.work), sys.executable, "-c", NAMER, *(str(part) for part in command)]
         self.pid, self.terminal = pty.fork()
         if self.pid == 0:
-            os.execve(shutil.which("bwrap"), sandbox, environment)
+            try:
+                os.execve(shutil.which("bwrap"), sandbox, environment)
+            finally:
+                os._exit(127)
         self._read_until(self._is_ready)
 
     def _is_ready(self):

@@ -14,8 +14,8 @@ COMPLETIONS = Path(os.environ["QZGPUINFO_SOURCE"], "packaging/completions")
 NAMES = ["$(touch ran)", "`touch ran`", ";touch ran", "&touch ran", "|touch ran", ">ran", "<(touch ran)", "a b  c",
          "it's", 'q"q "', "\\touch ran", "*", "u?", "[a-z]", "{x,y}", "~root", "!!", "#x", "%1", "^a^b", "=ls", "c:d:e",
          "k=v@w", "@x", "(touch ran)", "n\\nn", "plain", "w!ho", "ünï", " lead", "/x/y"]
-# Process names are not text when a terminal or a locale cannot show them; those with "-" in front are options.
-NO_NAMES = [b"new\nline", b"\nfirst", b"\x1b[31mred", b"tab\tbed", b"del\x7f", b"inv\xffalid", b"-dash", b"-v $(touch ran)"]
+# What is empty or not text cannot be typed; what begins with "-" would be an option.
+NO_NAMES = [b"", b"new\nline", b"\nfirst", b"\x1b[31mred", b"tab\tbed", b"del\x7f", b"inv\xffalid", b"-dash", b"-$(touch ran)"]
 FILES = ["$(touch ran)", "`touch ran`", ";touch ran", "a b", "it's", 'q"q', "new\nline;touch ran"]
 
 
@@ -56,6 +56,10 @@ class InShell:
         offered = set(self.offered("qzGpuInfo "))
         # The sandbox, the shell, and what it reads the names with are there as well.
         self.assertEqual(offered - {b"bwrap", b"sh", b"grep", self.program.encode()}, set(map(os.fsencode, NAMES)))
+
+    def test_part_of_a_word(self):
+        """Where a shell sees a new word after a colon, no name is added to what was typed."""
+        self.assertEqual(self.shell.type("qzGpuInfo c:p\t"), [b"c:p"])
 
     def test_options(self):
         self.assertEqual(set(self.offered("qzGpuInfo -")), set(map(os.fsencode, info_options())))
@@ -147,7 +151,8 @@ class Fish(InShell, unittest.TestCase):
             f"function fish_prompt\n    printf '{PROMPT}'\nend\nset -g fish_greeting\n"
             f"set -g fish_autosuggestion_enabled 0\nset -p fish_complete_path '{COMPLETIONS}/fish'\n",
             encoding="utf-8")
-        cls.shell.start("fish", "-i", **{f"XDG_{kind}_HOME": str(cls.shell.home) for kind in ("CONFIG", "DATA", "CACHE")})
+        folders = {f"XDG_{kind}_HOME": str(cls.shell.home) for kind in ("CONFIG", "DATA", "CACHE")}
+        cls.shell.start("fish", "-i", **folders)
 
     def offered(self, typed):
         return self.shell.type(f"qzGpuInfo (complete -C'{typed}' | string replace -r '\\t.*' '')")
