@@ -33,6 +33,13 @@ std::optional<std::uint32_t> readReportedDevices(SectionReader& section) {
     return count ? std::optional(static_cast<std::uint32_t>(*count)) : std::nullopt;
 }
 
+/// What the tests expect of the program on this machine; the simulator itself has no use for it.
+void readExpectations(SectionReader& section) {
+    for (const char* key : {"queries", "scored", "unscored", "hidden", "left_over"})
+        section.take(key);
+    section.finish();
+}
+
 void readFaults(const Section& section, Machine& machine) {
     for (const Entry& entry : section.entries)
         machine.faults.push_back(parseFault(entry));
@@ -68,6 +75,8 @@ void readSection(const Section& section, Machine& machine, LibraryChoice& librar
     } else if (section.name == "drm") {
         machine.drmEntries = reader.list("entries");
         reader.finish();
+    } else if (section.name == "expected") {
+        readExpectations(reader);
     } else if (section.name == "card") {
         readCard(reader, machine);
     } else {

@@ -1,5 +1,6 @@
 """Tests on simulated machines: where the simulator is, and what to do on a host that cannot simulate."""
 
+import configparser
 import tempfile
 import unittest
 from pathlib import Path
@@ -12,6 +13,21 @@ from qzsim import SandboxError, Simulation
 def description(machine):
     """The text that describes a machine of the simulator's list."""
     return (SOURCE / f"simulator/machines/{machine}.machine").read_text("utf-8")
+
+
+MACHINES = sorted(path.stem for path in (SOURCE / "simulator/machines").glob("*.machine"))
+
+
+class Expected:
+    """What a machine of the list says the program does there, in its section [expected]."""
+
+    def __init__(self, machine):
+        sections = configparser.ConfigParser(strict=False, interpolation=None, delimiters="=")
+        sections.read_string(description(machine))
+        section = sections["expected"]
+        self.queries = {query.strip() for query in section.get("queries", "").split(",")} - {""}
+        self.scored, self.unscored, self.hidden = (section.getint(key, 0) for key in ("scored", "unscored", "hidden"))
+        self.left_over = {section["left_over"]: 1} if "left_over" in section else {}
 
 
 class SimulatedCase(unittest.TestCase):

@@ -8,12 +8,9 @@ import unittest
 from pathlib import Path
 
 import simulated
-from simulated import SOURCE, SimulatedCase
+from simulated import MACHINES, Expected, SimulatedCase
 
-MACHINES = sorted(path.stem for path in (SOURCE / "simulator/machines").glob("*.machine"))
 REPORTS = Path(__file__).parent / "reports"
-# A driver that has died cannot be shut down.
-LEFT_OVER = {"driver-dies": {"nvml": 1}}
 VERSION_LINE = ". qzGpuInfo  "
 
 
@@ -30,8 +27,7 @@ class Reports(SimulatedCase):
     def hold(self, machine, name, *arguments):
         run = self.simulation(machine).run("-single", *arguments)
         self.assertEqual((run.exit_code, run.errors), (0, ""))
-        self.assertEqual((run.report.live, run.report.misuse),
-                         (LEFT_OVER.get(machine, {}), {}))
+        self.assertEqual((run.report.live, run.report.misuse), (Expected(machine).left_over, {}))
         seen, expected = without_version(run.output), REPORTS / f"{name}.txt"
         if os.environ.get("QZGPUINFO_UPDATE_REPORTS"):
             expected.parent.mkdir(exist_ok=True)

@@ -9,41 +9,13 @@ import os
 import re
 
 import simulated
-from simulated import BUILD, SOURCE, SimulatedCase, description
+from simulated import BUILD, MACHINES, Expected, SimulatedCase, description
 
 MANY = {"cloud-equal-buses", "farm-node", "twenty-gpus"}
 CHOSEN = os.environ.get("QZ_MACHINES", "")
 WHOLE = CHOSEN == "all"
 # PoCL's threads bring the leak checker of a sanitizer build down. What is made and not released is counted all the same.
 QUIET = {"ASAN_OPTIONS": "detect_leaks=0:verify_asan_link_order=0"}
-
-# Machine: how many GPUs get a score, and how many have no OpenCL device.
-EXPECTED = {
-    "amd-card": (1, 0),
-    "amd-laptop": (2, 0),
-    "both-vendors": (2, 0),
-    # All of them are measured on the one device of their bus.
-    "cloud-equal-buses": (4, 0),
-    "cycle-numbers": (0, 32),
-    "driver-dies": (2, 0),
-    "driver-only": (1, 0),
-    "farm-node": (8, 0),
-    # Of its four NVIDIA GPUs there is one; both AMD cards claim bus 0.
-    "lying-driver": (3, 0),
-    "no-gpu": (0, 0),
-    "no-opencl": (0, 2),
-    "nvidia-opencl-unregistered": (0, 1),
-    # A nameless device without a bus goes with any AMD card.
-    "odd-names": (6, 0),
-    "opencl-no-platform": (0, 2),
-    "scripted": (2, 0),
-    # A platform is asked for its first twelve devices.
-    "twenty-gpus": (12, 8),
-    "workstation": (1, 0),
-}
-
-# The report goes by device number: of GPUs that share one, the first alone is shown.
-HIDDEN = {"cloud-equal-buses": 3, "lying-driver": 1}
 
 PERFORMANCE = re.compile(r"^    GpuBenchmarkOpenCL: \d+ rounds, avg [0-9.]+ ms/round, performance ([0-9.]+) GPS$",
                          re.MULTILINE)
@@ -62,30 +34,27 @@ def hastened(name):
 
 
 class Scores(SimulatedCase):
-    def test_every_machine_is_expected(self):
-        self.assertEqual(set(EXPECTED), {path.stem for path in (SOURCE / "simulator/machines").glob("*.machine")})
-
     def test_each_machine(self):
-        tried = set(EXPECTED) - (set() if WHOLE else MANY)
+        tried = set(MACHINES) - (set() if WHOLE else MANY)
         for name in sorted(tried if WHOLE or not CHOSEN else CHOSEN.split(",")):
-            measured, without = EXPECTED[name]
+            expected = Expected(name)
             with self.subTest(name):
                 machine = self.described(hastened(name), environment=QUIET)
-                run = machine.run("-single", "-v", "-benchShort", timeout=40 + 60 * measured)
+                run = machine.run("-single", "-v", "-benchShort", timeout=40 + 60 * expected.scored)
                 text = run.output
                 scores = [float(score) for score in PERFORMANCE.findall(text)]
                 self.assertEqual((len(scores), text.count(": unable to run Benchmark(openCL), device_HardwareID is NULL")),
-                                 (measured, without), text)
+                                 (expected.scored, expected.unscored), text)
                 self.assertTrue(all(score > 0 for score in scores), scores)
                 shown = [float(score) for _, score in SHOWN.findall(text)]
-                self.assertEqual(len(shown), measured - HIDDEN.get(name, 0), text)
+                # The report goes by device number: of GPUs that share one, the first alone is shown.
+                self.assertEqual(len(shown), expected.scored - expected.hidden, text)
                 for one in shown:
                     self.assertLess(min(abs(one - score) for score in scores), 0.0051, text)
                 self.assertEqual(bool(SUM.search(text)), bool(shown))
                 if shown:
                     self.assertAlmostEqual(float(SUM.search(text)[1]), sum(shown), delta=0.006 * (1 + len(shown)))
-                left = {"nvml": 1} if name == "driver-dies" else {}
-                self.assertEqual((run.exit_code, run.report.live, run.report.misuse), (0, left, {}))
+                self.assertEqual((run.exit_code, run.report.live, run.report.misuse), (0, expected.left_over, {}))
 
 
 class WarmUp(SimulatedCase):

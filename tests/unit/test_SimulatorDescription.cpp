@@ -125,6 +125,7 @@ class TestSimulatorDescription : public QObject {
             "file:1: device_entry must be link, directory, dangling or missing: x");
         row("os-release", "[os-release]\nid = a\nmissing = yes\n",
             "file:1: [os-release] has one of text, id and \"missing = yes\"");
+        row("expectation", "[expected]\nquery = queryGPU\n", "file:2: [expected] has no key query");
         row("fault", "[faults]\nnvmlFoo = fail 1\n",
             "file:2: neither a function, a library nor a file: nvmlFoo");
     }
