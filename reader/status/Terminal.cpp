@@ -49,7 +49,7 @@ void TerminalScreen::leave() const {
     writeAll(descriptor, leaveSequence);
 }
 
-int TerminalScreen::draw(std::string_view text, int rows) const {
+int TerminalScreen::draw(std::string_view text, int rows, bool (*givesUp)()) const {
     std::string frame(home);
     for (int row = 0; !text.empty() && (rows <= 0 || row < rows); ++row) {
         const auto end = text.find('\n');
@@ -59,7 +59,7 @@ int TerminalScreen::draw(std::string_view text, int rows) const {
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
     }
     frame += clearBelow;
-    return writeAll(descriptor, frame);
+    return writeAll(descriptor, frame, givesUp);
 }
 
 } // namespace qzstatus

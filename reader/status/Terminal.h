@@ -25,8 +25,8 @@ class TerminalScreen {
     TerminalScreen& operator=(const TerminalScreen&) = delete;
 
     /// Replaces what is shown by `text`, whose lines fit the terminal; lines beyond its height are left out.
-    /// 0 or the `errno` of the write.
-    int draw(std::string_view text, int rows) const;
+    /// 0 or the `errno` of the write, see `writeAll`.
+    int draw(std::string_view text, int rows, bool (*givesUp)()) const;
 
     /// Gives the terminal back for a while, and takes it again.
     void leave() const;

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -46,8 +47,10 @@ std::string failed(const std::string& path, int error) {
 
 } // namespace
 
-int writeAll(int descriptor, std::string_view text) {
+int writeAll(int descriptor, std::string_view text, bool (*givesUp)()) {
     while (!text.empty()) {
+        if (givesUp != nullptr && givesUp())
+            return EINTR;
         const ssize_t written = ::write(descriptor, text.data(), text.size());
         if (written < 0 && errno == EINTR)
             continue;
@@ -56,6 +59,12 @@ int writeAll(int descriptor, std::string_view text) {
         text.remove_prefix(static_cast<std::size_t>(written));
     }
     return 0;
+}
+
+bool takesOutput(int descriptor) {
+    constexpr int second = 1000;
+    pollfd asked{descriptor, POLLOUT, 0};
+    return ::poll(&asked, 1, second) > 0;
 }
 
 std::string replaceFile(const std::string& path, std::string_view text) {

@@ -120,16 +120,6 @@ class Terminal:
     def signal(self, number):
         os.kill(self.pid, number)
 
-    def stopped(self):
-        """Waits until the program has stopped itself; False when it does not."""
-        for _ in range(50):
-            pid, status = os.waitpid(self.pid, os.WUNTRACED | os.WNOHANG)
-            if pid:
-                self.read(0.2)
-                return os.WIFSTOPPED(status)
-            self.read(0.1)
-        return False
-
     def end(self):
         """Takes in the rest; the exit code (below zero: the signal that ended it)."""
         deadline = time.monotonic() + 10

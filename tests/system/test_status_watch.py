@@ -113,17 +113,6 @@ class InPlace(OnATerminal):
         self.assertEqual(terminal.end(), 0)
         self.assertTrue(terminal.raw.endswith(LEAVE))
 
-    def test_ctrl_z_gives_the_terminal_back_meanwhile(self):
-        terminal = self.watch()
-        terminal.wait_for(lambda lines: "2 GPUs" in lines[0])
-        os.write(terminal.master, b"\x1a")
-        self.assertTrue(terminal.stopped())
-        self.assertTrue(terminal.raw.endswith(LEAVE))
-        terminal.screen.lines = [[] for _ in terminal.screen.lines]
-        terminal.signal(signal.SIGCONT)
-        terminal.wait_for(lambda lines: "2 GPUs" in lines[0])
-        self.assertTrue(terminal.screen.alternate and terminal.screen.cursor_hidden)
-
     def test_resized_while_it_waits(self):
         terminal = self.terminal("--watch", "3600")
         terminal.wait_for(lambda lines: "MEMORY" in lines[1])

@@ -1,0 +1,125 @@
+#include "reader/status/WatchSignals.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+
+#include <poll.h>
+#include <unistd.h>
+
+#include "reader/status/exitCodes.h"
+
+namespace qzstatus {
+
+namespace {
+
+constexpr int endingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+constexpr unsigned int secondsToEnd = 1;
+
+// All that the handlers can reach.
+std::atomic<int> endingSignal{0};
+std::atomic<bool> stopAsked{false};
+std::atomic<bool> resized{false};
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
+
+void onEnding(int signal) {
+    int none = 0;
+    if (endingSignal.compare_exchange_strong(none, signal))
+        ::alarm(secondsToEnd);
+}
+
+void onStop(int /*signal*/) {
+    stopAsked = true;
+}
+
+void onResize(int /*signal*/) {
+    resized = true;
+}
+
+void onTimeUp(int /*signal*/) {
+    if (endingSignal == SIGQUIT)
+        quitBySignal();
+    ::_exit(ExitCode_Ok);
+}
+
+/// Without SA_RESTART, so that a blocking `write` returns.
+void install(int signal, void (*handler)(int)) {
+    struct sigaction action{};
+    action.sa_handler = handler;
+    ::sigaction(signal, &action, nullptr);
+}
+
+void installUnlessIgnored(int signal, void (*handler)(int)) {
+    struct sigaction before{};
+    ::sigaction(signal, nullptr, &before);
+    if (before.sa_handler != SIG_IGN)
+        install(signal, handler);
+}
+
+} // namespace
+
+WatchSignals::WatchSignals(bool inPlace) {
+    ::sigemptyset(&caught);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGWINCH, SIGALRM})
+        ::sigaddset(&caught, signal);
+    for (const int signal : endingSignals)
+        installUnlessIgnored(signal, onEnding);
+    if (inPlace)
+        installUnlessIgnored(SIGTSTP, onStop);
+    install(SIGWINCH, onResize);
+    install(SIGALRM, onTimeUp);
+    ::sigprocmask(SIG_UNBLOCK, &caught, &maskBefore);
+}
+
+WatchSignals::~WatchSignals() {
+    ::sigprocmask(SIG_SETMASK, &maskBefore, nullptr);
+}
+
+int WatchSignals::ending() {
+    return endingSignal;
+}
+
+bool WatchSignals::arePending() {
+    return endingSignal != 0 || stopAsked;
+}
+
+bool WatchSignals::takeStop() {
+    return stopAsked.exchange(false);
+}
+
+bool WatchSignals::takeResize() {
+    return resized.exchange(false);
+}
+
+void WatchSignals::waitUntil(std::chrono::steady_clock::time_point deadline) const {
+    // Blocked between the question and the wait, or a signal there would be noticed only at the deadline.
+    sigset_t unblocked{};
+    ::sigprocmask(SIG_BLOCK, &caught, &unblocked);
+    const auto left =
+        std::chrono::duration_cast<std::chrono::nanoseconds>(deadline - std::chrono::steady_clock::now());
+    if (!arePending() && !resized && left.count() > 0) {
+        constexpr std::int64_t second = 1'000'000'000;
+        const timespec timeout{left.count() / second, left.count() % second};
+        ::ppoll(nullptr, 0, &timeout, &unblocked);
+    }
+    ::sigprocmask(SIG_SETMASK, &unblocked, nullptr);
+}
+
+void WatchSignals::stop() {
+    install(SIGTSTP, SIG_DFL);
+    ::raise(SIGTSTP);
+    install(SIGTSTP, onStop);
+}
+
+void quitBySignal() {
+    sigset_t quit{};
+    ::sigemptyset(&quit);
+    ::sigaddset(&quit, SIGQUIT);
+    install(SIGQUIT, SIG_DFL);
+    ::sigprocmask(SIG_UNBLOCK, &quit, nullptr);
+    ::raise(SIGQUIT);
+    ::_exit(128 + SIGQUIT);
+}
+
+} // namespace qzstatus
