@@ -12,9 +12,9 @@
 #include "app/exitCode.h"
 #include "app/log/logLine.h"
 #include "app/log/output.h"
-#include "app/standardStreams.h"
 #include "opencl/benchmarkSettings.h"
 #include "support/qzSdk.h"
+#include "support/standardStreams.h"
 
 namespace {
 

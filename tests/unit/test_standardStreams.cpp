@@ -7,7 +7,7 @@
 #include <QTest>
 
 #include "ChildProcess.h"
-#include "app/standardStreams.h"
+#include "support/standardStreams.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "app/standardStreams.h"
+#include "support/standardStreams.h"
 
 #include <csignal>
 #include <cstdio>
