@@ -1,21 +1,10 @@
 #include "amd/AmdOclCandidate.h"
 
 #include <algorithm>
-#include <cstddef>
 
 #include "app/log/logLine.h"
 
 namespace {
-
-/// Answer to `deviceAttribute_TopologyAmd`.
-struct TopologyAmd {
-    cl_uint type;
-    char unused[17];
-    signed char bus;
-    char device;
-    char function;
-};
-static_assert(sizeof(TopologyAmd) == 24 && offsetof(TopologyAmd, bus) == 21);
 
 void readBus(AmdOclCandidate& candidate) {
     TopologyAmd topology{};

@@ -1,12 +1,23 @@
 // The OpenCL GPU devices that an AMD card may be paired with.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
 #include <QString>
 
 #include "opencl/OpenCLDevices.h"
+
+/// Answer to `deviceAttribute_TopologyAmd`.
+struct TopologyAmd {
+    cl_uint type;
+    char unused[17];
+    signed char bus;
+    char device;
+    char function;
+};
+static_assert(sizeof(TopologyAmd) == 24 && offsetof(TopologyAmd, bus) == 21);
 
 /// One OpenCL GPU device and what it tells of itself.
 struct AmdOclCandidate {

@@ -7,10 +7,11 @@ namespace doctor {
 
 /// Roots of the files that are looked at; a test has others.
 struct Places {
-    QString sys = QStringLiteral("/sys");
-    QString proc = QStringLiteral("/proc");
-    QString dev = QStringLiteral("/dev");
-    QString etc = QStringLiteral("/etc");
+    QString root;
+    QString sys = root + "/sys";
+    QString proc = root + "/proc";
+    QString dev = root + "/dev";
+    QString etc = root + "/etc";
 
     QString drm() const { return sys + "/class/drm"; }
     QString pciDevices() const { return sys + "/bus/pci/devices"; }

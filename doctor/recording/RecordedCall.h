@@ -1,6 +1,8 @@
 // One call of a vendor's entry point as it is recorded.
 #pragma once
 
+#include <chrono>
+
 #include <QHash>
 #include <QJsonObject>
 #include <QString>
@@ -35,10 +37,12 @@ class RecordedCall {
         return reinterpret_cast<Function*>(recording().entryPoints.value(name));
     }
 
-    /// Sends what the call gave back: its status and `fields`. Gives the status.
+    /// Sends what the call gave back, its status, `fields` and the seconds it took. Gives the status.
     template <class Status>
     Status answer(Status status, QJsonObject fields = {}) const {
         if (recording().channel != nullptr) {
+            const auto taken = std::chrono::steady_clock::now() - made;
+            fields.insert(QStringLiteral("seconds"), std::chrono::duration<double>(taken).count());
             fields.insert(QStringLiteral("status"), static_cast<int>(status));
             recording().channel->end(fields);
         }
@@ -47,6 +51,7 @@ class RecordedCall {
 
   private:
     QString name;
+    std::chrono::steady_clock::time_point made = std::chrono::steady_clock::now();
 };
 
 /// A vendor's handle, as it is told.

@@ -23,7 +23,8 @@ using Messages = QVector<Message>;
 
 /// Bytes of any kind as JSON text and back: one character a byte.
 inline QString textOfBytes(const QByteArray& bytes) {
-    return QString::fromLatin1(bytes);
+    // Of a QByteArray alone, only what comes before its first NUL is taken.
+    return QString::fromLatin1(bytes.constData(), bytes.size());
 }
 inline QByteArray bytesOfText(const QString& text) {
     return text.toLatin1();

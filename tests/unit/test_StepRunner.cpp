@@ -5,10 +5,10 @@
 #include <QElapsedTimer>
 #include <QTest>
 
-#include "ChildProcess.h"
 #include "doctor/steps/Channel.h"
 #include "doctor/steps/StepRunner.h"
 #include "doctor/steps/processes.h"
+#include "tests/unit/ChildProcess.h"
 
 using namespace doctor;
 using namespace std::chrono_literals;

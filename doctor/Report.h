@@ -1,0 +1,34 @@
+// What is put out, in every form.
+#pragma once
+
+#include <QVector>
+
+#include "doctor/Finding.h"
+#include "doctor/facts/Gpus.h"
+
+namespace doctor {
+
+struct Report {
+    QVector<Finding> findings;
+    QVector<Gpu> gpus; ///< those of the vendors whose GPUs are listed
+    Facts facts;
+
+    GpuCount count() const { return countGpus(gpus); }
+
+    /// The gravest verdict.
+    Verdict worst() const;
+
+    /// "4 GPUs installed, 1 listed: ..."; one sentence.
+    QString headline() const;
+};
+
+/// For people. `columns`: where lines are broken; `colour`: with a terminal's colours.
+QByteArray textForm(const Report& report, int columns, bool colour);
+
+/// For programs: one JSON object, described in docs/doctor.md.
+QByteArray jsonForm(const Report& report);
+
+/// For Prometheus.
+QByteArray prometheusForm(const Report& report);
+
+} // namespace doctor

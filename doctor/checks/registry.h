@@ -1,0 +1,36 @@
+// Every check there is.
+#pragma once
+
+#include <vector>
+
+#include "doctor/Finding.h"
+#include "doctor/facts/Facts.h"
+
+namespace doctor {
+
+/// What a check looks at beside the files of the kernel and the system, which are always read.
+enum Need : unsigned {
+    NeedsNothing = 0,
+    NeedsProgram = 1,
+    NeedsNvml = 2,
+    NeedsOpenCL = 4,
+    NeedsIcds = 8,
+    NeedsRights = 16,
+    NeedsSegment = 32,
+    NeedsAnswers = 64,
+};
+
+struct Check {
+    const char* id;
+    const char* question; ///< what it answers, for the list of checks
+    unsigned needs;       ///< `Need` bits
+    void (*judge)(const Facts& facts, Findings& findings);
+};
+
+/// In the order of the report.
+const std::vector<Check>& checks();
+
+/// Whether a selector names a check: its id, or the beginning of it up to a dot, with or without that dot.
+bool selects(const QString& selector, const Check& check);
+
+} // namespace doctor

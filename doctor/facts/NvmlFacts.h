@@ -1,0 +1,58 @@
+// What NVML tells that the program does not ask for.
+#pragma once
+
+#include <QString>
+#include <QVector>
+
+#include "doctor/steps/StepRunner.h"
+
+namespace doctor {
+
+struct NvmlIdentity {
+    int index = 0;
+    QString address; ///< empty when it is not told
+    QString uuid;    ///< texts are empty when they are not told
+    QString vbiosVersion;
+    int migMode = -1; ///< -1: not told, or the GPU has none
+    int persistenceMode = -1;
+
+    template <class Visit>
+    void walk(Visit visit) {
+        visit("index", index);
+        visit("address", address);
+        visit("uuid", uuid);
+        visit("vbiosVersion", vbiosVersion);
+        visit("migMode", migMode);
+        visit("persistenceMode", persistenceMode);
+    }
+};
+
+struct NvmlLibrary {
+    QString file;          ///< the path that was opened
+    QString driverVersion; ///< empty when it is not told
+    QString nvmlVersion;
+
+    template <class Visit>
+    void walk(Visit visit) {
+        visit("file", file);
+        visit("driverVersion", driverVersion);
+        visit("nvmlVersion", nvmlVersion);
+    }
+};
+
+struct NvmlFacts {
+    NvmlLibrary library;
+    QVector<NvmlIdentity> devices;
+
+    NvmlFacts() = default;
+    explicit NvmlFacts(const StepOutcome& outcome);
+    const NvmlIdentity* at(const QString& address) const;
+};
+
+/// NVML's name of a status, such as "NVML_ERROR_GPU_IS_LOST (15)".
+QString nvmlStatusName(int status);
+
+/// CUDA's, of the runtime and of the driver alike.
+QString cudaStatusName(int status);
+
+} // namespace doctor

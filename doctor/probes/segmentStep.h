@@ -1,0 +1,11 @@
+#pragma once
+
+#include "doctor/Places.h"
+#include "doctor/steps/Channel.h"
+
+namespace doctor {
+
+/// Reads the segment as the user `name` (empty: as the one who runs the doctor): tells "segment".
+void readSegment(Channel& channel, const Places& places, const QString& name);
+
+} // namespace doctor

@@ -1,0 +1,3 @@
+# The second program, on simulated machines.
+
+qz_system_test(doctor TIMEOUT 300)
