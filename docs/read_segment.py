@@ -24,13 +24,21 @@ def fresh(age, flags, max_age=None):
     return "published" in flags and age >= -10 and (age <= limit or limit == 0)
 
 
+def is_mapped(user):
+    """Whether this user namespace has the user: those that it lacks are all shown as one."""
+    with open("/proc/self/uid_map", encoding="ascii") as file:
+        return any(first <= user < first + count for first, _, count in (map(int, line.split()) for line in file))
+
+
 def locked_bytes(path, seconds=1.0):
     """The segment's 7472 bytes, copied under its lock, their age in seconds (below 0: dated ahead), and its flags."""
     guards = os.O_NOFOLLOW | os.O_NONBLOCK
     with open(path, "rb", buffering=0, opener=lambda name, flags: os.open(name, flags | guards)) as file:
         info = os.fstat(file.fileno())
-        if not stat.S_ISREG(info.st_mode) or info.st_uid != os.geteuid() or info.st_nlink > 1:
-            raise ValueError("not a segment of this user")
+        if (info.st_mode, info.st_uid, info.st_nlink > 1) != (stat.S_IFREG | 0o600, os.geteuid(), False):
+            raise ValueError("not a segment of this user's alone")
+        if not is_mapped(info.st_uid):
+            raise ValueError("this user namespace cannot tell whose segment it is")
         for _ in range(1 + round(1000 * seconds)):
             try:
                 fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)  # given back by closing

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "reader/isMappedUser.h"
 #include "support/FileDescriptor.h"
 #include "support/segmentFlags.h"
 
@@ -42,13 +43,23 @@ SegmentResult failure(GpuSnapshot& snapshot, int error) {
 SegmentResult checkObject(const struct stat& info) {
     if (!S_ISREG(info.st_mode))
         return SegmentResult::Foreign;
-    if (info.st_uid != ::geteuid())
+    if (info.st_uid != ::geteuid() || !isMappedUser(info.st_uid))
         return SegmentResult::PermissionDenied;
     if (info.st_nlink > 1)
         return SegmentResult::Foreign;
+    // Others may have written to an object that is open to them; a companion's never is.
+    if ((info.st_mode & ALLPERMS) != (S_IRUSR | S_IWUSR))
+        return SegmentResult::PermissionDenied;
     if (info.st_size < static_cast<off_t>(sizeof(GpuInfoBlock)))
         return SegmentResult::TooSmall;
     return SegmentResult::Ok;
+}
+
+/// The clock's end for a wait that goes beyond it.
+Clock::time_point deadlineAfter(std::chrono::milliseconds wait) {
+    const auto now = Clock::now();
+    const auto longest = std::chrono::floor<std::chrono::milliseconds>(Clock::time_point::max() - now);
+    return now + std::clamp(wait, std::chrono::milliseconds::zero(), longest);
 }
 
 SegmentResult takeLock(int descriptor, Clock::time_point deadline, GpuSnapshot& snapshot) {
@@ -156,7 +167,7 @@ const char* segmentResultText(SegmentResult result) noexcept {
     case SegmentResult::Locked:
         return "the segment's lock was not free in time";
     case SegmentResult::PermissionDenied:
-        return "the segment belongs to another user or may not be read";
+        return "the segment belongs to another user, is open to others, or may not be read";
     case SegmentResult::IoError:
         return "the segment could not be read";
     }
@@ -167,7 +178,7 @@ GpuSegmentReader::GpuSegmentReader(std::string directory, const std::string& key
     : segmentPath(std::move(directory) + "/" + key) {}
 
 SegmentResult GpuSegmentReader::read(GpuSnapshot& snapshot, std::chrono::milliseconds lockWait) const {
-    const auto deadline = Clock::now() + std::max(lockWait, std::chrono::milliseconds::zero());
+    const auto deadline = deadlineAfter(lockWait);
     constexpr int mostReplacements = 3;
     Attempt attempt{};
     for (int i = 0; i <= mostReplacements; ++i) {

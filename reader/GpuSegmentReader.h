@@ -15,7 +15,7 @@ enum class SegmentResult {
     Foreign,          ///< another layout version, impossible counts, or not a plain file with one name
     TooSmall,         ///< fewer bytes than a block has
     Locked,           ///< somebody else held the lock for the whole time allowed
-    PermissionDenied, ///< not readable, or another user's object, whose bytes are never trusted
+    PermissionDenied, ///< not readable, or not this user's alone: its bytes are not trusted
     IoError,          ///< the system refused an operation; `GpuSnapshot::systemError` tells which error
 };
 

@@ -152,7 +152,7 @@ Exit codes:
   3  the data are stale
   4  the segment is of another version or too small
   5  the segment's lock was not free in time
-  6  the segment belongs to another user or cannot be read
+  6  the segment belongs to another user, is open to others, or cannot be read
   7  the output could not be written
 )";
 }

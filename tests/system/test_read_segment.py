@@ -113,6 +113,19 @@ class ReadSegment(unittest.TestCase):
             with self.assertRaisesRegex(ValueError, "not a segment"):
                 reader.locked_bytes(segment.path)
 
+    def test_whose_it_is(self):
+        with Segment(BLOCK) as segment:
+            os.chmod(segment.path, 0o660)
+            with self.assertRaisesRegex(ValueError, "not a segment"):
+                reader.locked_bytes(segment.path)
+            os.chmod(segment.path, 0o600)
+            namespace = ["unshare", "--user"]
+            if subprocess.run([*namespace, "true"], stderr=subprocess.DEVNULL).returncode != 0:
+                self.skipTest("SKIPPED: no user namespace can be made here")
+            result = subprocess.run([*namespace, sys.executable, PATH, segment.path], capture_output=True, text=True, timeout=20)
+            self.assertEqual((result.returncode, result.stdout), (1, ""))
+            self.assertIn("cannot tell whose segment", result.stderr)
+
     def test_a_shared_lock_is_a_lock(self):
         with Segment(BLOCK) as segment, open(segment.path, "rb") as other:
             fcntl.flock(other, fcntl.LOCK_SH)

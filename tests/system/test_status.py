@@ -204,6 +204,32 @@ class WhatIsNoSegment(unittest.TestCase):
             os.chown(segment.path, 65534, -1)
             self.expect(segment, NOT_READABLE, "permissionDenied")
 
+    def test_open_to_others(self):
+        with Segment(block([GPU])) as segment:
+            os.chmod(segment.path, 0o644)
+            self.expect(segment, NOT_READABLE, "permissionDenied")
+            self.assertIn(b"is open to others", run(directory=segment.directory).stderr)
+
+    def test_whose_it_is_cannot_be_told(self):
+        """In a user namespace without this user, whose files look like every other user's."""
+        if subprocess.run(["unshare", "--user", "true"], stderr=subprocess.DEVNULL).returncode != 0:
+            self.skipTest("SKIPPED: no user namespace can be made here")
+        with Segment(block([GPU])) as segment:
+            for mapping, code in (([], NOT_READABLE), (["--map-root-user"], OK)):
+                with self.subTest(mapping):
+                    command = ["unshare", "--user", *mapping, PROGRAM, "--directory", segment.directory]
+                    self.assertEqual(subprocess.run(command, capture_output=True, timeout=20).returncode, code)
+
+    @unittest.skipIf(os.geteuid() != 0, "SKIPPED: only root can give a file to another user")
+    def test_the_user_whose_number_stands_for_the_unknown(self):
+        with Segment(block([GPU])) as segment:
+            os.chmod(segment.directory, 0o755)
+            os.chown(segment.path, 65534, -1)
+            for path in (PROGRAM, segment.directory):
+                if not reachable_by_nobody(path):
+                    self.skipTest(f"SKIPPED: {path} is out of another user's reach")
+            self.assertEqual(run(directory=segment.directory, user=65534).returncode, OK)
+
     @unittest.skipIf(os.geteuid() != 0, "SKIPPED: only root can run as another user")
     def test_not_readable(self):
         with Segment(block([GPU])) as segment:

@@ -249,6 +249,22 @@ class test_GpuSegmentReader : public QObject {
         ::close(other);
     }
 
+    void onlyAnObjectOfItsUserAlone_data() {
+        QTest::addColumn<uint>("mode");
+        QTest::addColumn<SegmentResult>("result");
+        QTest::newRow("as a companion makes it") << 0600U << SegmentResult::Ok;
+        for (const uint mode : {0640U, 0660U, 0604U, 0606U, 0400U, 0700U, 01600U, 04600U})
+            QTest::newRow(qPrintable(QString::number(mode, 8))) << mode << SegmentResult::PermissionDenied;
+    }
+    void onlyAnObjectOfItsUserAlone() {
+        QFETCH(uint, mode);
+        const SegmentFile file;
+        QCOMPARE(::chmod(file.path().c_str(), mode), 0);
+        GpuSnapshot snapshot;
+        QTEST(GpuSegmentReader(file.directory()).read(snapshot), "result");
+        QCOMPARE(snapshot.opened, mode == 0600);
+    }
+
     void aSnapshotIsFilledAfresh() {
         const SegmentFile file;
         GpuSnapshot snapshot;
@@ -277,6 +293,28 @@ class test_GpuSegmentReader : public QObject {
         }
         ::close(holder);
         QCOMPARE(GpuSegmentReader(file.directory()).read(snapshot, 0ms), SegmentResult::Ok);
+    }
+
+    void anyWaitIsHonoured_data() {
+        QTest::addColumn<qint64>("wait");
+        QTest::newRow("the longest") << qint64{std::chrono::milliseconds::max().count()};
+        QTest::newRow("beyond the clock's end") << qint64{std::chrono::milliseconds::max().count() / 1000};
+        QTest::newRow("a century") << qint64{std::chrono::milliseconds{24h * 36525}.count()};
+    }
+    void anyWaitIsHonoured() {
+        QFETCH(qint64, wait);
+        const SegmentFile file;
+        const int holder = file.open();
+        QCOMPARE(::flock(holder, LOCK_EX), 0);
+        std::thread releasing([&] {
+            std::this_thread::sleep_for(50ms);
+            ::close(holder);
+        });
+        GpuSnapshot snapshot;
+        const SegmentResult result =
+            GpuSegmentReader(file.directory()).read(snapshot, std::chrono::milliseconds{wait});
+        releasing.join();
+        QCOMPARE(result, SegmentResult::Ok);
     }
 
     /// A shared lock keeps the reader out as well: it asks for an exclusive one.
