@@ -50,7 +50,7 @@ def locked_bytes(path, seconds=1.0):
 
 
 def gpus(data):
-    """The GPUs of a block as dictionaries: NVIDIA, AMD, Apple. An absent figure is None."""
+    """The GPUs of a block as dictionaries: NVIDIA, AMD, Apple. An absent figure is None; one that is lost does not answer."""
     if len(data) < 7472:
         raise ValueError("too small")
     version, ready, *counts = struct.unpack_from("<5I", data)
@@ -66,6 +66,7 @@ def gpus(data):
             for figure, (offset, layout) in FIGURES.items():
                 present, value = struct.unpack_from(layout, data, at + offset)
                 gpu[figure] = value if valid and present else None
+            gpu["answers"] = any(gpu[figure] is not None for figure in ("usage", "temperature", "used"))
             yield gpu
 
 

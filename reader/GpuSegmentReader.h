@@ -52,6 +52,12 @@ struct GpuSnapshot {
 /// never takes one back).
 SegmentResult parseSegment(const void* data, std::size_t size, GpuInfoBlock& block) noexcept;
 
+/// Whether a GPU answered in the latest update cycle: its load, its temperature or its used memory is there.
+/// The memory's size and the score do not count, which a lost GPU may keep.
+inline bool isAnswering(const GpuDevice& gpu) noexcept {
+    return gpu.statsValid != 0 && (gpu.hasUsage != 0 || gpu.hasTemperature != 0 || gpu.hasMemUsage != 0);
+}
+
 /// The segment under one directory and key. Holds no descriptor between two readings, so one object serves
 /// for hours over restarts of the publisher. Several threads may read through one object.
 class GpuSegmentReader {

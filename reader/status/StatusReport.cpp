@@ -26,7 +26,8 @@ GpuView viewOf(const GpuDevice& gpu) {
     if (view.kind.empty())
         view.kind = unknownKind;
     view.deviceIndex = gpu.deviceIndex;
-    view.statsValid = gpu.statsValid != 0;
+    view.listed = gpu.statsValid != 0;
+    view.answering = isAnswering(gpu);
     view.optixCapable = gpu.optixCapable != 0;
     view.amdRayTracing = gpu.amdRayTracing != 0;
     view.openclMatched = gpu.clDevice != 0;

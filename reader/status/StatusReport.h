@@ -20,7 +20,8 @@ struct GpuView {
     int kindCode = 0;
     std::string kind; ///< "Cuda", "AMD", "Metal", "Other", "-" (the summary) or `unknownKind`
     std::int32_t deviceIndex = -1;
-    bool statsValid = false;
+    bool listed = false;    ///< in the latest update cycle
+    bool answering = false; ///< see `isAnswering`
     bool optixCapable = false;
     bool amdRayTracing = false;
     bool openclMatched = false;

@@ -9,6 +9,11 @@ namespace qzstatus {
 /// What stands for bytes that are no UTF-8, and for characters that a terminal must not get.
 constexpr char32_t replacementCharacter = 0xFFFD;
 
+/// C0, DEL or C1: what a terminal may obey instead of showing it.
+constexpr bool isControl(char32_t codePoint) {
+    return codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0);
+}
+
 /// The code points of `bytes`. Each longest beginning of a valid sequence that is cut short or goes wrong,
 /// and each byte that begins none, gives one replacement character; surrogates and over-long forms are no
 /// UTF-8.

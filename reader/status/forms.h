@@ -9,7 +9,8 @@ namespace qzstatus {
 
 /// A table for people, one line a GPU, below a line that tells the data's age (or what is wrong). No line is
 /// wider than `width` columns (0: no limit): the name is shortened first, then whole columns go, the least
-/// needed first. With `bars`, load and memory are drawn as well. Absent figures are "-".
+/// needed first. With `bars`, load and memory are drawn as well. Absent figures are "-", and the load of a
+/// GPU that did not answer is "no answer".
 std::string tableForm(const StatusReport& report, int width, bool bars);
 
 /// One JSON object, always valid: see docs/segment.md for its members.

@@ -15,7 +15,7 @@ std::string quoted(const std::string& bytes) {
         if (codePoint == '"' || codePoint == '\\') {
             text += '\\';
             appendUtf8(text, codePoint);
-        } else if (codePoint < 0x20 || codePoint == 0x7F) {
+        } else if (isControl(codePoint)) {
             char escape[8];
             std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(codePoint));
             text += escape;
@@ -86,7 +86,8 @@ std::string gpuJson(std::size_t index, const GpuView& gpu) {
     object.add("kind", gpu.kind);
     object.add("kindCode", gpu.kindCode);
     object.add("deviceIndex", gpu.deviceIndex);
-    object.add("figuresValid", gpu.statsValid);
+    object.add("listed", gpu.listed);
+    object.add("figuresValid", gpu.answering);
     object.add("openclMatched", gpu.openclMatched);
     object.add("optixCapable", gpu.optixCapable);
     object.add("amdRayTracing", gpu.amdRayTracing);

@@ -20,10 +20,8 @@ std::string labelValue(const std::string& bytes) {
         if (codePoint == '\\' || codePoint == '"') {
             text += '\\';
             appendUtf8(text, codePoint);
-        } else if (codePoint == '\n') {
-            text += "\\n";
         } else {
-            appendUtf8(text, codePoint);
+            appendUtf8(text, isControl(codePoint) ? replacementCharacter : codePoint);
         }
     }
     return text;
@@ -102,7 +100,7 @@ std::string gpuFamilies(const StatusReport& report) {
         text += family(report, name, help, read);
     };
     add("qzgpuinfo_gpu_figures_valid", "1 while the GPU answered in the latest update cycle.",
-        reading(&GpuView::statsValid));
+        reading(&GpuView::answering));
     add("qzgpuinfo_gpu_opencl_matched", "1 when an OpenCL device was found for the GPU.",
         reading(&GpuView::openclMatched));
     add("qzgpuinfo_gpu_optix_capable", "1 when the GPU qualifies for OptiX.",

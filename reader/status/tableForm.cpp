@@ -57,7 +57,10 @@ std::vector<Column> allColumns(bool bars) {
         {"#", 99, true, [](std::size_t index, const GpuView&) { return std::to_string(index); }},
         {"KIND", 30, false, [](std::size_t, const GpuView& gpu) { return kindText(gpu); }},
         {"NAME", nameNeed, false, [](std::size_t, const GpuView& gpu) { return gpu.name; }},
-        {"LOAD", 90, true, [](std::size_t, const GpuView& gpu) { return figureText(gpu.usagePercent, "%"); }},
+        {"LOAD", 90, true,
+         [](std::size_t, const GpuView& gpu) {
+             return gpu.answering ? figureText(gpu.usagePercent, "%") : "no answer";
+         }},
         {"", 60, false,
          [](std::size_t, const GpuView& gpu) {
              return gpu.usagePercent ? bar(static_cast<double>(*gpu.usagePercent) / 100.0) : "";

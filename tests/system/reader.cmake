@@ -1,4 +1,5 @@
 qz_system_test(status)
+qz_system_test(status_refused)
 qz_system_test(status_forms)
 qz_system_test(status_output)
 qz_test_driver(slowOutput libslowOutput)

@@ -13,3 +13,8 @@ def run(*arguments, directory=None, timeout=20, **options):
         command += ["--directory", directory]
     options.setdefault("stdout", subprocess.PIPE)
     return subprocess.run(command, stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, timeout=timeout, **options)
+
+
+def reachable_by_nobody(path):
+    """Whether user 65534 may enter the folder or run the program."""
+    return subprocess.run(["test", "-x", path], user=65534).returncode == 0

@@ -173,6 +173,9 @@ class DriverOfAnotherVersion(CompanionCase):
                 self.assertEqual(figures(block, CUDA + i * RECORD), (None, 8192, None, None))
         self.assertEqual([figures(block, AMD) for block in (first, second, third)],
                          [(51, 8192, 1024, 31), (52, 8192, 2048, 32), (53, 8192, 3072, 33)])
+        gpus = json.loads(status_command.run("--json", directory=str(folder)).stdout)["gpus"]
+        self.assertEqual([(gpu["listed"], gpu["figuresValid"]) for gpu in gpus], [(True, False), (True, False), (True, True)])
+        self.assertEqual(status_command.run(directory=str(folder)).stdout.decode().count(" no answer "), 2)
         self.assertEqual(run.stop()[0], 0)
         self.assertEqual(self.lines(run)[-1], f"Failed to shutdown NVML: {MISMATCH}")
         self.assertEqual(list(folder.iterdir()), [])

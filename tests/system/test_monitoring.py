@@ -17,7 +17,7 @@ from simulated import SimulatedCase
 
 MIB = 2**20
 OK, NO_DATA, STALE = 0, 1, 3
-NAMES = ['NVIDIA "RTX" 4090\\n \\', "two\nlines\t{gpu=\"9\"}", "G\ufffdForce \ufffd\ufffd größer 日本", "Radeon Pro W7900"]
+NAMES = ['NVIDIA "RTX" 4090\\n \\', "two\ufffdlines\ufffd{gpu=\"9\"}", "G\ufffdForce \ufffd\ufffd größer 日本", "Radeon Pro W7900"]
 MACHINE = r"""
 [os-release]
 id = debian
@@ -69,6 +69,7 @@ nvmlDeviceGetUtilizationRates#2 = fail 15
 # What Prometheus then has of each GPU, in the global order; None: no series.
 SERIES = {
     "info": (1, 1, 1, 1),
+    "figures_valid": (1, 1, 0, 1),
     "opencl_matched": (1, 0, 0, 1),
     "optix_capable": (1, 0, 1, 0),
     "amd_ray_tracing": (0, 0, 0, 1),

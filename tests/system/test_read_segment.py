@@ -20,7 +20,7 @@ sys.path.insert(0, os.path.dirname(PATH))
 reader = importlib.import_module("read_segment")
 
 WHOLE = record(b"RTX", usage=45, temperature=60, total=24576, memory=(1024, 23552), speed=123.5, optix=1, cl_device=9)
-BLOCK = block([WHOLE, record(b"y" * 64, index=1, usage=0)], [record(b"\xffNavi", kind=2, ray_tracing=1)],
+BLOCK = block([WHOLE, record(b"y" * 64, index=1, usage=0)], [record(b"\xffNavi", kind=2, ray_tracing=1, total=5, speed=1.0)],
               [record(b"old", kind=9, valid=0, usage=3)])
 
 
@@ -28,7 +28,7 @@ class ReadSegment(unittest.TestCase):
     def test_every_member(self):
         self.assertEqual(next(reader.gpus(BLOCK)), {
             "name": "RTX", "kind": "Cuda", "device": 0, "opencl": True, "optix": True, "ray_tracing": False, "usage": 45,
-            "temperature": 60, "total": 24576, "used": 1024, "free": 23552, "speed": 123.5})
+            "temperature": 60, "total": 24576, "used": 1024, "free": 23552, "speed": 123.5, "answers": True})
 
     def test_says_what_the_command_says(self):
         with Segment(BLOCK) as segment:
@@ -36,7 +36,7 @@ class ReadSegment(unittest.TestCase):
         names = {"name": "name", "kind": "kind", "device": "deviceIndex", "opencl": "openclMatched",
                  "optix": "optixCapable", "ray_tracing": "amdRayTracing", "usage": "usagePercent",
                  "temperature": "temperatureCelsius", "total": "memoryTotalMiB", "used": "memoryUsedMiB",
-                 "free": "memoryFreeMiB", "speed": "speedGps"}
+                 "free": "memoryFreeMiB", "speed": "speedGps", "answers": "figuresValid"}
         for mine, theirs in zip(reader.gpus(BLOCK), told, strict=True):
             # The command takes a name of 64 bytes without an end for one of 63; so long a name is never published.
             self.assertEqual({**mine, "name": mine["name"][:63]}, {key: theirs[name] for key, name in names.items()})

@@ -4,7 +4,6 @@ import json
 import os
 import resource
 import signal
-import socket
 import stat
 import subprocess
 import tempfile
@@ -14,7 +13,7 @@ import unittest
 
 import segment_bytes
 from segment_bytes import ATTACHED, MEASURING, PUBLISHED, Segment, block, record
-from status_command import PROGRAM, run
+from status_command import PROGRAM, reachable_by_nobody, run
 
 OK, NO_DATA, USAGE, STALE, FOREIGN, LOCKED, NOT_READABLE, OUTPUT = range(8)
 GPU = record(b"Some GPU", usage=5)
@@ -163,87 +162,6 @@ class States(unittest.TestCase):
             output, _ = process.communicate(timeout=20)
             self.assertEqual(process.returncode, OK)
             self.assertIn(b"Some GPU", output)
-
-
-class WhatIsNoSegment(unittest.TestCase):
-    """None of these is waited on, read or trusted."""
-
-    def expect(self, segment, code, state):
-        result = run("--json", directory=segment.directory, timeout=5)
-        self.assertEqual((result.returncode, json.loads(result.stdout)["state"]), (code, state))
-
-    def test_symbolic_link(self):
-        with Segment(block([GPU])) as segment:
-            os.rename(segment.path, segment.path + "_real")
-            os.symlink(segment.path + "_real", segment.path)
-            self.expect(segment, FOREIGN, "foreign")
-
-    def test_second_name(self):
-        with Segment(block([GPU])) as segment:
-            os.link(segment.path, segment.path + "_second")
-            self.expect(segment, FOREIGN, "foreign")
-
-    def test_directory(self):
-        with Segment() as segment:
-            os.mkdir(segment.path)
-            self.expect(segment, FOREIGN, "foreign")
-
-    def test_fifo(self):
-        with Segment() as segment:
-            os.mkfifo(segment.path)
-            self.expect(segment, FOREIGN, "foreign")
-
-    def test_socket(self):
-        with Segment() as segment, socket.socket(socket.AF_UNIX) as server:
-            server.bind(segment.path)
-            self.expect(segment, FOREIGN, "foreign")
-
-    @unittest.skipIf(os.geteuid() != 0, "SKIPPED: only root can give a file to another user")
-    def test_another_users(self):
-        with Segment(block([GPU])) as segment:
-            os.chown(segment.path, 65534, -1)
-            self.expect(segment, NOT_READABLE, "permissionDenied")
-
-    def test_open_to_others(self):
-        with Segment(block([GPU])) as segment:
-            os.chmod(segment.path, 0o644)
-            self.expect(segment, NOT_READABLE, "permissionDenied")
-            self.assertIn(b"is open to others", run(directory=segment.directory).stderr)
-
-    def test_whose_it_is_cannot_be_told(self):
-        """In a user namespace without this user, whose files look like every other user's."""
-        if subprocess.run(["unshare", "--user", "true"], stderr=subprocess.DEVNULL).returncode != 0:
-            self.skipTest("SKIPPED: no user namespace can be made here")
-        with Segment(block([GPU])) as segment:
-            for mapping, code in (([], NOT_READABLE), (["--map-root-user"], OK)):
-                with self.subTest(mapping):
-                    command = ["unshare", "--user", *mapping, PROGRAM, "--directory", segment.directory]
-                    self.assertEqual(subprocess.run(command, capture_output=True, timeout=20).returncode, code)
-
-    @unittest.skipIf(os.geteuid() != 0, "SKIPPED: only root can give a file to another user")
-    def test_the_user_whose_number_stands_for_the_unknown(self):
-        with Segment(block([GPU])) as segment:
-            os.chmod(segment.directory, 0o755)
-            os.chown(segment.path, 65534, -1)
-            for path in (PROGRAM, segment.directory):
-                if not reachable_by_nobody(path):
-                    self.skipTest(f"SKIPPED: {path} is out of another user's reach")
-            self.assertEqual(run(directory=segment.directory, user=65534).returncode, OK)
-
-    @unittest.skipIf(os.geteuid() != 0, "SKIPPED: only root can run as another user")
-    def test_not_readable(self):
-        with Segment(block([GPU])) as segment:
-            os.chmod(segment.directory, 0o755)
-            for path in (PROGRAM, segment.directory):
-                if not reachable_by_nobody(path):
-                    self.skipTest(f"SKIPPED: {path} is out of another user's reach")
-            result = run("--json", directory=segment.directory, user=65534)
-            self.assertEqual((result.returncode, json.loads(result.stdout)["state"]),
-                             (NOT_READABLE, "permissionDenied"))
-
-
-def reachable_by_nobody(path):
-    return subprocess.run(["test", "-x", path], user=65534).returncode == 0
 
 
 class Waiting(unittest.TestCase):

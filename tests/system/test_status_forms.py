@@ -3,6 +3,7 @@
 import json
 import shutil
 import subprocess
+import unicodedata
 import unittest
 
 import exposition
@@ -52,11 +53,11 @@ class Table(unittest.TestCase):
         lines = self.table(block([RTX, IDLE], [NAVI], [BARE], SUMMARY)).splitlines()
         self.assertRegex(lines[0], r"\A4 GPUs, published \d\.\d s ago\Z")
         self.assertEqual(lines[1:], [
-            "# KIND     NAME                    LOAD TEMP         MEMORY  SPEED FEATURES",
-            "0 Cuda-0   NVIDIA GeForce RTX 4090  45%  60C 1024/24576 MiB 123.45 OpenCL OptiX",
-            "1 Cuda-1   NVIDIA Tesla              0%   0C     0/8192 MiB   0.00 -",
-            "2 AMD-0    Navi 31                    -    -    -/16384 MiB      - RT",
-            "3 Other--1 Bare                       -    -              -      - -",
+            "# KIND     NAME                         LOAD TEMP         MEMORY  SPEED FEATURES",
+            "0 Cuda-0   NVIDIA GeForce RTX 4090       45%  60C 1024/24576 MiB 123.45 OpenCL OptiX",
+            "1 Cuda-1   NVIDIA Tesla                   0%   0C     0/8192 MiB   0.00 -",
+            "2 AMD-0    Navi 31                 no answer    -    -/16384 MiB      - RT",
+            "3 Other--1 Bare                    no answer    -              -      - -",
         ])
 
     def test_one_gpu(self):
@@ -71,7 +72,7 @@ class Table(unittest.TestCase):
 
     def test_no_figure_of_an_earlier_cycle(self):
         old = record(b"gone", valid=0, usage=45, temperature=60, total=24576, memory=(1, 2), speed=1.0)
-        self.assertRegex(self.table(block([old, RTX])), r"\n0 Cuda-0 gone +- +- +- +- -\n")
+        self.assertRegex(self.table(block([old, RTX])), r"\n0 Cuda-0 gone +no answer +- +- +- -\n")
 
     def test_an_unknown_kind(self):
         self.assertIn("\n0 unknown(7)-3 ", self.table(block([record(b"x", kind=7, index=3)])))
@@ -114,10 +115,10 @@ class Json(unittest.TestCase):
         self.assertEqual((report["formatVersion"], report["state"], report["writerAttached"]), (1, "ok", True))
         self.assertEqual(report["gpus"], [
             {"index": 0, "name": "NVIDIA GeForce RTX 4090", "kind": "Cuda", "kindCode": 1, "deviceIndex": 0,
-             "figuresValid": True, "openclMatched": True, "optixCapable": True, "amdRayTracing": False,
+             "listed": True, "figuresValid": True, "openclMatched": True, "optixCapable": True, "amdRayTracing": False,
              "usagePercent": 45, "temperatureCelsius": 60, "memoryTotalMiB": 24576, "memoryUsedMiB": 1024,
              "memoryFreeMiB": 23552, "speedGps": 123.45},
-            {"index": 1, "name": "Navi 31", "kind": "AMD", "kindCode": 2, "deviceIndex": 0, "figuresValid": True,
+            {"index": 1, "name": "Navi 31", "kind": "AMD", "kindCode": 2, "deviceIndex": 0, "listed": True, "figuresValid": False,
              "openclMatched": False, "optixCapable": False, "amdRayTracing": True, "usagePercent": None,
              "temperatureCelsius": None, "memoryTotalMiB": 16384, "memoryUsedMiB": None, "memoryFreeMiB": None,
              "speedGps": None}])
@@ -148,6 +149,12 @@ class Json(unittest.TestCase):
     def test_odd_names(self):
         report = self.report(odd_block())
         self.assertEqual([gpu["name"] for gpu in report["gpus"]], [shown(name) for name in ODD_NAMES])
+
+    def test_no_control_character_is_left_raw(self):
+        with Segment(odd_block()) as segment:
+            for arguments in (["--json"], ["--prometheus"]):
+                text = run(*arguments, directory=segment.directory).stdout.decode()
+                self.assertEqual({character for character in text if unicodedata.category(character) == "Cc"}, {"\n"})
 
     def test_every_byte(self):
         names = [bytes([byte]) + b"z" for byte in range(1, 256)]
@@ -208,6 +215,12 @@ class Prometheus(unittest.TestCase):
         self.assertEqual(self.value(families, "qzgpuinfo_gpu_figures_valid", "0"), 0)
         self.assertNotIn("qzgpuinfo_gpu_usage_ratio", families)
 
+    def test_a_listed_gpu_that_did_not_answer(self):
+        for figures, answers in (({}, 0), ({"total": 5, "speed": 1.0}, 0), ({"usage": 0}, 1), ({"temperature": 0}, 1),
+                                 ({"memory": (0, 5)}, 1)):
+            families = self.families(block([record(b"x", **figures)]))
+            self.assertEqual(self.value(families, "qzgpuinfo_gpu_figures_valid", "0"), answers, figures)
+
     def test_memory_beyond_32_bits_of_bytes_and_below_zero(self):
         families = self.families(block([record(b"x", total=2**31 - 1, memory=(-1, 0))]))
         self.assertEqual(self.value(families, "qzgpuinfo_gpu_memory_total_bytes", "0"), (2**31 - 1) * 2**20)
@@ -229,7 +242,8 @@ class Prometheus(unittest.TestCase):
     def test_odd_names(self):
         families = self.families(odd_block())
         self.assertEqual([labels["name"] for labels, _ in families["qzgpuinfo_gpu_info"]["series"]],
-                         [shown(name) for name in ODD_NAMES])
+                         ["".join("\uFFFD" if unicodedata.category(character) == "Cc" else character
+                                  for character in shown(name)) for name in ODD_NAMES])
 
     @unittest.skipUnless(shutil.which("promtool"), "SKIPPED: promtool (package prometheus) is not installed")
     def test_promtool_finds_nothing_to_say(self):

@@ -26,13 +26,14 @@ inline GpuView gpuView(const char* name, int kindCode, const char* kind, std::in
     gpu.kindCode = kindCode;
     gpu.kind = kind;
     gpu.deviceIndex = deviceIndex;
-    gpu.statsValid = true;
+    gpu.listed = true;
     return gpu;
 }
 
 /// Every figure present, each with a value of its own.
 inline GpuView busyGpu() {
     return with(gpuView("NVIDIA GeForce RTX 4090", 1, "Cuda", 0), [](GpuView& gpu) {
+        gpu.answering = true;
         gpu.optixCapable = true;
         gpu.openclMatched = true;
         gpu.usagePercent = 45;
@@ -47,6 +48,7 @@ inline GpuView busyGpu() {
 /// Every figure present and 0, but for the memory's size.
 inline GpuView idleGpu() {
     return with(gpuView("NVIDIA Tesla", 1, "Cuda", 1), [](GpuView& gpu) {
+        gpu.answering = true;
         gpu.usagePercent = 0;
         gpu.temperatureCelsius = 0;
         gpu.memoryTotalMiB = 8192;
@@ -56,7 +58,7 @@ inline GpuView idleGpu() {
     });
 }
 
-/// Only the memory's size is known.
+/// Only the memory's size is known: it is listed and does not answer.
 inline GpuView amdGpu() {
     return with(gpuView("Navi 31", 2, "AMD", 0), [](GpuView& gpu) {
         gpu.amdRayTracing = true;
@@ -64,9 +66,9 @@ inline GpuView amdGpu() {
     });
 }
 
-/// Nothing is known; it did not answer in the latest cycle.
+/// Nothing is known; it is not listed in the latest cycle.
 inline GpuView silentGpu() {
-    return with(gpuView("Bare", 0, "Other", -1), [](GpuView& gpu) { gpu.statsValid = false; });
+    return with(gpuView("Bare", 0, "Other", -1), [](GpuView& gpu) { gpu.listed = false; });
 }
 
 /// Of a kind that this version does not know.

@@ -1,4 +1,5 @@
 qz_unit_test(GpuSegmentReader LINK qzgpureader)
+qz_unit_test(parseSegment LINK qzgpureader)
 qz_unit_test(CancelledReader LINK qzgpureader)
 qz_unit_test(isFresh LINK qzgpureader)
 qz_unit_test(GpuSegmentReader_replaced LINK qzgpureader)

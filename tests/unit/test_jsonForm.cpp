@@ -27,6 +27,7 @@ const char wholeObject[] = R"({
       "kind": "Cuda",
       "kindCode": 1,
       "deviceIndex": 0,
+      "listed": true,
       "figuresValid": true,
       "openclMatched": true,
       "optixCapable": true,
@@ -44,6 +45,7 @@ const char wholeObject[] = R"({
       "kind": "Cuda",
       "kindCode": 1,
       "deviceIndex": 1,
+      "listed": true,
       "figuresValid": true,
       "openclMatched": false,
       "optixCapable": false,
@@ -61,7 +63,8 @@ const char wholeObject[] = R"({
       "kind": "AMD",
       "kindCode": 2,
       "deviceIndex": 0,
-      "figuresValid": true,
+      "listed": true,
+      "figuresValid": false,
       "openclMatched": false,
       "optixCapable": false,
       "amdRayTracing": true,
@@ -78,6 +81,7 @@ const char wholeObject[] = R"({
       "kind": "Other",
       "kindCode": 0,
       "deviceIndex": -1,
+      "listed": false,
       "figuresValid": false,
       "openclMatched": false,
       "optixCapable": false,
@@ -149,6 +153,7 @@ class test_jsonForm : public QObject {
         row("lowest control character", "\x01", R"("\u0001")");
         row("highest control character", "\x1f ", R"("\u001f ")");
         row("delete", "~\x7f", R"("~\u007f")");
+        row("C1 control characters", "a\xc2\x80\xc2\x9b\xc2\x9f\xc2\xa0", "\"a\\u0080\\u009b\\u009f\u00A0\"");
         row("two, three and four bytes", "ß€😀", R"("ß€😀")");
         row("no UTF-8", "\xff!\xe2\x82", "\"\uFFFD!\uFFFD\"");
     }

@@ -52,7 +52,7 @@ qzgpuinfo_gpu_info{gpu="3",kind="Other",device="-1",name="Bare"} 1
 # TYPE qzgpuinfo_gpu_figures_valid gauge
 qzgpuinfo_gpu_figures_valid{gpu="0",kind="Cuda",device="0"} 1
 qzgpuinfo_gpu_figures_valid{gpu="1",kind="Cuda",device="1"} 1
-qzgpuinfo_gpu_figures_valid{gpu="2",kind="AMD",device="0"} 1
+qzgpuinfo_gpu_figures_valid{gpu="2",kind="AMD",device="0"} 0
 qzgpuinfo_gpu_figures_valid{gpu="3",kind="Other",device="-1"} 0
 # HELP qzgpuinfo_gpu_opencl_matched 1 when an OpenCL device was found for the GPU.
 # TYPE qzgpuinfo_gpu_opencl_matched gauge
@@ -166,8 +166,10 @@ class test_prometheusForm : public QObject {
         row("empty", "", "");
         row("quotes", "a \"b\" 'c'", "a \\\"b\\\" 'c'");
         row("backslash", R"(a\n)", R"(a\\n)");
-        row("line break", "a\nb", R"(a\nb)");
-        row("other control characters", "\t\r\x7f", "\t\r\x7f");
+        row("line break", "a\nb", "a\uFFFDb");
+        row("lowest control characters", "\x01\x1b\x1f ", "\uFFFD\uFFFD\uFFFD ");
+        row("delete", "~\x7f", "~\uFFFD");
+        row("C1 control characters", "\xc2\x80\xc2\x9f\xc2\xa0", "\uFFFD\uFFFD\u00A0");
         row("two, three and four bytes", "ß€😀", "ß€😀");
         row("no UTF-8", "\xff!\xe2\x82", "\uFFFD!\uFFFD");
     }

@@ -32,22 +32,22 @@ class test_tableForm : public QObject {
         QTest::addColumn<bool>("bars");
         QTest::addColumn<QString>("text");
         QTest::newRow("four GPUs") << mixedReport() << false << R"(4 GPUs, published 1.2 s ago
-# KIND     NAME                    LOAD TEMP         MEMORY  SPEED FEATURES
-0 Cuda-0   NVIDIA GeForce RTX 4090  45%  60C 1024/24576 MiB 123.45 OpenCL OptiX
-1 Cuda-1   NVIDIA Tesla              0%   0C     0/8192 MiB   0.00 -
-2 AMD-0    Navi 31                    -    -    -/16384 MiB      - RT
-3 Other--1 Bare                       -    -              -      - -
+# KIND     NAME                         LOAD TEMP         MEMORY  SPEED FEATURES
+0 Cuda-0   NVIDIA GeForce RTX 4090       45%  60C 1024/24576 MiB 123.45 OpenCL OptiX
+1 Cuda-1   NVIDIA Tesla                   0%   0C     0/8192 MiB   0.00 -
+2 AMD-0    Navi 31                 no answer    -    -/16384 MiB      - RT
+3 Other--1 Bare                    no answer    -              -      - -
 )";
         QTest::newRow("with bars") << mixedReport() << true << R"(4 GPUs, published 1.2 s ago
-# KIND     NAME                    LOAD              TEMP         MEMORY               SPEED FEATURES
-0 Cuda-0   NVIDIA GeForce RTX 4090  45% [#####     ]  60C 1024/24576 MiB [          ] 123.45 OpenCL OptiX
-1 Cuda-1   NVIDIA Tesla              0% [          ]   0C     0/8192 MiB [          ]   0.00 -
-2 AMD-0    Navi 31                    -                 -    -/16384 MiB                   - RT
-3 Other--1 Bare                       -                 -              -                   - -
+# KIND     NAME                         LOAD              TEMP         MEMORY               SPEED FEATURES
+0 Cuda-0   NVIDIA GeForce RTX 4090       45% [#####     ]  60C 1024/24576 MiB [          ] 123.45 OpenCL OptiX
+1 Cuda-1   NVIDIA Tesla                   0% [          ]   0C     0/8192 MiB [          ]   0.00 -
+2 AMD-0    Navi 31                 no answer                 -    -/16384 MiB                   - RT
+3 Other--1 Bare                    no answer                 -              -                   - -
 )";
         QTest::newRow("bars of nothing") << freshReport({amdGpu()}) << true << R"(1 GPU, published 1.2 s ago
-# KIND  NAME    LOAD TEMP      MEMORY SPEED FEATURES
-0 AMD-0 Navi 31    -    - -/16384 MiB     - RT
+# KIND  NAME         LOAD TEMP      MEMORY SPEED FEATURES
+0 AMD-0 Navi 31 no answer    - -/16384 MiB     - RT
 )";
         QTest::newRow("no GPU") << freshReport() << true << "0 GPUs, published 1.2 s ago\n";
         QTest::newRow("measuring") << measuringReport() << true
@@ -56,8 +56,8 @@ class test_tableForm : public QObject {
             << with(freshReport(), [](StatusReport& report) { report.ageSeconds.reset(); }) << true
             << "0 GPUs, published 0.0 s ago\n";
         QTest::newRow("stale") << staleReport() << false << R"(STALE: no companion keeps the list fresh
-# KIND  NAME    LOAD TEMP      MEMORY SPEED FEATURES
-0 AMD-0 Navi 31    -    - -/16384 MiB     - RT
+# KIND  NAME         LOAD TEMP      MEMORY SPEED FEATURES
+0 AMD-0 Navi 31 no answer    - -/16384 MiB     - RT
 )";
         QTest::newRow("no segment") << missingReport() << false << "there is no segment\n";
     }
@@ -76,27 +76,29 @@ class test_tableForm : public QObject {
         row(
             "all features",
             [](GpuView& gpu) { gpu.openclMatched = gpu.optixCapable = gpu.amdRayTracing = true; },
-            "0 AMD-0 Navi 31    -    - -/16384 MiB     - OpenCL OptiX RT");
+            "0 AMD-0 Navi 31 no answer    - -/16384 MiB     - OpenCL OptiX RT");
         row(
             "memory of unknown size",
             [](GpuView& gpu) {
                 gpu.memoryTotalMiB.reset();
                 gpu.memoryUsedMiB = 5;
             },
-            "0 AMD-0 Navi 31    -    - 5/- MiB     - RT");
+            "0 AMD-0 Navi 31 no answer    - 5/- MiB     - RT");
         row(
             "a score is rounded", [](GpuView& gpu) { gpu.speedGps = 1.006F; },
-            "0 AMD-0 Navi 31    -    - -/16384 MiB  1.01 RT");
+            "0 AMD-0 Navi 31 no answer    - -/16384 MiB  1.01 RT");
         row(
             "frost", [](GpuView& gpu) { gpu.temperatureCelsius = -5; },
-            "0 AMD-0 Navi 31    -  -5C -/16384 MiB     - RT");
+            "0 AMD-0 Navi 31 no answer  -5C -/16384 MiB     - RT");
         row(
             "wide characters", [](GpuView& gpu) { gpu.name = "日本"; },
-            "0 AMD-0 日本    -    - -/16384 MiB     - RT");
+            "0 AMD-0 日本 no answer    - -/16384 MiB     - RT");
         row(
             "control characters", [](GpuView& gpu) { gpu.name = "\x1b[31m"; },
-            "0 AMD-0 \uFFFD[31m    -    - -/16384 MiB     - RT");
-        row("no name", [](GpuView& gpu) { gpu.name = ""; }, "0 AMD-0         -    - -/16384 MiB     - RT");
+            "0 AMD-0 \uFFFD[31m no answer    - -/16384 MiB     - RT");
+        row(
+            "no name", [](GpuView& gpu) { gpu.name = ""; },
+            "0 AMD-0      no answer    - -/16384 MiB     - RT");
     }
     void cells() {
         QFETCH(StatusReport, report);
@@ -117,9 +119,9 @@ class test_tableForm : public QObject {
         QFETCH(int, percent);
         QFETCH(QString, bar);
         const StatusReport report =
-            freshReport({with(amdGpu(), [&](GpuView& gpu) { gpu.usagePercent = percent; })});
+            freshReport({with(busyGpu(), [&](GpuView& gpu) { gpu.usagePercent = percent; })});
         const QString line = linesOf(report, noLimit, true).value(2);
-        QVERIFY2(line.contains("% " + bar + "    - -/16384 MiB"), qPrintable(line));
+        QVERIFY2(line.contains("% " + bar + "  60C 1024/24576 MiB"), qPrintable(line));
     }
 
     /// The bar of the memory is drawn where used and total are known.
