@@ -30,265 +30,249 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
     Q_OBJECT
 
   private slots:
-    void init();
-    void cleanup();
-    void kernelText();
-    void loopBound_data();
-    void loopBound();
-    void createContextCalls();
-    void createContextFails();
-    void createQueueFails();
-    void createContextWithoutLibrary();
-    void buildKernelCalls();
-    void buildKernelAgain();
-    void buildKernelFails_data();
-    void buildKernelFails();
-    void buildLog_data();
-    void buildLog();
-    void buildWithoutBuildInfo();
-    void releaseOrder();
-    void releaseOfWhatIsThere_data();
-    void releaseOfWhatIsThere();
-    void releasedAtTheEnd();
-};
+    void init() {
+        logLevel = 1;
+        GLOBAL_Iteratons_mod = 0.1F;
+        GpuOpenCL_Loader::unload();
+        FakeLoader::reset();
+        FakeOpenCL::install({{"p", {FakeClDevice()}}});
+        GpuOpenCL_Loader::load(FakeLoader::functions());
+        FakeCalls::reset();
+    }
 
-void TestGpuBenchmarkOpenCL_Context::init() {
-    logLevel = 1;
-    GLOBAL_Iteratons_mod = 0.1F;
-    GpuOpenCL_Loader::unload();
-    FakeLoader::reset();
-    FakeOpenCL::install({{"p", {FakeClDevice()}}});
-    GpuOpenCL_Loader::load(FakeLoader::functions());
-    FakeCalls::reset();
-}
+    void cleanup() {
+        QCOMPARE(FakeOpenCL::liveObjects(), QStringList());
+        QCOMPARE(FakeOpenCL::misuses(), QStringList());
+    }
 
-void TestGpuBenchmarkOpenCL_Context::cleanup() {
-    QCOMPARE(FakeOpenCL::liveObjects(), QStringList());
-    QCOMPARE(FakeOpenCL::misuses(), QStringList());
-}
+    void kernelText() {
+        const QByteArray expected =
+            "__kernel void benchmarkKernel(__global float* a, __global float* b, __global float* result) {\n"
+            "    int tid = (get_group_id(1) * 128 * 256)            + get_group_id(0) * 256 + "
+            "get_local_id(0);\n"
+            "    float val = a[tid];\n"
+            "    for (int i = 0; i < 883.3; i++) {\n"
+            "        val = sqrt(val * b[tid] * 1000.0f / 12.34567f) + a[tid];\n"
+            "    }\n"
+            "    result[tid] = val;\n"
+            "}\n";
+        QCOMPARE(kernelSource(0.1F), expected);
+        QCOMPARE(kernelSource(0.1F).replace("883.3", "%1").size(), 347);
+    }
 
-void TestGpuBenchmarkOpenCL_Context::kernelText() {
-    const QByteArray expected =
-        "__kernel void benchmarkKernel(__global float* a, __global float* b, __global float* result) {\n"
-        "    int tid = (get_group_id(1) * 128 * 256)            + get_group_id(0) * 256 + get_local_id(0);\n"
-        "    float val = a[tid];\n"
-        "    for (int i = 0; i < 883.3; i++) {\n"
-        "        val = sqrt(val * b[tid] * 1000.0f / 12.34567f) + a[tid];\n"
-        "    }\n"
-        "    result[tid] = val;\n"
-        "}\n";
-    QCOMPARE(kernelSource(0.1F), expected);
-    QCOMPARE(kernelSource(0.1F).replace("883.3", "%1").size(), 347);
-}
+    void loopBound_data() {
+        QTest::addColumn<float>("scale");
+        QTest::addColumn<QByteArray>("bound");
+        const float infinity = std::numeric_limits<float>::infinity();
+        QTest::newRow("start") << 1.0F << QByteArray("8833");
+        QTest::newRow("warm-up") << 0.1F << QByteArray("883.3");
+        QTest::newRow("slow") << 0.001F << QByteArray("8.833");
+        QTest::newRow("six digits") << 12.3456F << QByteArray("109049");
+        QTest::newRow("exponent form") << 200.0F << QByteArray("1.7666e+06");
+        QTest::newRow("last without exponent") << 113.2F << QByteArray("999896");
+        QTest::newRow("first with exponent") << 113.3F << QByteArray("1.00078e+06");
+        QTest::newRow("tiny") << 1e-9F << QByteArray("8.833e-06");
+        QTest::newRow("no number") << std::numeric_limits<float>::quiet_NaN() << QByteArray("nan");
+        QTest::newRow("infinite") << infinity << QByteArray("inf");
+        QTest::newRow("single precision") << 88.25965118408203F << QByteArray("779598"); // as doubles: 779597
+    }
 
-void TestGpuBenchmarkOpenCL_Context::loopBound_data() {
-    QTest::addColumn<float>("scale");
-    QTest::addColumn<QByteArray>("bound");
-    const float infinity = std::numeric_limits<float>::infinity();
-    QTest::newRow("start") << 1.0F << QByteArray("8833");
-    QTest::newRow("warm-up") << 0.1F << QByteArray("883.3");
-    QTest::newRow("slow") << 0.001F << QByteArray("8.833");
-    QTest::newRow("six digits") << 12.3456F << QByteArray("109049");
-    QTest::newRow("exponent form") << 200.0F << QByteArray("1.7666e+06");
-    QTest::newRow("last without exponent") << 113.2F << QByteArray("999896");
-    QTest::newRow("first with exponent") << 113.3F << QByteArray("1.00078e+06");
-    QTest::newRow("tiny") << 1e-9F << QByteArray("8.833e-06");
-    QTest::newRow("no number") << std::numeric_limits<float>::quiet_NaN() << QByteArray("nan");
-    QTest::newRow("infinite") << infinity << QByteArray("inf");
-    QTest::newRow("single precision") << 88.25965118408203F << QByteArray("779598"); // as doubles: 779597
-}
+    void loopBound() {
+        QFETCH(float, scale);
+        QFETCH(QByteArray, bound);
+        const QByteArray source = kernelSource(scale);
+        QVERIFY2(source.contains("    for (int i = 0; i < " + bound + "; i++) {\n"), source.constData());
+    }
 
-void TestGpuBenchmarkOpenCL_Context::loopBound() {
-    QFETCH(float, scale);
-    QFETCH(QByteArray, bound);
-    const QByteArray source = kernelSource(scale);
-    QVERIFY2(source.contains("    for (int i = 0; i < " + bound + "; i++) {\n"), source.constData());
-}
+    void createContextCalls() {
+        GpuBenchmarkOpenCL_Context context;
+        QCOMPARE(createContext(context, FakeOpenCL::device(0, 0)), 1);
+        QCOMPARE(context.device, FakeOpenCL::device(0, 0));
+        QVERIFY(context.context != nullptr && context.queue != nullptr);
+        QVERIFY(context.program == nullptr && context.kernel == nullptr);
+        QCOMPARE(FakeCalls::all(), QStringList({"clCreateContext(null, 1, device0.0, null, null)",
+                                                "clCreateCommandQueue(context1, device0.0, 0)"}));
+    }
 
-void TestGpuBenchmarkOpenCL_Context::createContextCalls() {
-    GpuBenchmarkOpenCL_Context context;
-    QCOMPARE(createContext(context, FakeOpenCL::device(0, 0)), 1);
-    QCOMPARE(context.device, FakeOpenCL::device(0, 0));
-    QVERIFY(context.context != nullptr && context.queue != nullptr);
-    QVERIFY(context.program == nullptr && context.kernel == nullptr);
-    QCOMPARE(FakeCalls::all(), QStringList({"clCreateContext(null, 1, device0.0, null, null)",
-                                            "clCreateCommandQueue(context1, device0.0, 0)"}));
-}
+    void createContextFails() {
+        FakeCalls::fail("clCreateContext", -6);
+        GpuBenchmarkOpenCL_Context context;
+        int result = 1;
+        const QByteArray printed =
+            printedBy([&] { result = createContext(context, FakeOpenCL::device(0, 0)); });
+        QCOMPARE(printed, line("clCreateContext failed: CL_OUT_OF_HOST_MEMORY"));
+        QCOMPARE(result, 0);
+        QCOMPARE(context.device, FakeOpenCL::device(0, 0));
+        QCOMPARE(FakeCalls::all().size(), 1); // no queue is tried, nothing released
+        logLevel = 0;
+        QCOMPARE(printedBy([&] { createContext(context, FakeOpenCL::device(0, 0)); }), QByteArray());
+    }
 
-void TestGpuBenchmarkOpenCL_Context::createContextFails() {
-    FakeCalls::fail("clCreateContext", -6);
-    GpuBenchmarkOpenCL_Context context;
-    int result = 1;
-    const QByteArray printed = printedBy([&] { result = createContext(context, FakeOpenCL::device(0, 0)); });
-    QCOMPARE(printed, line("clCreateContext failed: CL_OUT_OF_HOST_MEMORY"));
-    QCOMPARE(result, 0);
-    QCOMPARE(context.device, FakeOpenCL::device(0, 0));
-    QCOMPARE(FakeCalls::all().size(), 1); // no queue is tried, nothing released
-    logLevel = 0;
-    QCOMPARE(printedBy([&] { createContext(context, FakeOpenCL::device(0, 0)); }), QByteArray());
-}
+    void createQueueFails() {
+        FakeCalls::fail("clCreateCommandQueue", -34);
+        GpuBenchmarkOpenCL_Context context;
+        int result = 1;
+        const QByteArray printed =
+            printedBy([&] { result = createContext(context, FakeOpenCL::device(0, 0)); });
+        QCOMPARE(printed, line("clCreateCommandQueue failed: CL_INVALID_CONTEXT"));
+        QCOMPARE(result, 0);
+        QVERIFY(context.context == nullptr);
+        QCOMPARE(FakeCalls::all().last(), QString("clReleaseContext(context1)"));
+        logLevel = 0;
+        QCOMPARE(printedBy([&] { createContext(context, FakeOpenCL::device(0, 0)); }), QByteArray());
+    }
 
-void TestGpuBenchmarkOpenCL_Context::createQueueFails() {
-    FakeCalls::fail("clCreateCommandQueue", -34);
-    GpuBenchmarkOpenCL_Context context;
-    int result = 1;
-    const QByteArray printed = printedBy([&] { result = createContext(context, FakeOpenCL::device(0, 0)); });
-    QCOMPARE(printed, line("clCreateCommandQueue failed: CL_INVALID_CONTEXT"));
-    QCOMPARE(result, 0);
-    QVERIFY(context.context == nullptr);
-    QCOMPARE(FakeCalls::all().last(), QString("clReleaseContext(context1)"));
-    logLevel = 0;
-    QCOMPARE(printedBy([&] { createContext(context, FakeOpenCL::device(0, 0)); }), QByteArray());
-}
+    void createContextWithoutLibrary() {
+        GpuOpenCL_Loader::unload();
+        GpuBenchmarkOpenCL_Context context;
+        int result = 1;
+        const QByteArray printed =
+            printedBy([&] { result = createContext(context, FakeOpenCL::device(0, 0)); });
+        QCOMPARE(printed, line("clCreateContext failed: CL_UNKNOWN_ERROR"));
+        QCOMPARE(result, 0);
+        QVERIFY(context.context == nullptr && context.queue == nullptr);
+    }
 
-void TestGpuBenchmarkOpenCL_Context::createContextWithoutLibrary() {
-    GpuOpenCL_Loader::unload();
-    GpuBenchmarkOpenCL_Context context;
-    int result = 1;
-    const QByteArray printed = printedBy([&] { result = createContext(context, FakeOpenCL::device(0, 0)); });
-    QCOMPARE(printed, line("clCreateContext failed: CL_UNKNOWN_ERROR"));
-    QCOMPARE(result, 0);
-    QVERIFY(context.context == nullptr && context.queue == nullptr);
-}
+    void buildKernelCalls() {
+        GpuBenchmarkOpenCL_Context context;
+        createContext(context, FakeOpenCL::device(0, 0));
+        FakeCalls::reset();
+        GLOBAL_Iteratons_mod = 2.0F;
+        QCOMPARE(buildKernel(context), 1);
+        QCOMPARE(FakeCalls::all(), QStringList({"clCreateProgramWithSource(context1, 1, null)",
+                                                "clBuildProgram(program1, 1, device0.0, null, null, null)",
+                                                "clCreateKernel(program1, benchmarkKernel)"}));
+        QCOMPARE(FakeOpenCL::sources(), std::vector<QByteArray>{kernelSource(2.0F)});
+    }
 
-void TestGpuBenchmarkOpenCL_Context::buildKernelCalls() {
-    GpuBenchmarkOpenCL_Context context;
-    createContext(context, FakeOpenCL::device(0, 0));
-    FakeCalls::reset();
-    GLOBAL_Iteratons_mod = 2.0F;
-    QCOMPARE(buildKernel(context), 1);
-    QCOMPARE(FakeCalls::all(), QStringList({"clCreateProgramWithSource(context1, 1, null)",
-                                            "clBuildProgram(program1, 1, device0.0, null, null, null)",
-                                            "clCreateKernel(program1, benchmarkKernel)"}));
-    QCOMPARE(FakeOpenCL::sources(), std::vector<QByteArray>{kernelSource(2.0F)});
-}
-
-void TestGpuBenchmarkOpenCL_Context::buildKernelAgain() {
-    GpuBenchmarkOpenCL_Context context;
-    createContext(context, FakeOpenCL::device(0, 0));
-    buildKernel(context);
-    FakeCalls::reset();
-    QCOMPARE(buildKernel(context), 1);
-    QCOMPARE(FakeCalls::all().mid(0, 3),
-             QStringList({"clReleaseKernel(kernel1)", "clReleaseProgram(program1)",
-                          "clCreateProgramWithSource(context1, 1, null)"}));
-}
-
-void TestGpuBenchmarkOpenCL_Context::buildKernelFails_data() {
-    QTest::addColumn<QString>("call");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<QByteArray>("text");
-    QTest::addColumn<QString>("last");
-    QTest::newRow("program") << "clCreateProgramWithSource" << -30
-                             << line("clCreateProgramWithSource failed: CL_INVALID_VALUE")
-                             << "clCreateProgramWithSource(context1, 1, null)";
-    QTest::newRow("build") << "clBuildProgram" << -11 << line("OpenCL build error:no such type")
-                           << "clGetProgramBuildInfo(program1, device0.0, 0x1183, 13, set)";
-    QTest::newRow("kernel") << "clCreateKernel" << -46
-                            << line("clCreateKernel failed: CL_INVALID_KERNEL_NAME")
-                            << "clCreateKernel(program1, benchmarkKernel)";
-}
-
-void TestGpuBenchmarkOpenCL_Context::buildKernelFails() {
-    QFETCH(QString, call);
-    QFETCH(int, status);
-    FakeCalls::fail(call, status);
-    GpuBenchmarkOpenCL_Context context;
-    createContext(context, FakeOpenCL::device(0, 0));
-    int result = 1;
-    const QByteArray printed = printedBy([&] { result = buildKernel(context); });
-    QTEST(printed, "text");
-    QCOMPARE(result, 0);
-    QTEST(FakeCalls::all().last(), "last");
-    logLevel = 0;
-    QCOMPARE(printedBy([&] { buildKernel(context); }), QByteArray());
-}
-
-void TestGpuBenchmarkOpenCL_Context::buildLog_data() {
-    QTest::addColumn<QByteArray>("log");
-    QTest::addColumn<qint64>("toldSize");
-    QTest::addColumn<QByteArray>("text");
-    const auto row = [](const char* name, const QByteArray& log, qint64 told, const QByteArray& text) {
-        QTest::newRow(name) << log << told << text;
-    };
-    row("terminated", QByteArray("error\n", 7), 7, line("OpenCL build error:error\n"));
-    row("unterminated", "error", 5, line("OpenCL build error:error"));
-    row("up to the terminator", QByteArray("one\0two", 8), 8, line("OpenCL build error:one"));
-    row("empty", QByteArray("", 1), 1, line("OpenCL build error:"));
-    row("size 0", "error", 0, line("OpenCL build error:"));
-    row("told shorter than it is", "error", 3, line("OpenCL build error:err"));
-    row("told longer than it is", "error", 4096, line("OpenCL build error:error"));
-    row("with a placeholder", QByteArray("in %1 at 50%", 13), 13, line("OpenCL build error:in %1 at 50%"));
-    row("more than there is memory", "error", Q_INT64_C(1) << 52, "");
-    row("the largest size there is", "error", -1, "");
-}
-
-void TestGpuBenchmarkOpenCL_Context::buildLog() {
-    QFETCH(QByteArray, log);
-    QFETCH(qint64, toldSize);
-    FakeOpenCL::script().buildLog = log;
-    FakeOpenCL::script().buildLogSize = static_cast<std::size_t>(toldSize);
-    FakeCalls::fail("clBuildProgram", -11);
-    GpuBenchmarkOpenCL_Context context;
-    createContext(context, FakeOpenCL::device(0, 0));
-    const QByteArray printed = printedBy([&] { buildKernel(context); });
-    QTEST(printed, "text");
-    QCOMPARE(FakeCalls::of({"clGetProgramBuildInfo"}).at(0),
-             QString("clGetProgramBuildInfo(program1, device0.0, 0x1183, 0, null)"));
-}
-
-void TestGpuBenchmarkOpenCL_Context::buildWithoutBuildInfo() {
-    GpuOpenCL_Loader::unload();
-    FakeLoader::library("libOpenCL.so.1").symbols.erase("clGetProgramBuildInfo");
-    GpuOpenCL_Loader::load(FakeLoader::functions());
-    FakeCalls::fail("clBuildProgram", -11);
-    GpuBenchmarkOpenCL_Context context;
-    createContext(context, FakeOpenCL::device(0, 0));
-    QCOMPARE(printedBy([&] { buildKernel(context); }), line("OpenCL build error:"));
-}
-
-void TestGpuBenchmarkOpenCL_Context::releaseOrder() {
-    GpuBenchmarkOpenCL_Context context;
-    createContext(context, FakeOpenCL::device(0, 0));
-    buildKernel(context);
-    FakeCalls::reset();
-    release(context);
-    const QStringList inOrder = {"clReleaseKernel(kernel1)", "clReleaseProgram(program1)",
-                                 "clReleaseCommandQueue(queue1)", "clReleaseContext(context1)"};
-    QCOMPARE(FakeCalls::all(), inOrder);
-    QCOMPARE(context.device, FakeOpenCL::device(0, 0));
-    release(context); // nothing is left to release
-    QCOMPARE(FakeCalls::all(), inOrder);
-}
-
-void TestGpuBenchmarkOpenCL_Context::releaseOfWhatIsThere_data() {
-    QTest::addColumn<QString>("call");
-    for (const char* call :
-         {"clReleaseKernel", "clReleaseProgram", "clReleaseCommandQueue", "clReleaseContext"})
-        QTest::newRow(call) << call;
-}
-
-void TestGpuBenchmarkOpenCL_Context::releaseOfWhatIsThere() {
-    QFETCH(QString, call);
-    FakeCalls::fail(call, -5); // a release that fails is not repeated
-    {
+    void buildKernelAgain() {
         GpuBenchmarkOpenCL_Context context;
         createContext(context, FakeOpenCL::device(0, 0));
         buildKernel(context);
+        FakeCalls::reset();
+        QCOMPARE(buildKernel(context), 1);
+        QCOMPARE(FakeCalls::all().mid(0, 3),
+                 QStringList({"clReleaseKernel(kernel1)", "clReleaseProgram(program1)",
+                              "clCreateProgramWithSource(context1, 1, null)"}));
+    }
+
+    void buildKernelFails_data() {
+        QTest::addColumn<QString>("call");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<QString>("last");
+        QTest::newRow("program") << "clCreateProgramWithSource" << -30
+                                 << line("clCreateProgramWithSource failed: CL_INVALID_VALUE")
+                                 << "clCreateProgramWithSource(context1, 1, null)";
+        QTest::newRow("build") << "clBuildProgram" << -11 << line("OpenCL build error:no such type")
+                               << "clGetProgramBuildInfo(program1, device0.0, 0x1183, 13, set)";
+        QTest::newRow("kernel") << "clCreateKernel" << -46
+                                << line("clCreateKernel failed: CL_INVALID_KERNEL_NAME")
+                                << "clCreateKernel(program1, benchmarkKernel)";
+    }
+
+    void buildKernelFails() {
+        QFETCH(QString, call);
+        QFETCH(int, status);
+        FakeCalls::fail(call, status);
+        GpuBenchmarkOpenCL_Context context;
+        createContext(context, FakeOpenCL::device(0, 0));
+        int result = 1;
+        const QByteArray printed = printedBy([&] { result = buildKernel(context); });
+        QTEST(printed, "text");
+        QCOMPARE(result, 0);
+        QTEST(FakeCalls::all().last(), "last");
+        logLevel = 0;
+        QCOMPARE(printedBy([&] { buildKernel(context); }), QByteArray());
+    }
+
+    void buildLog_data() {
+        QTest::addColumn<QByteArray>("log");
+        QTest::addColumn<qint64>("toldSize");
+        QTest::addColumn<QByteArray>("text");
+        const auto row = [](const char* name, const QByteArray& log, qint64 told, const QByteArray& text) {
+            QTest::newRow(name) << log << told << text;
+        };
+        row("terminated", QByteArray("error\n", 7), 7, line("OpenCL build error:error\n"));
+        row("unterminated", "error", 5, line("OpenCL build error:error"));
+        row("up to the terminator", QByteArray("one\0two", 8), 8, line("OpenCL build error:one"));
+        row("empty", QByteArray("", 1), 1, line("OpenCL build error:"));
+        row("size 0", "error", 0, line("OpenCL build error:"));
+        row("told shorter than it is", "error", 3, line("OpenCL build error:err"));
+        row("told longer than it is", "error", 4096, line("OpenCL build error:error"));
+        row("with a placeholder", QByteArray("in %1 at 50%", 13), 13,
+            line("OpenCL build error:in %1 at 50%"));
+        row("more than there is memory", "error", Q_INT64_C(1) << 52, "");
+        row("the largest size there is", "error", -1, "");
+    }
+
+    void buildLog() {
+        QFETCH(QByteArray, log);
+        QFETCH(qint64, toldSize);
+        FakeOpenCL::script().buildLog = log;
+        FakeOpenCL::script().buildLogSize = static_cast<std::size_t>(toldSize);
+        FakeCalls::fail("clBuildProgram", -11);
+        GpuBenchmarkOpenCL_Context context;
+        createContext(context, FakeOpenCL::device(0, 0));
+        const QByteArray printed = printedBy([&] { buildKernel(context); });
+        QTEST(printed, "text");
+        QCOMPARE(FakeCalls::of({"clGetProgramBuildInfo"}).at(0),
+                 QString("clGetProgramBuildInfo(program1, device0.0, 0x1183, 0, null)"));
+    }
+
+    void buildWithoutBuildInfo() {
+        GpuOpenCL_Loader::unload();
+        FakeLoader::library("libOpenCL.so.1").symbols.erase("clGetProgramBuildInfo");
+        GpuOpenCL_Loader::load(FakeLoader::functions());
+        FakeCalls::fail("clBuildProgram", -11);
+        GpuBenchmarkOpenCL_Context context;
+        createContext(context, FakeOpenCL::device(0, 0));
+        QCOMPARE(printedBy([&] { buildKernel(context); }), line("OpenCL build error:"));
+    }
+
+    void releaseOrder() {
+        GpuBenchmarkOpenCL_Context context;
+        createContext(context, FakeOpenCL::device(0, 0));
+        buildKernel(context);
+        FakeCalls::reset();
         release(context);
+        const QStringList inOrder = {"clReleaseKernel(kernel1)", "clReleaseProgram(program1)",
+                                     "clReleaseCommandQueue(queue1)", "clReleaseContext(context1)"};
+        QCOMPARE(FakeCalls::all(), inOrder);
+        QCOMPARE(context.device, FakeOpenCL::device(0, 0));
+        release(context); // nothing is left to release
+        QCOMPARE(FakeCalls::all(), inOrder);
     }
-    QCOMPARE(FakeCalls::count(call), 1);
-}
 
-void TestGpuBenchmarkOpenCL_Context::releasedAtTheEnd() {
-    {
-        GpuBenchmarkOpenCL_Context context;
-        createContext(context, FakeOpenCL::device(0, 0));
-        buildKernel(context);
-        QCOMPARE(FakeOpenCL::liveObjects().size(), 4);
+    void releaseOfWhatIsThere_data() {
+        QTest::addColumn<QString>("call");
+        for (const char* call :
+             {"clReleaseKernel", "clReleaseProgram", "clReleaseCommandQueue", "clReleaseContext"})
+            QTest::newRow(call) << call;
     }
-    QCOMPARE(FakeOpenCL::liveObjects(), QStringList());
-}
+
+    void releaseOfWhatIsThere() {
+        QFETCH(QString, call);
+        FakeCalls::fail(call, -5); // a release that fails is not repeated
+        {
+            GpuBenchmarkOpenCL_Context context;
+            createContext(context, FakeOpenCL::device(0, 0));
+            buildKernel(context);
+            release(context);
+        }
+        QCOMPARE(FakeCalls::count(call), 1);
+    }
+
+    void releasedAtTheEnd() {
+        {
+            GpuBenchmarkOpenCL_Context context;
+            createContext(context, FakeOpenCL::device(0, 0));
+            buildKernel(context);
+            QCOMPARE(FakeOpenCL::liveObjects().size(), 4);
+        }
+        QCOMPARE(FakeOpenCL::liveObjects(), QStringList());
+    }
+};
 
 QTEST_APPLESS_MAIN(TestGpuBenchmarkOpenCL_Context)
 #include "test_GpuBenchmarkOpenCL_Context.moc"

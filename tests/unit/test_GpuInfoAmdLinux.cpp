@@ -46,314 +46,295 @@ class TestGpuInfoAmdLinux : public QObject {
     Q_OBJECT
 
   private slots:
-    void allFigures();
-    void missingFile_data();
-    void missingFile();
-    void load_data();
-    void load();
-    void memory_data();
-    void memory();
-    void temperature_data();
-    void temperature();
-    void withoutHwmon();
-    void sensorOfALaterReload();
-    void totalIsNotReadAgain();
-    void oneCardsFailureLeavesTheOthers();
-    void benchmarkWithoutDevice();
-    void benchmark();
-    void figuresBeforeTheBenchmark();
-    void flagIsReadOncePerGpu();
-    void scoreStaysWithoutBenchmark();
-    void validAfterEveryRefresh();
-    void shutdown();
-    void withoutGpus();
-};
-
-void TestGpuInfoAmdLinux::allFigures() {
-    Card card;
-    QCOMPARE(update(card.machine), QByteArray("  Radeon %1: retrieving GPU stats ...\n"));
-    const GpuDevice& record = card.record();
-    QCOMPARE(int(record.statsValid), 1);
-    QCOMPARE(int(record.hasUsage), 1);
-    QCOMPARE(record.usagePercent, 37);
-    QCOMPARE(int(record.hasMemTotal), 1);
-    QCOMPARE(record.memTotalMb, 8176);
-    QCOMPARE(int(record.hasMemUsage), 1);
-    QCOMPARE(record.memUsedMb, 1024);
-    QCOMPARE(record.memFreeMb, 7152);
-    QCOMPARE(int(record.hasTemperature), 1);
-    QCOMPARE(record.temperature, 45);
-    QCOMPARE(int(record.hasSpeed), 0);
-    logLevel = 4;
-    QCOMPARE(update(card.machine), QByteArray());
-}
-
-void TestGpuInfoAmdLinux::missingFile_data() {
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QList<int>>("markers"); // usage, memory's usage, temperature
-    QTest::newRow("load") << "gpu_busy_percent" << QList<int>{0, 1, 1};
-    QTest::newRow("memory") << "mem_info_vram_used" << QList<int>{1, 0, 1};
-    QTest::newRow("temperature") << "hwmon/hwmon3/temp1_input" << QList<int>{1, 1, 0};
-}
-
-void TestGpuInfoAmdLinux::missingFile() {
-    QFETCH(QString, file);
-    QFETCH(QList<int>, markers);
-    const auto emptied = [](const QString& path) { DrmTree::write(path, " \n"); };
-    const auto removed = [](const QString& path) { QFile::remove(path); };
-    // A file whose reading fails, as a sleeping card's does.
-    const auto unreadable = [](const QString& path) { QDir().mkdir(path); };
-    const auto dangling = [](const QString& path) { QFile::link(path + ".gone", path); };
-    Card card;
-    const QString path = card.device + "/" + file;
-    update(card.machine);
-    const std::vector<std::function<void(const QString&)>> ways = {emptied, removed, unreadable, dangling};
-    for (const auto& spoil : ways) {
-        QFile::remove(path);
-        QDir().rmdir(path);
-        spoil(path);
-        QCOMPARE(update(card.machine).count('\n'), 1); // no message
+    void allFigures() {
+        Card card;
+        QCOMPARE(update(card.machine), QByteArray("  Radeon %1: retrieving GPU stats ...\n"));
         const GpuDevice& record = card.record();
-        QCOMPARE((QList<int>{record.hasUsage, record.hasMemUsage, record.hasTemperature}), markers);
-        QCOMPARE(record.usagePercent, 37); // the old numbers stay
+        QCOMPARE(int(record.statsValid), 1);
+        QCOMPARE(int(record.hasUsage), 1);
+        QCOMPARE(record.usagePercent, 37);
+        QCOMPARE(int(record.hasMemTotal), 1);
+        QCOMPARE(record.memTotalMb, 8176);
+        QCOMPARE(int(record.hasMemUsage), 1);
         QCOMPARE(record.memUsedMb, 1024);
         QCOMPARE(record.memFreeMb, 7152);
+        QCOMPARE(int(record.hasTemperature), 1);
         QCOMPARE(record.temperature, 45);
-        QCOMPARE(int(record.statsValid), 1);
+        QCOMPARE(int(record.hasSpeed), 0);
+        logLevel = 4;
+        QCOMPARE(update(card.machine), QByteArray());
     }
-}
 
-void TestGpuInfoAmdLinux::load_data() {
-    QTest::addColumn<QByteArray>("text");
-    QTest::addColumn<int>("percent");
-    QTest::newRow("0: a reading, not an absence") << QByteArray("0\n") << 0;
-    QTest::newRow("100") << QByteArray("100\n") << 100;
-    QTest::newRow("no number") << QByteArray("busy\n") << 0;
-    QTest::newRow("negative") << QByteArray("-1\n") << 0;
-    QTest::newRow("a fraction") << QByteArray("37.5\n") << 0;
-    QTest::newRow("hexadecimal") << QByteArray("0x25\n") << 0;
-    QTest::newRow("octal form") << QByteArray("037\n") << 37;
-    QTest::newRow("a sign") << QByteArray("+37\n") << 37;
-    QTest::newRow("carriage return") << QByteArray("37\r\n") << 37;
-    QTest::newRow("behind a NUL") << QByteArray("37\0"
-                                                "99",
-                                                5)
-                                  << 37;
-    QTest::newRow("the largest") << QByteArray("4294967295\n") << -1; // as the record's own type shows it
-    QTest::newRow("too large") << QByteArray("4294967296\n") << 0;
-    QTest::newRow("twenty digits") << QByteArray("11111111111111111111\n") << 0;
-}
+    void missingFile_data() {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<QList<int>>("markers"); // usage, memory's usage, temperature
+        QTest::newRow("load") << "gpu_busy_percent" << QList<int>{0, 1, 1};
+        QTest::newRow("memory") << "mem_info_vram_used" << QList<int>{1, 0, 1};
+        QTest::newRow("temperature") << "hwmon/hwmon3/temp1_input" << QList<int>{1, 1, 0};
+    }
 
-void TestGpuInfoAmdLinux::load() {
-    Card card;
-    QFETCH(QByteArray, text);
-    DrmTree::write(card.device + "/gpu_busy_percent", text);
-    update(card.machine);
-    QCOMPARE(int(card.record().hasUsage), 1);
-    QTEST(card.record().usagePercent, "percent");
-}
+    void missingFile() {
+        QFETCH(QString, file);
+        QFETCH(QList<int>, markers);
+        const auto emptied = [](const QString& path) { DrmTree::write(path, " \n"); };
+        const auto removed = [](const QString& path) { QFile::remove(path); };
+        // A file whose reading fails, as a sleeping card's does.
+        const auto unreadable = [](const QString& path) { QDir().mkdir(path); };
+        const auto dangling = [](const QString& path) { QFile::link(path + ".gone", path); };
+        Card card;
+        const QString path = card.device + "/" + file;
+        update(card.machine);
+        const std::vector<std::function<void(const QString&)>> ways = {emptied, removed, unreadable,
+                                                                       dangling};
+        for (const auto& spoil : ways) {
+            QFile::remove(path);
+            QDir().rmdir(path);
+            spoil(path);
+            QCOMPARE(update(card.machine).count('\n'), 1); // no message
+            const GpuDevice& record = card.record();
+            QCOMPARE((QList<int>{record.hasUsage, record.hasMemUsage, record.hasTemperature}), markers);
+            QCOMPARE(record.usagePercent, 37); // the old numbers stay
+            QCOMPARE(record.memUsedMb, 1024);
+            QCOMPARE(record.memFreeMb, 7152);
+            QCOMPARE(record.temperature, 45);
+            QCOMPARE(int(record.statsValid), 1);
+        }
+    }
 
-void TestGpuInfoAmdLinux::memory_data() {
-    QTest::addColumn<QByteArray>("text");
-    QTest::addColumn<int>("used");
-    QTest::addColumn<int>("free");
-    const auto row = [](const char* name, const QByteArray& text, int used, int free) {
-        QTest::newRow(name) << text << used << free;
-    };
-    row("none", "0\n", 0, 8176);
-    row("just below one", "1048575\n", 0, 8176);
-    row("one", "1048576\n", 1, 8175);
-    row("all", "8573157376\n", 8176, 0);
-    row("more than there is", "8574205952\n", 8177, -1); // wraps around
-    row("no number", "x\n", 0, 8176);
-    row("negative", "-1048576\n", 0, 8176);
-    row("twenty digits", "99999999999999999999\n", 0, 8176);
-    row("2^31 MiB", "2251799813685248\n", INT_MIN, INT_MIN + 8176);
-    row("above 32 bits of MiB", "4503599627370496\n", 0, 8176);
-    row("above 32 bits of MiB, and one", "4503599628419072\n", 1, 8175);
-}
+    void load_data() {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<int>("percent");
+        QTest::newRow("0: a reading, not an absence") << QByteArray("0\n") << 0;
+        QTest::newRow("100") << QByteArray("100\n") << 100;
+        QTest::newRow("no number") << QByteArray("busy\n") << 0;
+        QTest::newRow("negative") << QByteArray("-1\n") << 0;
+        QTest::newRow("a fraction") << QByteArray("37.5\n") << 0;
+        QTest::newRow("hexadecimal") << QByteArray("0x25\n") << 0;
+        QTest::newRow("octal form") << QByteArray("037\n") << 37;
+        QTest::newRow("a sign") << QByteArray("+37\n") << 37;
+        QTest::newRow("carriage return") << QByteArray("37\r\n") << 37;
+        QTest::newRow("behind a NUL") << QByteArray("37\0"
+                                                    "99",
+                                                    5)
+                                      << 37;
+        QTest::newRow("the largest") << QByteArray("4294967295\n") << -1; // as the record's own type shows it
+        QTest::newRow("too large") << QByteArray("4294967296\n") << 0;
+        QTest::newRow("twenty digits") << QByteArray("11111111111111111111\n") << 0;
+    }
 
-void TestGpuInfoAmdLinux::memory() {
-    Card card;
-    QFETCH(QByteArray, text);
-    DrmTree::write(card.device + "/mem_info_vram_used", text);
-    update(card.machine);
-    QCOMPARE(int(card.record().hasMemUsage), 1);
-    QTEST(card.record().memUsedMb, "used");
-    QTEST(card.record().memFreeMb, "free");
-}
+    void load() {
+        Card card;
+        QFETCH(QByteArray, text);
+        DrmTree::write(card.device + "/gpu_busy_percent", text);
+        update(card.machine);
+        QCOMPARE(int(card.record().hasUsage), 1);
+        QTEST(card.record().usagePercent, "percent");
+    }
 
-void TestGpuInfoAmdLinux::temperature_data() {
-    QTest::addColumn<QByteArray>("text");
-    QTest::addColumn<int>("degrees");
-    QTest::newRow("45") << QByteArray("45000\n") << 45;
-    QTest::newRow("truncated") << QByteArray("45999\n") << 45;
-    QTest::newRow("below one") << QByteArray("999\n") << 0;
-    QTest::newRow("0") << QByteArray("0\n") << 0;
-    QTest::newRow("negative") << QByteArray("-5000\n") << 0;
-    QTest::newRow("no number") << QByteArray("hot\n") << 0;
-    QTest::newRow("the largest") << QByteArray("4294967295\n") << 4294967;
-    QTest::newRow("too large") << QByteArray("4294967296\n") << 0;
-}
+    void memory_data() {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<int>("used");
+        QTest::addColumn<int>("free");
+        const auto row = [](const char* name, const QByteArray& text, int used, int free) {
+            QTest::newRow(name) << text << used << free;
+        };
+        row("none", "0\n", 0, 8176);
+        row("just below one", "1048575\n", 0, 8176);
+        row("one", "1048576\n", 1, 8175);
+        row("all", "8573157376\n", 8176, 0);
+        row("more than there is", "8574205952\n", 8177, -1); // wraps around
+        row("no number", "x\n", 0, 8176);
+        row("negative", "-1048576\n", 0, 8176);
+        row("twenty digits", "99999999999999999999\n", 0, 8176);
+        row("2^31 MiB", "2251799813685248\n", INT_MIN, INT_MIN + 8176);
+        row("above 32 bits of MiB", "4503599627370496\n", 0, 8176);
+        row("above 32 bits of MiB, and one", "4503599628419072\n", 1, 8175);
+    }
 
-void TestGpuInfoAmdLinux::temperature() {
-    Card card;
-    QFETCH(QByteArray, text);
-    DrmTree::write(card.device + "/hwmon/hwmon3/temp1_input", text);
-    update(card.machine);
-    QCOMPARE(int(card.record().hasTemperature), 1);
-    QTEST(card.record().temperature, "degrees");
-}
+    void memory() {
+        Card card;
+        QFETCH(QByteArray, text);
+        DrmTree::write(card.device + "/mem_info_vram_used", text);
+        update(card.machine);
+        QCOMPARE(int(card.record().hasMemUsage), 1);
+        QTEST(card.record().memUsedMb, "used");
+        QTEST(card.record().memFreeMb, "free");
+    }
 
-void TestGpuInfoAmdLinux::withoutHwmon() {
-    AmdMachine machine;
-    DrmFiles files = figures;
-    files.erase("hwmon/hwmon3/temp1_input");
-    files["temp1_input"] = "45999\n"; // no sensor of the card's
-    machine.drm.addAmdCard("card0", "0000:0c:00.0", files);
-    machine.detect();
-    update(machine);
-    QCOMPARE(int(machine.provider.record(0).hasTemperature), 0);
-}
+    void temperature_data() {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<int>("degrees");
+        QTest::newRow("45") << QByteArray("45000\n") << 45;
+        QTest::newRow("truncated") << QByteArray("45999\n") << 45;
+        QTest::newRow("below one") << QByteArray("999\n") << 0;
+        QTest::newRow("0") << QByteArray("0\n") << 0;
+        QTest::newRow("negative") << QByteArray("-5000\n") << 0;
+        QTest::newRow("no number") << QByteArray("hot\n") << 0;
+        QTest::newRow("the largest") << QByteArray("4294967295\n") << 4294967;
+        QTest::newRow("too large") << QByteArray("4294967296\n") << 0;
+    }
 
-// A reloaded driver numbers its monitors anew: the old path is no other card's.
-void TestGpuInfoAmdLinux::sensorOfALaterReload() {
-    Card card;
-    QVERIFY(QDir().rename(card.device + "/hwmon/hwmon3", card.device + "/hwmon/hwmon4"));
-    update(card.machine);
-    QCOMPARE(int(card.record().hasTemperature), 0);
-    QVERIFY(QDir().rename(card.device + "/hwmon/hwmon4", card.device + "/hwmon/hwmon3"));
-    update(card.machine);
-    QCOMPARE(int(card.record().hasTemperature), 1);
-}
+    void temperature() {
+        Card card;
+        QFETCH(QByteArray, text);
+        DrmTree::write(card.device + "/hwmon/hwmon3/temp1_input", text);
+        update(card.machine);
+        QCOMPARE(int(card.record().hasTemperature), 1);
+        QTEST(card.record().temperature, "degrees");
+    }
 
-void TestGpuInfoAmdLinux::totalIsNotReadAgain() {
-    Card card;
-    DrmTree::write(card.device + "/mem_info_vram_total", "17179869184\n");
-    DrmTree::write(card.device + "/vendor", "0x10de\n");
-    update(card.machine);
-    QCOMPARE(card.record().memTotalMb, 8176);
-    QCOMPARE(card.record().memFreeMb, 7152);
-}
+    void withoutHwmon() {
+        AmdMachine machine;
+        DrmFiles files = figures;
+        files.erase("hwmon/hwmon3/temp1_input");
+        files["temp1_input"] = "45999\n"; // no sensor of the card's
+        machine.drm.addAmdCard("card0", "0000:0c:00.0", files);
+        machine.detect();
+        update(machine);
+        QCOMPARE(int(machine.provider.record(0).hasTemperature), 0);
+    }
 
-void TestGpuInfoAmdLinux::oneCardsFailureLeavesTheOthers() {
-    AmdMachine machine;
-    machine.drm.addAmdCard("card0", "0000:0c:00.0", {{"product_name", "broken"}});
-    machine.drm.addAmdCard(
-        "card1", "0000:0d:00.0",
-        {{"product_name", "whole"}, {"gpu_busy_percent", "1"}, {"mem_info_vram_used", "1"}});
-    machine.detect();
-    update(machine);
-    QCOMPARE(int(machine.provider.named("broken").hasUsage), 0);
-    QCOMPARE(int(machine.provider.named("whole").hasUsage), 1);
-    QCOMPARE(machine.provider.named("whole").usagePercent, 1);
-    QCOMPARE(int(machine.provider.named("whole").hasMemUsage), 1);
-}
+    // A reloaded driver numbers its monitors anew: the old path is no other card's.
+    void sensorOfALaterReload() {
+        Card card;
+        QVERIFY(QDir().rename(card.device + "/hwmon/hwmon3", card.device + "/hwmon/hwmon4"));
+        update(card.machine);
+        QCOMPARE(int(card.record().hasTemperature), 0);
+        QVERIFY(QDir().rename(card.device + "/hwmon/hwmon4", card.device + "/hwmon/hwmon3"));
+        update(card.machine);
+        QCOMPARE(int(card.record().hasTemperature), 1);
+    }
 
-void TestGpuInfoAmdLinux::benchmarkWithoutDevice() {
-    Card card;
-    logLevel = 2;
-    const QByteArray line = "  Radeon %1 AMD-0: unable to run Benchmark(openCL), device_HardwareID is NULL\n";
-    QCOMPARE(update(card.machine, true), line);
-    QCOMPARE(update(card.machine, true), line); // every time
-    QCOMPARE(int(card.record().hasSpeed), 0);
-    QCOMPARE(int(card.record().hasUsage), 1);
-}
+    void totalIsNotReadAgain() {
+        Card card;
+        DrmTree::write(card.device + "/mem_info_vram_total", "17179869184\n");
+        DrmTree::write(card.device + "/vendor", "0x10de\n");
+        update(card.machine);
+        QCOMPARE(card.record().memTotalMb, 8176);
+        QCOMPARE(card.record().memFreeMb, 7152);
+    }
 
-// The real arrays are a gigabyte: the runs here end before they have filled them.
-void TestGpuInfoAmdLinux::benchmark() {
-    AmdMachine machine;
-    machine.drm.addAmdCard("card0", "0000:0c:00.0", figures);
-    FakeOpenCL::install({{"p", {deviceOnBus(0x0C)}}});
-    machine.detect();
-    FakeCalls::fail("clCreateContext", -5);
-    benchmarkSeconds = 6;
-    const QByteArray printed = update(machine, true);
-    benchmarkSeconds = 25;
-    QCOMPARE(printed, QByteArray("  Radeon %1: retrieving GPU stats ...\n"
-                                 "  Radeon %1: running 6s Benchmark(openCL) ...\n"
-                                 "    GpuBenchmarkOpenCL: clCreateContext failed: CL_OUT_OF_RESOURCES\n"));
-    QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
-    QCOMPARE(machine.provider.record(0).speedGps, 0.0F);
-}
+    void oneCardsFailureLeavesTheOthers() {
+        AmdMachine machine;
+        machine.drm.addAmdCard("card0", "0000:0c:00.0", {{"product_name", "broken"}});
+        machine.drm.addAmdCard(
+            "card1", "0000:0d:00.0",
+            {{"product_name", "whole"}, {"gpu_busy_percent", "1"}, {"mem_info_vram_used", "1"}});
+        machine.detect();
+        update(machine);
+        QCOMPARE(int(machine.provider.named("broken").hasUsage), 0);
+        QCOMPARE(int(machine.provider.named("whole").hasUsage), 1);
+        QCOMPARE(machine.provider.named("whole").usagePercent, 1);
+        QCOMPARE(int(machine.provider.named("whole").hasMemUsage), 1);
+    }
 
-// The figures are those of the card at its own work, not under the benchmark's.
-void TestGpuInfoAmdLinux::figuresBeforeTheBenchmark() {
-    AmdMachine machine;
-    const QString device = machine.drm.addAmdCard("card0", "0000:0c:00.0", figures);
-    FakeOpenCL::install({{"p", {deviceOnBus(0x0C)}}});
-    machine.detect();
-    FakeCalls::fail("clCreateContext", -5);
-    FakeCalls::during("clCreateContext", [&] {
-        DrmTree::write(device + "/gpu_busy_percent", "100");
-        DrmTree::write(device + "/mem_info_vram_used", "8573157376");
-        DrmTree::write(device + "/hwmon/hwmon3/temp1_input", "90000");
-    });
-    update(machine, true);
-    QCOMPARE(FakeCalls::count("clCreateContext"), 1);
-    QCOMPARE(machine.provider.record(0).usagePercent, 37);
-    QCOMPARE(machine.provider.record(0).memUsedMb, 1024);
-    QCOMPARE(machine.provider.record(0).temperature, 45);
-}
+    void benchmarkWithoutDevice() {
+        Card card;
+        logLevel = 2;
+        const QByteArray line =
+            "  Radeon %1 AMD-0: unable to run Benchmark(openCL), device_HardwareID is NULL\n";
+        QCOMPARE(update(card.machine, true), line);
+        QCOMPARE(update(card.machine, true), line); // every time
+        QCOMPARE(int(card.record().hasSpeed), 0);
+        QCOMPARE(int(card.record().hasUsage), 1);
+    }
 
-// A flag that changes while the first card is measured counts for the second.
-void TestGpuInfoAmdLinux::flagIsReadOncePerGpu() {
-    AmdMachine machine;
-    machine.drm.addAmdCard("card0", "0000:0c:00.0");
-    machine.drm.addAmdCard("card1", "0000:0d:00.0");
-    FakeOpenCL::install({{"p", {deviceOnBus(0x0C), deviceOnBus(0x0D)}}});
-    machine.detect();
-    bool benchmark = true;
-    FakeCalls::fail("clCreateContext", -5);
-    FakeCalls::during("clCreateContext", [&] { benchmark = false; });
-    printedBy([&] { machine.provider.updateUsage(benchmark); });
-    QCOMPARE(FakeCalls::count("clCreateContext"), 1);
-}
+    // The real arrays are a gigabyte: the runs here end before they have filled them.
+    void benchmark() {
+        AmdMachine machine;
+        machine.drm.addAmdCard("card0", "0000:0c:00.0", figures);
+        FakeOpenCL::install({{"p", {deviceOnBus(0x0C)}}});
+        machine.detect();
+        FakeCalls::fail("clCreateContext", -5);
+        benchmarkSeconds = 6;
+        const QByteArray printed = update(machine, true);
+        benchmarkSeconds = 25;
+        QCOMPARE(printed,
+                 QByteArray("  Radeon %1: retrieving GPU stats ...\n"
+                            "  Radeon %1: running 6s Benchmark(openCL) ...\n"
+                            "    GpuBenchmarkOpenCL: clCreateContext failed: CL_OUT_OF_RESOURCES\n"));
+        QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
+        QCOMPARE(machine.provider.record(0).speedGps, 0.0F);
+    }
 
-void TestGpuInfoAmdLinux::scoreStaysWithoutBenchmark() {
-    AmdMachine machine;
-    machine.drm.addAmdCard("card0", "0000:0c:00.0", figures);
-    FakeOpenCL::install({{"p", {deviceOnBus(0x0C)}}});
-    machine.detect();
-    FakeCalls::reset();
-    machine.provider.edit(0).hasSpeed = 1;
-    machine.provider.edit(0).speedGps = 43.5F;
-    update(machine, false);
-    QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
-    QCOMPARE(machine.provider.record(0).speedGps, 43.5F);
-    QCOMPARE(FakeCalls::all(), QStringList());
-}
+    // The figures are those of the card at its own work, not under the benchmark's.
+    void figuresBeforeTheBenchmark() {
+        AmdMachine machine;
+        const QString device = machine.drm.addAmdCard("card0", "0000:0c:00.0", figures);
+        FakeOpenCL::install({{"p", {deviceOnBus(0x0C)}}});
+        machine.detect();
+        FakeCalls::fail("clCreateContext", -5);
+        FakeCalls::during("clCreateContext", [&] {
+            DrmTree::write(device + "/gpu_busy_percent", "100");
+            DrmTree::write(device + "/mem_info_vram_used", "8573157376");
+            DrmTree::write(device + "/hwmon/hwmon3/temp1_input", "90000");
+        });
+        update(machine, true);
+        QCOMPARE(FakeCalls::count("clCreateContext"), 1);
+        QCOMPARE(machine.provider.record(0).usagePercent, 37);
+        QCOMPARE(machine.provider.record(0).memUsedMb, 1024);
+        QCOMPARE(machine.provider.record(0).temperature, 45);
+    }
 
-// Whatever became of the marker since the card was found.
-void TestGpuInfoAmdLinux::validAfterEveryRefresh() {
-    Card card;
-    card.machine.provider.edit(0).statsValid = 0;
-    update(card.machine);
-    QCOMPARE(int(card.record().statsValid), 1);
-}
+    // A flag that changes while the first card is measured counts for the second.
+    void flagIsReadOncePerGpu() {
+        AmdMachine machine;
+        machine.drm.addAmdCard("card0", "0000:0c:00.0");
+        machine.drm.addAmdCard("card1", "0000:0d:00.0");
+        FakeOpenCL::install({{"p", {deviceOnBus(0x0C), deviceOnBus(0x0D)}}});
+        machine.detect();
+        bool benchmark = true;
+        FakeCalls::fail("clCreateContext", -5);
+        FakeCalls::during("clCreateContext", [&] { benchmark = false; });
+        printedBy([&] { machine.provider.updateUsage(benchmark); });
+        QCOMPARE(FakeCalls::count("clCreateContext"), 1);
+    }
 
-void TestGpuInfoAmdLinux::shutdown() {
-    Card card;
-    QVERIFY(card.machine.provider.shutdown() != 0);
-    QCOMPARE(card.machine.provider.gpuCount(), 0);
-    QCOMPARE(update(card.machine, true), QByteArray());
-    QVERIFY(card.machine.provider.shutdown() != 0);
-    // Nothing of the old card is taken for another that is found later.
-    QDir(card.device + "/..").removeRecursively();
-    DrmFiles others = figures;
-    others["hwmon/hwmon3/temp1_input"] = "51000";
-    card.machine.drm.addAmdCard("card1", "0000:03:00.0", others);
-    card.machine.detect();
-    QCOMPARE(card.machine.provider.gpuCount(), 1);
-    update(card.machine);
-    QCOMPARE(card.record().temperature, 51);
-    QCOMPARE(card.record().deviceIndex, 0);
-}
+    void scoreStaysWithoutBenchmark() {
+        AmdMachine machine;
+        machine.drm.addAmdCard("card0", "0000:0c:00.0", figures);
+        FakeOpenCL::install({{"p", {deviceOnBus(0x0C)}}});
+        machine.detect();
+        FakeCalls::reset();
+        machine.provider.edit(0).hasSpeed = 1;
+        machine.provider.edit(0).speedGps = 43.5F;
+        update(machine, false);
+        QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
+        QCOMPARE(machine.provider.record(0).speedGps, 43.5F);
+        QCOMPARE(FakeCalls::all(), QStringList());
+    }
 
-void TestGpuInfoAmdLinux::withoutGpus() {
-    AmdMachine machine;
-    QCOMPARE(update(machine, true), QByteArray());
-}
+    // Whatever became of the marker since the card was found.
+    void validAfterEveryRefresh() {
+        Card card;
+        card.machine.provider.edit(0).statsValid = 0;
+        update(card.machine);
+        QCOMPARE(int(card.record().statsValid), 1);
+    }
+
+    void shutdown() {
+        Card card;
+        QVERIFY(card.machine.provider.shutdown() != 0);
+        QCOMPARE(card.machine.provider.gpuCount(), 0);
+        QCOMPARE(update(card.machine, true), QByteArray());
+        QVERIFY(card.machine.provider.shutdown() != 0);
+        // Nothing of the old card is taken for another that is found later.
+        QDir(card.device + "/..").removeRecursively();
+        DrmFiles others = figures;
+        others["hwmon/hwmon3/temp1_input"] = "51000";
+        card.machine.drm.addAmdCard("card1", "0000:03:00.0", others);
+        card.machine.detect();
+        QCOMPARE(card.machine.provider.gpuCount(), 1);
+        update(card.machine);
+        QCOMPARE(card.record().temperature, 51);
+        QCOMPARE(card.record().deviceIndex, 0);
+    }
+
+    void withoutGpus() {
+        AmdMachine machine;
+        QCOMPARE(update(machine, true), QByteArray());
+    }
+};
 
 QTEST_APPLESS_MAIN(TestGpuInfoAmdLinux)
 #include "test_GpuInfoAmdLinux.moc"

@@ -33,345 +33,324 @@ class TestGpuInfoNvml_CUDA : public QObject {
     Q_OBJECT
 
   private slots:
-    void figures();
-    void calls();
-    void levels();
-    void eachFigureHasItsOwnMarker_data();
-    void eachFigureHasItsOwnMarker();
-    void totalStaysShown();
-    void mebibytes_data();
-    void mebibytes();
-    void failingCallsThatWrite();
-    void successWithoutAnswer();
-    void lostGpuLeavesTheOthers();
-    void withoutNvml();
-    void withoutGpus();
-    void benchmarkWithoutDevice();
-    void benchmark();
-    void figuresBeforeTheBenchmark();
-    void scoreStaysWithoutBenchmark();
-    void everyPairedGpuIsBenchmarked();
-    void flagIsReadOncePerGpu();
-    void shutdown_data();
-    void shutdown();
-    void shutdownWithoutNvml();
-};
-
-void TestGpuInfoNvml_CUDA::figures() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu});
-    machine.detect();
-    QCOMPARE(update(machine), QByteArray("  GPU %1: retrieving GPU stats ...\n"));
-    const GpuDevice& record = machine.provider.record(0);
-    QCOMPARE(int(record.statsValid), 1);
-    QCOMPARE(int(record.hasUsage), 1);
-    QCOMPARE(record.usagePercent, 37);
-    QCOMPARE(int(record.hasTemperature), 1);
-    QCOMPARE(record.temperature, 61);
-    QCOMPARE(int(record.hasMemTotal), 1);
-    QCOMPARE(record.memTotalMb, 8192);
-    QCOMPARE(int(record.hasMemUsage), 1);
-    QCOMPARE(record.memFreeMb, 6144);
-    QCOMPARE(record.memUsedMb, 2048);
-    QCOMPARE(int(record.hasSpeed), 0);
-    FakeNvml::device(0).utilization = 0; // an idle GPU is a reading
-    update(machine);
-    QCOMPARE(int(record.hasUsage), 1);
-    QCOMPARE(record.usagePercent, 0);
-}
-
-void TestGpuInfoNvml_CUDA::calls() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu, gpu});
-    machine.detect();
-    FakeCalls::reset();
-    update(machine);
-    QCOMPARE(FakeCalls::all(),
-             QStringList({"nvmlDeviceGetUtilizationRates(0)", "nvmlDeviceGetTemperature(0, 0)",
-                          "nvmlDeviceGetMemoryInfo(0)", "nvmlDeviceGetUtilizationRates(1)",
-                          "nvmlDeviceGetTemperature(1, 0)", "nvmlDeviceGetMemoryInfo(1)"}));
-}
-
-void TestGpuInfoNvml_CUDA::levels() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu});
-    machine.detect();
-    logLevel = 4;
-    QCOMPARE(update(machine), QByteArray());
-}
-
-void TestGpuInfoNvml_CUDA::eachFigureHasItsOwnMarker_data() {
-    QTest::addColumn<QString>("call");
-    QTest::addColumn<QList<int>>("markers"); // usage, temperature, memory's total, memory's usage
-    QTest::newRow("usage") << "nvmlDeviceGetUtilizationRates" << QList<int>{0, 1, 1, 1};
-    QTest::newRow("temperature") << "nvmlDeviceGetTemperature" << QList<int>{1, 0, 1, 1};
-    QTest::newRow("memory") << "nvmlDeviceGetMemoryInfo" << QList<int>{1, 1, 0, 0};
-}
-
-void TestGpuInfoNvml_CUDA::eachFigureHasItsOwnMarker() {
-    QFETCH(QString, call);
-    NvidiaMachine machine;
-    FakeNvml::install({gpu});
-    machine.detect();
-    FakeCalls::fail(call, 3);
-    QCOMPARE(update(machine).count('\n'), 1); // no message
-    const GpuDevice& record = machine.provider.record(0);
-    QTEST((QList<int>{record.hasUsage, record.hasTemperature, record.hasMemTotal, record.hasMemUsage}),
-          "markers");
-    QCOMPARE(int(record.statsValid), 1);
-    QCOMPARE(FakeCalls::count(call), 1); // nothing is tried again
-}
-
-void TestGpuInfoNvml_CUDA::totalStaysShown() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu});
-    machine.detect();
-    update(machine);
-    FakeNvml::device(0) = {"GPU", 0x65, 99, 99, {1, 1, 1}};
-    for (const char* call : figureCalls)
-        FakeCalls::fail(call, 15);
-    update(machine);
-    const GpuDevice& record = machine.provider.record(0);
-    QCOMPARE(int(record.hasUsage), 0);
-    QCOMPARE(record.usagePercent, 37);
-    QCOMPARE(int(record.hasTemperature), 0);
-    QCOMPARE(record.temperature, 61);
-    QCOMPARE(int(record.hasMemUsage), 0);
-    QCOMPARE(int(record.hasMemTotal), 1);
-    QCOMPARE(record.memTotalMb, 8192);
-    QCOMPARE(record.memFreeMb, 6144);
-    QCOMPARE(record.memUsedMb, 2048);
-    FakeCalls::heal();
-    update(machine);
-    QCOMPARE(int(record.hasMemUsage), 1);
-    QCOMPARE(record.memTotalMb, 0);
-}
-
-// What a failing call leaves behind is no reading.
-void TestGpuInfoNvml_CUDA::failingCallsThatWrite() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu});
-    machine.detect();
-    for (const char* call : figureCalls) {
-        FakeCalls::fail(call, 3);
-        FakeCalls::setAnswers(call, true);
-    }
-    update(machine);
-    const GpuDevice& record = machine.provider.record(0);
-    QCOMPARE((QList<int>{record.hasUsage, record.hasTemperature, record.hasMemTotal, record.hasMemUsage}),
-             (QList<int>{0, 0, 0, 0}));
-    QCOMPARE((QList<int>{record.usagePercent, record.temperature, record.memTotalMb, record.memFreeMb,
-                         record.memUsedMb}),
-             (QList<int>{0, 0, 0, 0, 0}));
-}
-
-// A driver that reports a success and writes nothing: no figure of an earlier GPU or refresh, nor a random
-// one.
-void TestGpuInfoNvml_CUDA::successWithoutAnswer() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu});
-    machine.detect();
-    update(machine);
-    for (const char* call : figureCalls)
-        FakeCalls::setAnswers(call, false);
-    update(machine);
-    const GpuDevice& record = machine.provider.record(0);
-    QCOMPARE((QList<int>{record.hasUsage, record.hasTemperature, record.hasMemTotal, record.hasMemUsage}),
-             (QList<int>{1, 1, 1, 1}));
-    QCOMPARE((QList<int>{record.usagePercent, record.temperature, record.memTotalMb, record.memFreeMb,
-                         record.memUsedMb}),
-             (QList<int>{0, 0, 0, 0, 0}));
-}
-
-void TestGpuInfoNvml_CUDA::mebibytes_data() {
-    QTest::addColumn<quint64>("bytes");
-    QTest::addColumn<int>("mebibytes");
-    QTest::newRow("8 GiB") << quint64(8589934592) << 8192;
-    QTest::newRow("just below one") << quint64(1048575) << 0;
-    QTest::newRow("one") << quint64(1048576) << 1;
-    QTest::newRow("just below two") << quint64(2097151) << 1;
-    QTest::newRow("none") << quint64(0) << 0;
-    QTest::newRow("80 GiB") << quint64(85899345920) << 81920;
-    QTest::newRow("beyond what fits") << (quint64(1) << 51) << INT_MIN;
-}
-
-void TestGpuInfoNvml_CUDA::mebibytes() {
-    QFETCH(quint64, bytes);
-    QFETCH(int, mebibytes);
-    for (int member = 0; member < 3; ++member) {
+    void figures() {
         NvidiaMachine machine;
-        nvmlMemory_t memory{};
-        (member == 0 ? memory.total : member == 1 ? memory.free : memory.used) = bytes;
-        FakeNvml::install({{"GPU", 1, 0, 0, memory}});
+        FakeNvml::install({gpu});
+        machine.detect();
+        QCOMPARE(update(machine), QByteArray("  GPU %1: retrieving GPU stats ...\n"));
+        const GpuDevice& record = machine.provider.record(0);
+        QCOMPARE(int(record.statsValid), 1);
+        QCOMPARE(int(record.hasUsage), 1);
+        QCOMPARE(record.usagePercent, 37);
+        QCOMPARE(int(record.hasTemperature), 1);
+        QCOMPARE(record.temperature, 61);
+        QCOMPARE(int(record.hasMemTotal), 1);
+        QCOMPARE(record.memTotalMb, 8192);
+        QCOMPARE(int(record.hasMemUsage), 1);
+        QCOMPARE(record.memFreeMb, 6144);
+        QCOMPARE(record.memUsedMb, 2048);
+        QCOMPARE(int(record.hasSpeed), 0);
+        FakeNvml::device(0).utilization = 0; // an idle GPU is a reading
+        update(machine);
+        QCOMPARE(int(record.hasUsage), 1);
+        QCOMPARE(record.usagePercent, 0);
+    }
+
+    void calls() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu, gpu});
+        machine.detect();
+        FakeCalls::reset();
+        update(machine);
+        QCOMPARE(FakeCalls::all(),
+                 QStringList({"nvmlDeviceGetUtilizationRates(0)", "nvmlDeviceGetTemperature(0, 0)",
+                              "nvmlDeviceGetMemoryInfo(0)", "nvmlDeviceGetUtilizationRates(1)",
+                              "nvmlDeviceGetTemperature(1, 0)", "nvmlDeviceGetMemoryInfo(1)"}));
+    }
+
+    void levels() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu});
+        machine.detect();
+        logLevel = 4;
+        QCOMPARE(update(machine), QByteArray());
+    }
+
+    void eachFigureHasItsOwnMarker_data() {
+        QTest::addColumn<QString>("call");
+        QTest::addColumn<QList<int>>("markers"); // usage, temperature, memory's total, memory's usage
+        QTest::newRow("usage") << "nvmlDeviceGetUtilizationRates" << QList<int>{0, 1, 1, 1};
+        QTest::newRow("temperature") << "nvmlDeviceGetTemperature" << QList<int>{1, 0, 1, 1};
+        QTest::newRow("memory") << "nvmlDeviceGetMemoryInfo" << QList<int>{1, 1, 0, 0};
+    }
+
+    void eachFigureHasItsOwnMarker() {
+        QFETCH(QString, call);
+        NvidiaMachine machine;
+        FakeNvml::install({gpu});
+        machine.detect();
+        FakeCalls::fail(call, 3);
+        QCOMPARE(update(machine).count('\n'), 1); // no message
+        const GpuDevice& record = machine.provider.record(0);
+        QTEST((QList<int>{record.hasUsage, record.hasTemperature, record.hasMemTotal, record.hasMemUsage}),
+              "markers");
+        QCOMPARE(int(record.statsValid), 1);
+        QCOMPARE(FakeCalls::count(call), 1); // nothing is tried again
+    }
+
+    void totalStaysShown() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu});
         machine.detect();
         update(machine);
+        FakeNvml::device(0) = {"GPU", 0x65, 99, 99, {1, 1, 1}};
+        for (const char* call : figureCalls)
+            FakeCalls::fail(call, 15);
+        update(machine);
         const GpuDevice& record = machine.provider.record(0);
-        QCOMPARE(record.memTotalMb, member == 0 ? mebibytes : 0);
-        QCOMPARE(record.memFreeMb, member == 1 ? mebibytes : 0);
-        QCOMPARE(record.memUsedMb, member == 2 ? mebibytes : 0);
+        QCOMPARE(int(record.hasUsage), 0);
+        QCOMPARE(record.usagePercent, 37);
+        QCOMPARE(int(record.hasTemperature), 0);
+        QCOMPARE(record.temperature, 61);
+        QCOMPARE(int(record.hasMemUsage), 0);
+        QCOMPARE(int(record.hasMemTotal), 1);
+        QCOMPARE(record.memTotalMb, 8192);
+        QCOMPARE(record.memFreeMb, 6144);
+        QCOMPARE(record.memUsedMb, 2048);
+        FakeCalls::heal();
+        update(machine);
+        QCOMPARE(int(record.hasMemUsage), 1);
+        QCOMPARE(record.memTotalMb, 0);
     }
-}
 
-void TestGpuInfoNvml_CUDA::lostGpuLeavesTheOthers() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu, gpu});
-    machine.detect();
-    for (const char* call : figureCalls)
-        FakeCalls::fail(call, 15, 1);
-    update(machine);
-    QCOMPARE(int(machine.provider.record(0).hasUsage), 0);
-    QCOMPARE(int(machine.provider.record(1).hasUsage), 1);
-    QCOMPARE(int(machine.provider.record(1).hasTemperature), 1);
-    QCOMPARE(int(machine.provider.record(1).hasMemUsage), 1);
-}
+    void mebibytes_data() {
+        QTest::addColumn<quint64>("bytes");
+        QTest::addColumn<int>("mebibytes");
+        QTest::newRow("8 GiB") << quint64(8589934592) << 8192;
+        QTest::newRow("just below one") << quint64(1048575) << 0;
+        QTest::newRow("one") << quint64(1048576) << 1;
+        QTest::newRow("just below two") << quint64(2097151) << 1;
+        QTest::newRow("none") << quint64(0) << 0;
+        QTest::newRow("80 GiB") << quint64(85899345920) << 81920;
+        QTest::newRow("beyond what fits") << (quint64(1) << 51) << INT_MIN;
+    }
 
-void TestGpuInfoNvml_CUDA::withoutNvml() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu});
-    machine.detect();
-    GpuNvml_Loader::unload();
-    FakeCalls::reset();
-    QCOMPARE(update(machine, true), QByteArray());
-    QCOMPARE(int(machine.provider.record(0).statsValid), 0);
-    QCOMPARE(FakeCalls::all(), QStringList());
-}
+    void mebibytes() {
+        QFETCH(quint64, bytes);
+        QFETCH(int, mebibytes);
+        for (int member = 0; member < 3; ++member) {
+            NvidiaMachine machine;
+            nvmlMemory_t memory{};
+            (member == 0 ? memory.total : member == 1 ? memory.free : memory.used) = bytes;
+            FakeNvml::install({{"GPU", 1, 0, 0, memory}});
+            machine.detect();
+            update(machine);
+            const GpuDevice& record = machine.provider.record(0);
+            QCOMPARE(record.memTotalMb, member == 0 ? mebibytes : 0);
+            QCOMPARE(record.memFreeMb, member == 1 ? mebibytes : 0);
+            QCOMPARE(record.memUsedMb, member == 2 ? mebibytes : 0);
+        }
+    }
 
-void TestGpuInfoNvml_CUDA::withoutGpus() {
-    NvidiaMachine machine;
-    FakeNvml::install({});
-    machine.detect();
-    QCOMPARE(update(machine, true), QByteArray());
-}
+    // What a failing call leaves behind is no reading.
+    void failingCallsThatWrite() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu});
+        machine.detect();
+        for (const char* call : figureCalls) {
+            FakeCalls::fail(call, 3);
+            FakeCalls::setAnswers(call, true);
+        }
+        update(machine);
+        const GpuDevice& record = machine.provider.record(0);
+        QCOMPARE((QList<int>{record.hasUsage, record.hasTemperature, record.hasMemTotal, record.hasMemUsage}),
+                 (QList<int>{0, 0, 0, 0}));
+        QCOMPARE((QList<int>{record.usagePercent, record.temperature, record.memTotalMb, record.memFreeMb,
+                             record.memUsedMb}),
+                 (QList<int>{0, 0, 0, 0, 0}));
+    }
 
-void TestGpuInfoNvml_CUDA::benchmarkWithoutDevice() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu});
-    FakeCuda::installDriver({{0x65, 8, 9}});
-    FakeOpenCL::install({{"p", {}}});
-    machine.detect();
-    logLevel = 2;
-    QCOMPARE(update(machine, true),
-             QByteArray("  GPU %1 Cuda-0: unable to run Benchmark(openCL), device_HardwareID is NULL\n"));
-    QCOMPARE(int(machine.provider.record(0).hasSpeed), 0);
-    QCOMPARE(int(machine.provider.record(0).hasMemUsage), 1);
-    GpuOpenCL_Loader::unload();
-    FakeLoader::remove("libOpenCL.so.1");
-    NvidiaProvider other(machine.osReleasePath(), FakeLoader::functions());
-    logLevel = 2;
-    printedBy([&] { other.detectGpus(); });
-    QCOMPARE(printedBy([&] { other.updateUsage(true); }), // without OpenCL the kind is not known
-             QByteArray("  GPU %1 Other-0: unable to run Benchmark(openCL), device_HardwareID is NULL\n"));
-}
+    // A driver that reports a success and writes nothing: no figure of an earlier GPU or refresh, nor a
+    // random one.
+    void successWithoutAnswer() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu});
+        machine.detect();
+        update(machine);
+        for (const char* call : figureCalls)
+            FakeCalls::setAnswers(call, false);
+        update(machine);
+        const GpuDevice& record = machine.provider.record(0);
+        QCOMPARE((QList<int>{record.hasUsage, record.hasTemperature, record.hasMemTotal, record.hasMemUsage}),
+                 (QList<int>{1, 1, 1, 1}));
+        QCOMPARE((QList<int>{record.usagePercent, record.temperature, record.memTotalMb, record.memFreeMb,
+                             record.memUsedMb}),
+                 (QList<int>{0, 0, 0, 0, 0}));
+    }
 
-// The real arrays are a gigabyte: the runs here end before they have filled them.
-void TestGpuInfoNvml_CUDA::benchmark() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu});
-    FakeOpenCL::install({{"p", {deviceOnBus(0x65)}}});
-    machine.detect();
-    FakeCalls::fail("clCreateContext", -5);
-    QCOMPARE(update(machine, true),
-             QByteArray("  GPU %1: retrieving GPU stats ...\n"
-                        "  GPU %1: running 25s Benchmark(openCL) ...\n"
-                        "    GpuBenchmarkOpenCL: clCreateContext failed: CL_OUT_OF_RESOURCES\n"));
-    const GpuDevice& record = machine.provider.record(0);
-    QCOMPARE(int(record.hasSpeed), 1);
-    QCOMPARE(record.speedGps, 0.0F);
-    QVERIFY(FakeCalls::all().contains("clCreateContext(null, 1, device0.0, null, null)"));
-}
+    void lostGpuLeavesTheOthers() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu, gpu});
+        machine.detect();
+        for (const char* call : figureCalls)
+            FakeCalls::fail(call, 15, 1);
+        update(machine);
+        QCOMPARE(int(machine.provider.record(0).hasUsage), 0);
+        QCOMPARE(int(machine.provider.record(1).hasUsage), 1);
+        QCOMPARE(int(machine.provider.record(1).hasTemperature), 1);
+        QCOMPARE(int(machine.provider.record(1).hasMemUsage), 1);
+    }
 
-// The figures are those of the GPU at its own work, not under the benchmark's.
-void TestGpuInfoNvml_CUDA::figuresBeforeTheBenchmark() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu});
-    FakeOpenCL::install({{"p", {deviceOnBus(0x65)}}});
-    machine.detect();
-    FakeCalls::reset();
-    FakeCalls::fail("clCreateContext", -5);
-    update(machine, true);
-    QCOMPARE(FakeCalls::all(),
-             QStringList({"nvmlDeviceGetUtilizationRates(0)", "nvmlDeviceGetTemperature(0, 0)",
-                          "nvmlDeviceGetMemoryInfo(0)", "clCreateContext(null, 1, device0.0, null, null)"}));
-}
+    void withoutNvml() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu});
+        machine.detect();
+        GpuNvml_Loader::unload();
+        FakeCalls::reset();
+        QCOMPARE(update(machine, true), QByteArray());
+        QCOMPARE(int(machine.provider.record(0).statsValid), 0);
+        QCOMPARE(FakeCalls::all(), QStringList());
+    }
 
-void TestGpuInfoNvml_CUDA::scoreStaysWithoutBenchmark() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu});
-    FakeOpenCL::install({{"p", {deviceOnBus(0x65)}}});
-    machine.detect();
-    machine.provider.edit(0).hasSpeed = 1;
-    machine.provider.edit(0).speedGps = 43.5F;
-    update(machine, false);
-    QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
-    QCOMPARE(machine.provider.record(0).speedGps, 43.5F);
-    QCOMPARE(FakeCalls::count("clCreateContext"), 0);
-}
+    void withoutGpus() {
+        NvidiaMachine machine;
+        FakeNvml::install({});
+        machine.detect();
+        QCOMPARE(update(machine, true), QByteArray());
+    }
 
-// One after the other, whatever becomes of the one before; the second has no device.
-void TestGpuInfoNvml_CUDA::everyPairedGpuIsBenchmarked() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu, {"second", 0x66}, {"third", 0x67}});
-    FakeOpenCL::install({{"p", {deviceOnBus(0x65), deviceOnBus(0x67)}}});
-    machine.detect();
-    FakeCalls::fail("clCreateContext", -5);
-    logLevel = 5;
-    update(machine, true);
-    QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
-    QCOMPARE(int(machine.provider.record(1).hasSpeed), 0);
-    QCOMPARE(int(machine.provider.record(2).hasSpeed), 1);
-    QCOMPARE(FakeCalls::of({"clCreateContext"}),
-             QStringList({"clCreateContext(null, 1, device0.0, null, null)",
-                          "clCreateContext(null, 1, device0.1, null, null)"}));
-}
+    void benchmarkWithoutDevice() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu});
+        FakeCuda::installDriver({{0x65, 8, 9}});
+        FakeOpenCL::install({{"p", {}}});
+        machine.detect();
+        logLevel = 2;
+        QCOMPARE(update(machine, true),
+                 QByteArray("  GPU %1 Cuda-0: unable to run Benchmark(openCL), device_HardwareID is NULL\n"));
+        QCOMPARE(int(machine.provider.record(0).hasSpeed), 0);
+        QCOMPARE(int(machine.provider.record(0).hasMemUsage), 1);
+        GpuOpenCL_Loader::unload();
+        FakeLoader::remove("libOpenCL.so.1");
+        NvidiaProvider other(machine.osReleasePath(), FakeLoader::functions());
+        logLevel = 2;
+        printedBy([&] { other.detectGpus(); });
+        QCOMPARE(
+            printedBy([&] { other.updateUsage(true); }), // without OpenCL the kind is not known
+            QByteArray("  GPU %1 Other-0: unable to run Benchmark(openCL), device_HardwareID is NULL\n"));
+    }
 
-// A flag that changes while the first GPU is measured counts for the second.
-void TestGpuInfoNvml_CUDA::flagIsReadOncePerGpu() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu, {"second", 0x66}});
-    FakeOpenCL::install({{"p", {deviceOnBus(0x65), deviceOnBus(0x66)}}});
-    machine.detect();
-    bool benchmark = true;
-    FakeCalls::fail("clCreateContext", -5);
-    FakeCalls::during("clCreateContext", [&] { benchmark = false; });
-    printedBy([&] { machine.provider.updateUsage(benchmark); });
-    QCOMPARE(FakeCalls::count("clCreateContext"), 1);
-}
+    // The real arrays are a gigabyte: the runs here end before they have filled them.
+    void benchmark() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu});
+        FakeOpenCL::install({{"p", {deviceOnBus(0x65)}}});
+        machine.detect();
+        FakeCalls::fail("clCreateContext", -5);
+        QCOMPARE(update(machine, true),
+                 QByteArray("  GPU %1: retrieving GPU stats ...\n"
+                            "  GPU %1: running 25s Benchmark(openCL) ...\n"
+                            "    GpuBenchmarkOpenCL: clCreateContext failed: CL_OUT_OF_RESOURCES\n"));
+        const GpuDevice& record = machine.provider.record(0);
+        QCOMPARE(int(record.hasSpeed), 1);
+        QCOMPARE(record.speedGps, 0.0F);
+        QVERIFY(FakeCalls::all().contains("clCreateContext(null, 1, device0.0, null, null)"));
+    }
 
-void TestGpuInfoNvml_CUDA::shutdown_data() {
-    QTest::addColumn<int>("status");
-    QTest::addColumn<int>("level");
-    QTest::addColumn<int>("result");
-    QTest::addColumn<QByteArray>("text");
-    const QByteArray message = "Failed to shutdown NVML: error 1 %1\n";
-    QTest::newRow("success") << 0 << 5 << 1 << QByteArray();
-    QTest::newRow("failure") << 1 << 2 << 0 << message;
-    QTest::newRow("failure, quiet") << 1 << 1 << 0 << QByteArray();
-}
+    // The figures are those of the GPU at its own work, not under the benchmark's.
+    void figuresBeforeTheBenchmark() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu});
+        FakeOpenCL::install({{"p", {deviceOnBus(0x65)}}});
+        machine.detect();
+        FakeCalls::reset();
+        FakeCalls::fail("clCreateContext", -5);
+        update(machine, true);
+        QCOMPARE(
+            FakeCalls::all(),
+            QStringList({"nvmlDeviceGetUtilizationRates(0)", "nvmlDeviceGetTemperature(0, 0)",
+                         "nvmlDeviceGetMemoryInfo(0)", "clCreateContext(null, 1, device0.0, null, null)"}));
+    }
 
-void TestGpuInfoNvml_CUDA::shutdown() {
-    NvidiaMachine machine;
-    FakeNvml::install({gpu});
-    machine.detect();
-    FakeCalls::reset();
-    QFETCH(int, status);
-    QFETCH(int, level);
-    FakeCalls::fail("nvmlShutdown", status);
-    logLevel = level;
-    int result = -1;
-    const QByteArray printed = printedBy([&] { result = machine.provider.shutdown(); });
-    QTEST(printed, "text");
-    QTEST(result, "result");
-    QCOMPARE(FakeCalls::all().first(), QString("nvmlShutdown()"));
-    QVERIFY(GpuNvml_Loader::isLoaded()); // whose library it is closes it
-    QCOMPARE(machine.provider.gpuCount(), 1);
-    QCOMPARE(machine.provider.record(0).name, "GPU %1");
-}
+    void scoreStaysWithoutBenchmark() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu});
+        FakeOpenCL::install({{"p", {deviceOnBus(0x65)}}});
+        machine.detect();
+        machine.provider.edit(0).hasSpeed = 1;
+        machine.provider.edit(0).speedGps = 43.5F;
+        update(machine, false);
+        QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
+        QCOMPARE(machine.provider.record(0).speedGps, 43.5F);
+        QCOMPARE(FakeCalls::count("clCreateContext"), 0);
+    }
 
-void TestGpuInfoNvml_CUDA::shutdownWithoutNvml() {
-    NvidiaMachine machine;
-    QCOMPARE(machine.provider.shutdown(), 1);
-    QCOMPARE(FakeCalls::all(), QStringList());
-}
+    // One after the other, whatever becomes of the one before; the second has no device.
+    void everyPairedGpuIsBenchmarked() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu, {"second", 0x66}, {"third", 0x67}});
+        FakeOpenCL::install({{"p", {deviceOnBus(0x65), deviceOnBus(0x67)}}});
+        machine.detect();
+        FakeCalls::fail("clCreateContext", -5);
+        logLevel = 5;
+        update(machine, true);
+        QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
+        QCOMPARE(int(machine.provider.record(1).hasSpeed), 0);
+        QCOMPARE(int(machine.provider.record(2).hasSpeed), 1);
+        QCOMPARE(FakeCalls::of({"clCreateContext"}),
+                 QStringList({"clCreateContext(null, 1, device0.0, null, null)",
+                              "clCreateContext(null, 1, device0.1, null, null)"}));
+    }
+
+    // A flag that changes while the first GPU is measured counts for the second.
+    void flagIsReadOncePerGpu() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu, {"second", 0x66}});
+        FakeOpenCL::install({{"p", {deviceOnBus(0x65), deviceOnBus(0x66)}}});
+        machine.detect();
+        bool benchmark = true;
+        FakeCalls::fail("clCreateContext", -5);
+        FakeCalls::during("clCreateContext", [&] { benchmark = false; });
+        printedBy([&] { machine.provider.updateUsage(benchmark); });
+        QCOMPARE(FakeCalls::count("clCreateContext"), 1);
+    }
+
+    void shutdown_data() {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<int>("level");
+        QTest::addColumn<int>("result");
+        QTest::addColumn<QByteArray>("text");
+        const QByteArray message = "Failed to shutdown NVML: error 1 %1\n";
+        QTest::newRow("success") << 0 << 5 << 1 << QByteArray();
+        QTest::newRow("failure") << 1 << 2 << 0 << message;
+        QTest::newRow("failure, quiet") << 1 << 1 << 0 << QByteArray();
+    }
+
+    void shutdown() {
+        NvidiaMachine machine;
+        FakeNvml::install({gpu});
+        machine.detect();
+        FakeCalls::reset();
+        QFETCH(int, status);
+        QFETCH(int, level);
+        FakeCalls::fail("nvmlShutdown", status);
+        logLevel = level;
+        int result = -1;
+        const QByteArray printed = printedBy([&] { result = machine.provider.shutdown(); });
+        QTEST(printed, "text");
+        QTEST(result, "result");
+        QCOMPARE(FakeCalls::all().first(), QString("nvmlShutdown()"));
+        QVERIFY(GpuNvml_Loader::isLoaded()); // whose library it is closes it
+        QCOMPARE(machine.provider.gpuCount(), 1);
+        QCOMPARE(machine.provider.record(0).name, "GPU %1");
+    }
+
+    void shutdownWithoutNvml() {
+        NvidiaMachine machine;
+        QCOMPARE(machine.provider.shutdown(), 1);
+        QCOMPARE(FakeCalls::all(), QStringList());
+    }
+};
 
 QTEST_APPLESS_MAIN(TestGpuInfoNvml_CUDA)
 #include "test_GpuInfoNvml_CUDA.moc"

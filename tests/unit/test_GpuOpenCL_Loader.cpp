@@ -68,173 +68,160 @@ class TestGpuOpenCL_Loader : public QObject {
     Q_OBJECT
 
   private slots:
-    void init();
-    void names_data();
-    void names();
-    void notFound_data();
-    void notFound();
-    void missingEntryPoint_data();
-    void missingEntryPoint();
-    void saysSoBeforeItCloses();
-    void loadsOnce();
-    void unload();
-    void callsWithoutEntryPoint();
-    void realLibrary();
-};
+    void init() {
+        logLevel = 3;
+        GpuOpenCL_Loader::unload();
+        FakeCalls::reset();
+        FakeLoader::reset();
+        FakeOpenCL::install({});
+    }
 
-void TestGpuOpenCL_Loader::init() {
-    logLevel = 3;
-    GpuOpenCL_Loader::unload();
-    FakeCalls::reset();
-    FakeLoader::reset();
-    FakeOpenCL::install({});
-}
+    void names_data() {
+        QTest::addColumn<QStringList>("present");
+        QTest::addColumn<QStringList>("calls");
+        const QStringList first = {"dlopen(libOpenCL.so.1, 1)"};
+        const QStringList second = first + QStringList{"dlopen(libOpenCL.so, 1)"};
+        QTest::newRow("both") << QStringList{"libOpenCL.so.1", "libOpenCL.so"}
+                              << first + lookUps("libOpenCL.so.1");
+        QTest::newRow("versioned") << QStringList{"libOpenCL.so.1"} << first + lookUps("libOpenCL.so.1");
+        QTest::newRow("unversioned") << QStringList{"libOpenCL.so"} << second + lookUps("libOpenCL.so");
+    }
 
-void TestGpuOpenCL_Loader::names_data() {
-    QTest::addColumn<QStringList>("present");
-    QTest::addColumn<QStringList>("calls");
-    const QStringList first = {"dlopen(libOpenCL.so.1, 1)"};
-    const QStringList second = first + QStringList{"dlopen(libOpenCL.so, 1)"};
-    QTest::newRow("both") << QStringList{"libOpenCL.so.1", "libOpenCL.so"}
-                          << first + lookUps("libOpenCL.so.1");
-    QTest::newRow("versioned") << QStringList{"libOpenCL.so.1"} << first + lookUps("libOpenCL.so.1");
-    QTest::newRow("unversioned") << QStringList{"libOpenCL.so"} << second + lookUps("libOpenCL.so");
-}
+    void names() {
+        FakeLoader::reset();
+        QFETCH(QStringList, present);
+        for (const QString& file : present)
+            FakeOpenCL::install({}, file.toLatin1());
+        int result = 0;
+        QCOMPARE(printedBy([&] { result = load(); }), QByteArray());
+        QCOMPARE(result, 1);
+        QVERIFY(GpuOpenCL_Loader::isLoaded());
+        QCOMPARE(absent(), QStringList());
+        QTEST(FakeCalls::all(), "calls");
+    }
 
-void TestGpuOpenCL_Loader::names() {
-    FakeLoader::reset();
-    QFETCH(QStringList, present);
-    for (const QString& file : present)
-        FakeOpenCL::install({}, file.toLatin1());
-    int result = 0;
-    QCOMPARE(printedBy([&] { result = load(); }), QByteArray());
-    QCOMPARE(result, 1);
-    QVERIFY(GpuOpenCL_Loader::isLoaded());
-    QCOMPARE(absent(), QStringList());
-    QTEST(FakeCalls::all(), "calls");
-}
+    void notFound_data() {
+        QTest::addColumn<int>("level");
+        QTest::addColumn<QByteArray>("text");
+        QTest::newRow("level 2") << 2 << QByteArray("OpenCL library not found\n\n");
+        QTest::newRow("level 1") << 1 << QByteArray();
+    }
 
-void TestGpuOpenCL_Loader::notFound_data() {
-    QTest::addColumn<int>("level");
-    QTest::addColumn<QByteArray>("text");
-    QTest::newRow("level 2") << 2 << QByteArray("OpenCL library not found\n\n");
-    QTest::newRow("level 1") << 1 << QByteArray();
-}
-
-void TestGpuOpenCL_Loader::notFound() {
-    FakeLoader::reset();
-    QFETCH(int, level);
-    logLevel = level;
-    int result = 1;
-    const QByteArray printed = printedBy([&] { result = load(); });
-    QTEST(printed, "text");
-    QCOMPARE(result, 0);
-    QVERIFY(!GpuOpenCL_Loader::isLoaded());
-    QCOMPARE(FakeCalls::all(), QStringList({"dlopen(libOpenCL.so.1, 1)", "dlopen(libOpenCL.so, 1)"}));
-    QCOMPARE(absent().size(), 21);
-}
-
-void TestGpuOpenCL_Loader::missingEntryPoint_data() {
-    QTest::addColumn<QByteArray>("name");
-    QTest::addColumn<bool>("required");
-    for (const Expected& entryPoint : entryPoints)
-        QTest::newRow(entryPoint.name) << QByteArray(entryPoint.name) << entryPoint.required;
-}
-
-void TestGpuOpenCL_Loader::missingEntryPoint() {
-    QFETCH(QByteArray, name);
-    QFETCH(bool, required);
-    FakeLibrary& library = FakeLoader::library("libOpenCL.so.1");
-    library.symbols.erase(name);
-    const QStringList tried = QStringList{"dlopen(libOpenCL.so.1, 1)"} + lookUps("libOpenCL.so.1");
-    logLevel = 2;
-    int result = -1;
-    const QByteArray printed = printedBy([&] { result = load(); });
-    if (required) {
-        QCOMPARE(printed, QByteArray("OpenCL: required functions not found\n\n"));
+    void notFound() {
+        FakeLoader::reset();
+        QFETCH(int, level);
+        logLevel = level;
+        int result = 1;
+        const QByteArray printed = printedBy([&] { result = load(); });
+        QTEST(printed, "text");
         QCOMPARE(result, 0);
         QVERIFY(!GpuOpenCL_Loader::isLoaded());
-        QCOMPARE(FakeCalls::all(), tried + QStringList{"dlclose(libOpenCL.so.1)"});
+        QCOMPARE(FakeCalls::all(), QStringList({"dlopen(libOpenCL.so.1, 1)", "dlopen(libOpenCL.so, 1)"}));
         QCOMPARE(absent().size(), 21);
-        logLevel = 1;
-        QCOMPARE(printedBy(load), QByteArray());
-    } else {
-        QCOMPARE(printed, QByteArray());
-        QCOMPARE(result, 1);
-        QCOMPARE(FakeCalls::all(), tried);
-        QCOMPARE(absent(), QStringList(name));
     }
-    QCOMPARE(library.timesOpen, required ? 0 : 1);
-}
 
-// What runs while a library is closed is that library's: it may print, or end the process.
-void TestGpuOpenCL_Loader::saysSoBeforeItCloses() {
-    FakeLoader::library("libOpenCL.so.1").symbols.erase("clFinish");
-    FakeCalls::during("dlclose", [] { std::puts("closing"); });
-    QCOMPARE(printedBy(load), QByteArray("OpenCL: required functions not found\n\n") + "closing\n");
-}
+    void missingEntryPoint_data() {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<bool>("required");
+        for (const Expected& entryPoint : entryPoints)
+            QTest::newRow(entryPoint.name) << QByteArray(entryPoint.name) << entryPoint.required;
+    }
 
-void TestGpuOpenCL_Loader::loadsOnce() {
-    load();
-    FakeCalls::reset();
-    QCOMPARE(load(), 1);
-    QCOMPARE(FakeCalls::all(), QStringList());
-}
+    void missingEntryPoint() {
+        QFETCH(QByteArray, name);
+        QFETCH(bool, required);
+        FakeLibrary& library = FakeLoader::library("libOpenCL.so.1");
+        library.symbols.erase(name);
+        const QStringList tried = QStringList{"dlopen(libOpenCL.so.1, 1)"} + lookUps("libOpenCL.so.1");
+        logLevel = 2;
+        int result = -1;
+        const QByteArray printed = printedBy([&] { result = load(); });
+        if (required) {
+            QCOMPARE(printed, QByteArray("OpenCL: required functions not found\n\n"));
+            QCOMPARE(result, 0);
+            QVERIFY(!GpuOpenCL_Loader::isLoaded());
+            QCOMPARE(FakeCalls::all(), tried + QStringList{"dlclose(libOpenCL.so.1)"});
+            QCOMPARE(absent().size(), 21);
+            logLevel = 1;
+            QCOMPARE(printedBy(load), QByteArray());
+        } else {
+            QCOMPARE(printed, QByteArray());
+            QCOMPARE(result, 1);
+            QCOMPARE(FakeCalls::all(), tried);
+            QCOMPARE(absent(), QStringList(name));
+        }
+        QCOMPARE(library.timesOpen, required ? 0 : 1);
+    }
 
-void TestGpuOpenCL_Loader::unload() {
-    GpuOpenCL_Loader::unload(); // harmless without a load
-    QCOMPARE(FakeCalls::all(), QStringList());
-    load();
-    GpuOpenCL_Loader::unload();
-    QVERIFY(!GpuOpenCL_Loader::isLoaded());
-    QCOMPARE(absent().size(), 21);
-    QCOMPARE(FakeCalls::count("dlclose"), 1);
-    GpuOpenCL_Loader::unload();
-    QCOMPARE(FakeCalls::count("dlclose"), 1);
-    QCOMPARE(load(), 1);
-    QCOMPARE(absent(), QStringList());
-}
+    // What runs while a library is closed is that library's: it may print, or end the process.
+    void saysSoBeforeItCloses() {
+        FakeLoader::library("libOpenCL.so.1").symbols.erase("clFinish");
+        FakeCalls::during("dlclose", [] { std::puts("closing"); });
+        QCOMPARE(printedBy(load), QByteArray("OpenCL: required functions not found\n\n") + "closing\n");
+    }
 
-void TestGpuOpenCL_Loader::callsWithoutEntryPoint() {
-    using GpuOpenCL_Loader::call;
-    const GpuOpenCL_Table none;
-    cl_int status = 0;
-    QCOMPARE(call(none.clFinish, nullptr), CL_INVALID_OPERATION);
-    QCOMPARE(call(none.clReleaseMemObject, nullptr), CL_INVALID_OPERATION);
-    QVERIFY(call(none.clCreateBuffer, nullptr, 0, 0, nullptr, &status) == nullptr);
-    QCOMPARE(status, CL_INVALID_OPERATION);
-    QVERIFY(call(none.clCreateKernel, nullptr, "name", nullptr) == nullptr); // nobody asks for its status
-    load();
-    cl_uint count = 0;
-    QCOMPARE(call(GpuOpenCL_Loader::table().clGetPlatformIDs, 3, nullptr, &count), CL_SUCCESS);
-    QCOMPARE(FakeCalls::of({"clGetPlatformIDs"}), QStringList("clGetPlatformIDs(3)"));
-}
+    void loadsOnce() {
+        load();
+        FakeCalls::reset();
+        QCOMPARE(load(), 1);
+        QCOMPARE(FakeCalls::all(), QStringList());
+    }
 
-// In a process of its own: a driver may keep what it likes, print what it likes, and crash.
-void TestGpuOpenCL_Loader::realLibrary() {
-    enum Exit { Good, NotLoaded, Incomplete, NotCounted, StillLoaded };
-    const pid_t child = fork();
-    if (child == 0) {
-        logLevel = 1;
-        if (GpuOpenCL_Loader::load() == 0)
-            _exit(NotLoaded);
-        if (!absent().isEmpty())
-            _exit(Incomplete);
-        cl_uint count = 0;
-        const cl_int status =
-            GpuOpenCL_Loader::call(GpuOpenCL_Loader::table().clGetPlatformIDs, 0, nullptr, &count);
-        if (status != CL_SUCCESS && status != -1001) // -1001: no driver at all
-            _exit(NotCounted);
+    void unload() {
+        GpuOpenCL_Loader::unload(); // harmless without a load
+        QCOMPARE(FakeCalls::all(), QStringList());
+        load();
         GpuOpenCL_Loader::unload();
-        _exit(GpuOpenCL_Loader::isLoaded() ? StillLoaded : Good);
+        QVERIFY(!GpuOpenCL_Loader::isLoaded());
+        QCOMPARE(absent().size(), 21);
+        QCOMPARE(FakeCalls::count("dlclose"), 1);
+        GpuOpenCL_Loader::unload();
+        QCOMPARE(FakeCalls::count("dlclose"), 1);
+        QCOMPARE(load(), 1);
+        QCOMPARE(absent(), QStringList());
     }
-    int status = -1;
-    waitpid(child, &status, 0);
-    QVERIFY(WIFEXITED(status));
-    if (WEXITSTATUS(status) == NotLoaded)
-        QSKIP("no OpenCL library on this machine");
-    QCOMPARE(WEXITSTATUS(status), int(Good));
-}
+
+    void callsWithoutEntryPoint() {
+        using GpuOpenCL_Loader::call;
+        const GpuOpenCL_Table none;
+        cl_int status = 0;
+        QCOMPARE(call(none.clFinish, nullptr), CL_INVALID_OPERATION);
+        QCOMPARE(call(none.clReleaseMemObject, nullptr), CL_INVALID_OPERATION);
+        QVERIFY(call(none.clCreateBuffer, nullptr, 0, 0, nullptr, &status) == nullptr);
+        QCOMPARE(status, CL_INVALID_OPERATION);
+        QVERIFY(call(none.clCreateKernel, nullptr, "name", nullptr) == nullptr); // nobody asks for its status
+        load();
+        cl_uint count = 0;
+        QCOMPARE(call(GpuOpenCL_Loader::table().clGetPlatformIDs, 3, nullptr, &count), CL_SUCCESS);
+        QCOMPARE(FakeCalls::of({"clGetPlatformIDs"}), QStringList("clGetPlatformIDs(3)"));
+    }
+
+    // In a process of its own: a driver may keep what it likes, print what it likes, and crash.
+    void realLibrary() {
+        enum Exit { Good, NotLoaded, Incomplete, NotCounted, StillLoaded };
+        const pid_t child = fork();
+        if (child == 0) {
+            logLevel = 1;
+            if (GpuOpenCL_Loader::load() == 0)
+                _exit(NotLoaded);
+            if (!absent().isEmpty())
+                _exit(Incomplete);
+            cl_uint count = 0;
+            const cl_int status =
+                GpuOpenCL_Loader::call(GpuOpenCL_Loader::table().clGetPlatformIDs, 0, nullptr, &count);
+            if (status != CL_SUCCESS && status != -1001) // -1001: no driver at all
+                _exit(NotCounted);
+            GpuOpenCL_Loader::unload();
+            _exit(GpuOpenCL_Loader::isLoaded() ? StillLoaded : Good);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        QVERIFY(WIFEXITED(status));
+        if (WEXITSTATUS(status) == NotLoaded)
+            QSKIP("no OpenCL library on this machine");
+        QCOMPARE(WEXITSTATUS(status), int(Good));
+    }
+};
 
 QTEST_APPLESS_MAIN(TestGpuOpenCL_Loader)
 #include "test_GpuOpenCL_Loader.moc"

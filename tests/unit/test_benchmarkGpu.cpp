@@ -13,109 +13,100 @@ class TestBenchmarkGpu : public QObject {
     Q_OBJECT
 
   private slots:
-    void init();
-    void cleanup();
-    void defaults();
-    void withoutDevice_data();
-    void withoutDevice();
-    void withDevice_data();
-    void withDevice();
-    void failureIsAScoreOfZero();
-    void levels();
-};
-
-void TestBenchmarkGpu::init() {
-    logLevel = 5;
-    GpuOpenCL_Loader::unload();
-    FakeLoader::reset();
-    FakeOpenCL::install({{"p", {FakeClDevice(), FakeClDevice()}}});
-    GpuOpenCL_Loader::load(FakeLoader::functions());
-    FakeCalls::reset();
-    // The real arrays are a gigabyte: each run here ends before it has filled them.
-    FakeCalls::fail("clCreateCommandQueue", -5);
-}
-
-void TestBenchmarkGpu::cleanup() {
-    QCOMPARE(FakeOpenCL::liveObjects(), QStringList());
-    benchmarkSeconds = 25;
-}
-
-void TestBenchmarkGpu::defaults() {
-    QCOMPARE(benchmarkSeconds, 25);
-    QCOMPARE(benchmarkWarmupMs, 4);
-    QCOMPARE(GLOBAL_Iteratons_mod, 1.0F);
-}
-
-void TestBenchmarkGpu::withoutDevice_data() {
-    QTest::addColumn<int>("type");
-    QTest::addColumn<int>("index");
-    QTest::addColumn<QByteArray>("middle");
-    QTest::newRow("AMD") << 2 << 0 << QByteArray("AMD-0");
-    QTest::newRow("NVIDIA") << 1 << 11 << QByteArray("Cuda-11");
-    QTest::newRow("no kind, no index") << 0 << -1 << QByteArray("Other--1");
-    QTest::newRow("unknown kind") << 9 << 3 << QByteArray("-3");
-}
-
-void TestBenchmarkGpu::withoutDevice() {
-    QFETCH(int, type);
-    QFETCH(int, index);
-    QFETCH(QByteArray, middle);
-    GpuDevice record;
-    setGpuName(record, "a %1 b %2 \xC3\xA9");
-    record.gpuType = static_cast<std::uint8_t>(type);
-    record.deviceIndex = index;
-    record.hasSpeed = 1;
-    record.speedGps = 7.5F;
-    const QByteArray printed = printedBy([&] { benchmarkGpu(record); });
-    QCOMPARE(printed, "  a %1 b %2 \xC3\xA9 " + middle +
-                          ": unable to run Benchmark(openCL), device_HardwareID is NULL\n");
-    QCOMPARE(int(record.hasSpeed), 0);
-    QCOMPARE(record.speedGps, 7.5F); // the old number stays, without its marker
-    QCOMPARE(FakeCalls::all(), QStringList());
-}
-
-void TestBenchmarkGpu::withDevice_data() {
-    QTest::addColumn<int>("seconds");
-    QTest::addColumn<QByteArray>("line");
-    QTest::newRow("long") << 25 << QByteArray("  gpu %2: running 25s Benchmark(openCL) ...\n");
-    QTest::newRow("short") << 6 << QByteArray("  gpu %2: running 6s Benchmark(openCL) ...\n");
-}
-
-void TestBenchmarkGpu::withDevice() {
-    QFETCH(int, seconds);
-    QFETCH(QByteArray, line);
-    benchmarkSeconds = seconds;
-    GpuDevice record;
-    setGpuName(record, "gpu %2");
-    setOpenCLDevice(record, FakeOpenCL::device(0, 1));
-    const QByteArray printed = printedBy([&] { benchmarkGpu(record); });
-    QCOMPARE(printed, line + "    GpuBenchmarkOpenCL: clCreateCommandQueue failed: CL_OUT_OF_RESOURCES\n");
-    QCOMPARE(FakeCalls::all().first(), QString("clCreateContext(null, 1, device0.1, null, null)"));
-}
-
-void TestBenchmarkGpu::failureIsAScoreOfZero() {
-    GpuDevice record;
-    setOpenCLDevice(record, FakeOpenCL::device(0, 0));
-    for (const bool hadSpeed : {false, true}) {
-        record.hasSpeed = hadSpeed;
-        record.speedGps = 7.5F;
-        printedBy([&] { benchmarkGpu(record); });
-        QCOMPARE(int(record.hasSpeed), 1);
-        QCOMPARE(record.speedGps, 0.0F); // not the earlier score
+    void init() {
+        logLevel = 5;
+        GpuOpenCL_Loader::unload();
+        FakeLoader::reset();
+        FakeOpenCL::install({{"p", {FakeClDevice(), FakeClDevice()}}});
+        GpuOpenCL_Loader::load(FakeLoader::functions());
+        FakeCalls::reset();
+        // The real arrays are a gigabyte: each run here ends before it has filled them.
+        FakeCalls::fail("clCreateCommandQueue", -5);
     }
-}
 
-void TestBenchmarkGpu::levels() {
-    GpuDevice without;
-    GpuDevice with;
-    setOpenCLDevice(with, FakeOpenCL::device(0, 0));
-    logLevel = 2;
-    QCOMPARE(printedBy([&] { benchmarkGpu(without); }).count('\n'), 1);
-    logLevel = 1;
-    QCOMPARE(printedBy([&] { benchmarkGpu(without); }), QByteArray());
-    logLevel = 4;
-    QVERIFY(!printedBy([&] { benchmarkGpu(with); }).contains("running"));
-}
+    void cleanup() {
+        QCOMPARE(FakeOpenCL::liveObjects(), QStringList());
+        benchmarkSeconds = 25;
+    }
+
+    void defaults() {
+        QCOMPARE(benchmarkSeconds, 25);
+        QCOMPARE(benchmarkWarmupMs, 4);
+        QCOMPARE(GLOBAL_Iteratons_mod, 1.0F);
+    }
+
+    void withoutDevice_data() {
+        QTest::addColumn<int>("type");
+        QTest::addColumn<int>("index");
+        QTest::addColumn<QByteArray>("middle");
+        QTest::newRow("AMD") << 2 << 0 << QByteArray("AMD-0");
+        QTest::newRow("NVIDIA") << 1 << 11 << QByteArray("Cuda-11");
+        QTest::newRow("no kind, no index") << 0 << -1 << QByteArray("Other--1");
+        QTest::newRow("unknown kind") << 9 << 3 << QByteArray("-3");
+    }
+
+    void withoutDevice() {
+        QFETCH(int, type);
+        QFETCH(int, index);
+        QFETCH(QByteArray, middle);
+        GpuDevice record;
+        setGpuName(record, "a %1 b %2 \xC3\xA9");
+        record.gpuType = static_cast<std::uint8_t>(type);
+        record.deviceIndex = index;
+        record.hasSpeed = 1;
+        record.speedGps = 7.5F;
+        const QByteArray printed = printedBy([&] { benchmarkGpu(record); });
+        QCOMPARE(printed, "  a %1 b %2 \xC3\xA9 " + middle +
+                              ": unable to run Benchmark(openCL), device_HardwareID is NULL\n");
+        QCOMPARE(int(record.hasSpeed), 0);
+        QCOMPARE(record.speedGps, 7.5F); // the old number stays, without its marker
+        QCOMPARE(FakeCalls::all(), QStringList());
+    }
+
+    void withDevice_data() {
+        QTest::addColumn<int>("seconds");
+        QTest::addColumn<QByteArray>("line");
+        QTest::newRow("long") << 25 << QByteArray("  gpu %2: running 25s Benchmark(openCL) ...\n");
+        QTest::newRow("short") << 6 << QByteArray("  gpu %2: running 6s Benchmark(openCL) ...\n");
+    }
+
+    void withDevice() {
+        QFETCH(int, seconds);
+        QFETCH(QByteArray, line);
+        benchmarkSeconds = seconds;
+        GpuDevice record;
+        setGpuName(record, "gpu %2");
+        setOpenCLDevice(record, FakeOpenCL::device(0, 1));
+        const QByteArray printed = printedBy([&] { benchmarkGpu(record); });
+        QCOMPARE(printed,
+                 line + "    GpuBenchmarkOpenCL: clCreateCommandQueue failed: CL_OUT_OF_RESOURCES\n");
+        QCOMPARE(FakeCalls::all().first(), QString("clCreateContext(null, 1, device0.1, null, null)"));
+    }
+
+    void failureIsAScoreOfZero() {
+        GpuDevice record;
+        setOpenCLDevice(record, FakeOpenCL::device(0, 0));
+        for (const bool hadSpeed : {false, true}) {
+            record.hasSpeed = hadSpeed;
+            record.speedGps = 7.5F;
+            printedBy([&] { benchmarkGpu(record); });
+            QCOMPARE(int(record.hasSpeed), 1);
+            QCOMPARE(record.speedGps, 0.0F); // not the earlier score
+        }
+    }
+
+    void levels() {
+        GpuDevice without;
+        GpuDevice with;
+        setOpenCLDevice(with, FakeOpenCL::device(0, 0));
+        logLevel = 2;
+        QCOMPARE(printedBy([&] { benchmarkGpu(without); }).count('\n'), 1);
+        logLevel = 1;
+        QCOMPARE(printedBy([&] { benchmarkGpu(without); }), QByteArray());
+        logLevel = 4;
+        QVERIFY(!printedBy([&] { benchmarkGpu(with); }).contains("running"));
+    }
+};
 
 QTEST_APPLESS_MAIN(TestBenchmarkGpu)
 #include "test_benchmarkGpu.moc"

@@ -69,16 +69,106 @@ class TestReadSmallTextFile : public QObject {
     Q_OBJECT
 
   private slots:
-    void content_data();
-    void content();
-    void notAFile_data();
-    void notAFile();
-    void fileWithoutEnd();
-    void fifoDoesNotBlock();
-    void reasonOfAFailure();
-    void anotherReader();
-    void leavesNoDescriptorOpen();
-    void systemCalls();
+    void content_data() {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::newRow("a value") << QByteArray("0x1002\n");
+        QTest::newRow("no line end") << QByteArray("37");
+        QTest::newRow("a line end only") << QByteArray("\n");
+        QTest::newRow("carriage returns") << QByteArray("a\r\nb\r\n");
+        QTest::newRow("carriage returns alone") << QByteArray("a\rb\r\r\n");
+        QTest::newRow("NUL bytes") << QByteArray("a\0b\0\n", 5);
+        QTest::newRow("every byte") << [] {
+            QByteArray bytes;
+            for (int value = 0; value < 256; ++value)
+                bytes.append(static_cast<char>(value));
+            return bytes;
+        }();
+        QTest::newRow("4095") << QByteArray(4095, 'x');
+        QTest::newRow("4096") << QByteArray(4096, 'x');
+        QTest::newRow("4097") << QByteArray(4097, 'x');
+        QTest::newRow("64 KiB") << QByteArray(65536, 'x');
+    }
+
+    // Whatever it costs in calls, the bytes are those of Qt's own text mode.
+    void content() {
+        QFETCH(QByteArray, bytes);
+        QFile file(write(bytes));
+        QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+        QCOMPARE(readSmallTextFile(file.fileName()), file.readAll());
+    }
+
+    void notAFile_data() {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("missing") << path("missing");
+        QTest::newRow("empty") << path("empty");
+        QTest::newRow("directory") << directory.path();
+        QTest::newRow("dangling link") << path("dangling");
+        QTest::newRow("link to itself") << path("loop");
+        QTest::newRow("no name") << QString();
+        QTest::newRow("below a file") << path("empty") + "/vendor";
+        QVERIFY(QFile(path("empty")).open(QIODevice::WriteOnly));
+        QFile::link(path("nowhere"), path("dangling"));
+        QFile::link(path("loop"), path("loop"));
+    }
+
+    void notAFile() {
+        QFETCH(QString, path);
+        QVERIFY(readSmallTextFile(path).isNull());
+    }
+
+    void fileWithoutEnd() { QCOMPARE(readSmallTextFile("/dev/zero").size(), 65536); }
+
+    void fifoDoesNotBlock() {
+        QCOMPARE(mkfifo(path("fifo").toLocal8Bit().constData(), 0600), 0);
+        QVERIFY(readSmallTextFile(path("fifo")).isNull());
+    }
+
+    void reasonOfAFailure() {
+        errno = 0;
+        QVERIFY(readSmallTextFile(path("missing")).isNull());
+        QCOMPARE(errno, ENOENT);
+        errno = 0;
+        QVERIFY(readSmallTextFile(directory.path()).isNull());
+        QCOMPARE(errno, EISDIR);
+        errno = 0;
+        QVERIFY(readSmallTextFile(write("")).isEmpty());
+        QCOMPARE(errno, 0);
+    }
+
+    void anotherReader() {
+        textFileReader = [](const QString& asked) { return "instead of " + asked.toUtf8(); };
+        QCOMPARE(readSmallTextFile("/a"), QByteArray("instead of /a"));
+        textFileReader = standardReader;
+        QCOMPARE(readSmallTextFile(write("37\n")), QByteArray("37\n"));
+    }
+
+    void leavesNoDescriptorOpen() {
+        const auto openDescriptors = [] {
+            return QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size();
+        };
+        const QString file = write("37\n");
+        const int before = openDescriptors();
+        readSmallTextFile(file);
+        readSmallTextFile(directory.path());
+        readSmallTextFile("/dev/zero");
+        QCOMPARE(openDescriptors(), before);
+    }
+
+    // A machine's cards are read every few seconds: five calls a value at most.
+    void systemCalls() {
+        const QString file = write("1073741824\n");
+        const auto none = systemCallsOf([] {});
+        if (!none)
+            QSKIP("a process can't be traced here");
+        QVERIFY(none->empty());
+        QByteArray value = readSmallTextFile(file); // what only a first call needs is done
+        const auto calls = systemCallsOf([&] { value = readSmallTextFile(file); });
+        QVERIFY(calls);
+        QVERIFY2(calls->size() >= 3 && calls->size() <= 5, QByteArray::number(int(calls->size())));
+        // A driver that starts a program must not hand the file on to it.
+        QCOMPARE(int(calls->front().nr), int(SYS_openat));
+        QVERIFY((calls->front().args[2] & O_CLOEXEC) != 0);
+    }
 
   private:
     QString path(const char* name) const { return directory.filePath(QLatin1String(name)); }
@@ -91,109 +181,6 @@ class TestReadSmallTextFile : public QObject {
 
     QTemporaryDir directory;
 };
-
-void TestReadSmallTextFile::content_data() {
-    QTest::addColumn<QByteArray>("bytes");
-    QTest::newRow("a value") << QByteArray("0x1002\n");
-    QTest::newRow("no line end") << QByteArray("37");
-    QTest::newRow("a line end only") << QByteArray("\n");
-    QTest::newRow("carriage returns") << QByteArray("a\r\nb\r\n");
-    QTest::newRow("carriage returns alone") << QByteArray("a\rb\r\r\n");
-    QTest::newRow("NUL bytes") << QByteArray("a\0b\0\n", 5);
-    QTest::newRow("every byte") << [] {
-        QByteArray bytes;
-        for (int value = 0; value < 256; ++value)
-            bytes.append(static_cast<char>(value));
-        return bytes;
-    }();
-    QTest::newRow("4095") << QByteArray(4095, 'x');
-    QTest::newRow("4096") << QByteArray(4096, 'x');
-    QTest::newRow("4097") << QByteArray(4097, 'x');
-    QTest::newRow("64 KiB") << QByteArray(65536, 'x');
-}
-
-// Whatever it costs in calls, the bytes are those of Qt's own text mode.
-void TestReadSmallTextFile::content() {
-    QFETCH(QByteArray, bytes);
-    QFile file(write(bytes));
-    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
-    QCOMPARE(readSmallTextFile(file.fileName()), file.readAll());
-}
-
-void TestReadSmallTextFile::notAFile_data() {
-    QTest::addColumn<QString>("path");
-    QTest::newRow("missing") << path("missing");
-    QTest::newRow("empty") << path("empty");
-    QTest::newRow("directory") << directory.path();
-    QTest::newRow("dangling link") << path("dangling");
-    QTest::newRow("link to itself") << path("loop");
-    QTest::newRow("no name") << QString();
-    QTest::newRow("below a file") << path("empty") + "/vendor";
-    QVERIFY(QFile(path("empty")).open(QIODevice::WriteOnly));
-    QFile::link(path("nowhere"), path("dangling"));
-    QFile::link(path("loop"), path("loop"));
-}
-
-void TestReadSmallTextFile::notAFile() {
-    QFETCH(QString, path);
-    QVERIFY(readSmallTextFile(path).isNull());
-}
-
-void TestReadSmallTextFile::fileWithoutEnd() {
-    QCOMPARE(readSmallTextFile("/dev/zero").size(), 65536);
-}
-
-void TestReadSmallTextFile::fifoDoesNotBlock() {
-    QCOMPARE(mkfifo(path("fifo").toLocal8Bit().constData(), 0600), 0);
-    QVERIFY(readSmallTextFile(path("fifo")).isNull());
-}
-
-void TestReadSmallTextFile::leavesNoDescriptorOpen() {
-    const auto openDescriptors = [] {
-        return QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size();
-    };
-    const QString file = write("37\n");
-    const int before = openDescriptors();
-    readSmallTextFile(file);
-    readSmallTextFile(directory.path());
-    readSmallTextFile("/dev/zero");
-    QCOMPARE(openDescriptors(), before);
-}
-
-void TestReadSmallTextFile::reasonOfAFailure() {
-    errno = 0;
-    QVERIFY(readSmallTextFile(path("missing")).isNull());
-    QCOMPARE(errno, ENOENT);
-    errno = 0;
-    QVERIFY(readSmallTextFile(directory.path()).isNull());
-    QCOMPARE(errno, EISDIR);
-    errno = 0;
-    QVERIFY(readSmallTextFile(write("")).isEmpty());
-    QCOMPARE(errno, 0);
-}
-
-void TestReadSmallTextFile::anotherReader() {
-    textFileReader = [](const QString& asked) { return "instead of " + asked.toUtf8(); };
-    QCOMPARE(readSmallTextFile("/a"), QByteArray("instead of /a"));
-    textFileReader = standardReader;
-    QCOMPARE(readSmallTextFile(write("37\n")), QByteArray("37\n"));
-}
-
-// A machine's cards are read every few seconds: five calls a value at most.
-void TestReadSmallTextFile::systemCalls() {
-    const QString file = write("1073741824\n");
-    const auto none = systemCallsOf([] {});
-    if (!none)
-        QSKIP("a process can't be traced here");
-    QVERIFY(none->empty());
-    QByteArray value = readSmallTextFile(file); // what only a first call needs is done
-    const auto calls = systemCallsOf([&] { value = readSmallTextFile(file); });
-    QVERIFY(calls);
-    QVERIFY2(calls->size() >= 3 && calls->size() <= 5, QByteArray::number(int(calls->size())));
-    // A driver that starts a program must not hand the file on to it.
-    QCOMPARE(int(calls->front().nr), int(SYS_openat));
-    QVERIFY((calls->front().args[2] & O_CLOEXEC) != 0);
-}
 
 QTEST_APPLESS_MAIN(TestReadSmallTextFile)
 #include "test_readSmallTextFile.moc"
