@@ -42,7 +42,8 @@ void removeLeftovers(const std::string& directory) {
     while (const dirent* entry = ::readdir(list.get())) {
         if (!isTemporaryName(entry->d_name))
             continue;
-        constexpr int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+        // For writing, too: network file systems give an exclusive lock on nothing else.
+        constexpr int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
         const FileDescriptor file(::openat(folder, entry->d_name, flags));
         if (file.isOpen() && isOwnFile(file.get()) && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0)
             ::unlinkat(folder, entry->d_name, 0);

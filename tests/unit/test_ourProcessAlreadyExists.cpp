@@ -93,6 +93,7 @@ class TestOurProcessAlreadyExists : public QObject {
             "/opt/some/directory/with/render", "", true);
         row("name with a slash", "/opt/render", "other", "/usr/bin/render", "", true);
         row("empty name", "", "", "/x/other", "", false);
+        row("the name of every directory", ".", "other", "/x/other", other, false);
         row("name of slashes", "//", "other", "/x/", QByteArray("/\0", 2), false);
     }
 
