@@ -22,6 +22,7 @@ STAND_INS = {
         cat <<'INDEXES'
         Debian bookworm http://mirror.example/debian/
         Debian bookworm-backports http://mirror.example/debian/
+        Debian bookworm-proposed-updates http://mirror.example/debian/
         Debian bookworm-security http://mirror.example/security/
         Debian bookworm-updates http://mirror.example/debian/
         Another bookworm http://another.example/
@@ -79,7 +80,7 @@ class On(unittest.TestCase):
             self.script(self.here / "bin" / name, "#!/usr/bin/env bash" + textwrap.dedent(text))
         self.write("tree/dev", "committed")
         self.write("tree/gone", "committed")
-        self.write("tree/.gitignore", "/build/\n")
+        self.write("tree/.gitignore", "/build/\n/ignored\n")
         self.git("init", "--quiet")
         self.git("add", ".")
         self.git("-c", "user.name=n", "-c", "user.email=e", "commit", "--quiet", "--message=m")
@@ -182,6 +183,7 @@ class On(unittest.TestCase):
                 inside = self.read("inside").splitlines()
                 self.assertTrue(any("install --no-install-recommends sudo" in line for line in inside))
                 self.assertIn("HOME=/home/dev", inside)
+                self.assertEqual(inside[inside.index("--reuid") + 1], "dev")
                 self.assertEqual(inside[-2:], ["dev", "test"])
                 self.assertEqual(self.read("seen/home/dev/qzgpuinfo/dev"), "committed")
 
@@ -190,9 +192,9 @@ class On(unittest.TestCase):
         self.assertEqual(self.read("seen" / TREE / "gone"), "committed")
         self.write("tree/dev", "changed")
         self.write("tree/new", "untracked")
-        self.write("tree/build/made", "ignored")
+        self.write("tree/ignored", "")
         (self.tree / "gone").unlink()
-        for again in ([], ["--again"]):
+        for again in (["--again"], []):
             with self.subTest(again):
                 said = self.on("trixie", "test", *again)[1]
                 self.assertIn("dev: with the changes to 3 files that are not committed\n", said)
@@ -201,7 +203,7 @@ class On(unittest.TestCase):
                 self.assertEqual((inside / "dev").read_text(), "changed")
 
     def test_a_run_starts_clean_unless_it_goes_on(self):
-        self.on("trixie", "test")
+        self.assertEqual(self.on("trixie", "test", "--again")[0], 42)
         self.write("roots/trixie/work/left", "")
         self.write(self.place / "work" / TREE / "build/left", "")
         self.on("trixie", "test", "--again")
