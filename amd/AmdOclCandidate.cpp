@@ -9,12 +9,12 @@ namespace {
 void readBus(AmdOclCandidate& candidate) {
     TopologyAmd topology{};
     PciBusInfoKhr location{};
-    if (readOpenCLDevice(candidate.device, deviceAttribute_TopologyAmd, topology)) {
+    if (readOpenCLDevice(candidate.device, deviceAttributeTopologyAmd, topology)) {
         candidate.busKnown = true;
         candidate.busSource = "AMD topology";
         // NOLINTNEXTLINE(bugprone-signed-char-misuse,cert-str34-c): signed it is
         candidate.bus = topology.bus;
-    } else if (readOpenCLDevice(candidate.device, deviceAttribute_PciBusInfoKhr, location)) {
+    } else if (readOpenCLDevice(candidate.device, deviceAttributePciBusInfoKhr, location)) {
         candidate.busKnown = true;
         candidate.busSource = "khr_pci_bus_info";
         candidate.bus = static_cast<std::int32_t>(location.pci_bus);

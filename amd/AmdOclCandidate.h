@@ -9,7 +9,7 @@
 
 #include "opencl/OpenCLDevices.h"
 
-/// Answer to `deviceAttribute_TopologyAmd`.
+/// Answer to `deviceAttributeTopologyAmd`.
 struct TopologyAmd {
     cl_uint type;
     char unused[17];

@@ -60,7 +60,7 @@ bool hasDeviceOnBus(cl_platform_id platform, unsigned int bus) {
         std::array<char, 128> name{};
         cl_uint deviceBus = 0;
         openCL.clGetDeviceInfo(devices[i], CL_DEVICE_NAME, name.size(), name.data(), nullptr);
-        openCL.clGetDeviceInfo(devices[i], deviceAttribute_PciBusIdNv, sizeof deviceBus, &deviceBus, nullptr);
+        openCL.clGetDeviceInfo(devices[i], deviceAttributePciBusIdNv, sizeof deviceBus, &deviceBus, nullptr);
         if (deviceBus == bus)
             return true;
     }

@@ -5,9 +5,9 @@ namespace {
 using CUdevice = int;
 
 // Attributes of cuDeviceGetAttribute.
-constexpr int attribute_PciBusId = 33;
-constexpr int attribute_ComputeCapabilityMajor = 75;
-constexpr int attribute_ComputeCapabilityMinor = 76;
+constexpr int attributePciBusId = 33;
+constexpr int attributeComputeCapabilityMajor = 75;
+constexpr int attributeComputeCapabilityMinor = 76;
 
 class CudaDriver final : public CudaLibrary {
   public:
@@ -29,9 +29,9 @@ class CudaDriver final : public CudaLibrary {
             if (status == 0)
                 status = cuDeviceGetAttribute(&value, attribute, handle);
         };
-        read(attribute_PciBusId, properties.pciBusID);
-        read(attribute_ComputeCapabilityMajor, properties.major);
-        read(attribute_ComputeCapabilityMinor, properties.minor);
+        read(attributePciBusId, properties.pciBusID);
+        read(attributeComputeCapabilityMajor, properties.major);
+        read(attributeComputeCapabilityMinor, properties.minor);
         return status;
     }
 

@@ -6,10 +6,10 @@
 
 NvidiaOclBus nvidiaOclBus(cl_device_id device) {
     cl_uint vendorBus = 0;
-    if (readOpenCLDevice(device, deviceAttribute_PciBusIdNv, vendorBus))
+    if (readOpenCLDevice(device, deviceAttributePciBusIdNv, vendorBus))
         return {"NV", vendorBus};
     PciBusInfoKhr location{};
-    if (readOpenCLDevice(device, deviceAttribute_PciBusInfoKhr, location))
+    if (readOpenCLDevice(device, deviceAttributePciBusInfoKhr, location))
         return {"KHR", location.pci_bus};
     return {};
 }

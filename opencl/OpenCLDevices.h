@@ -13,11 +13,11 @@
 #include "opencl/GpuOpenCL_Loader.h"
 
 /// The vendors' device attributes that tell a PCI location; not every Khronos header has them.
-constexpr cl_device_info deviceAttribute_PciBusIdNv = 0x4008;    ///< cl_uint
-constexpr cl_device_info deviceAttribute_TopologyAmd = 0x4037;   ///< 24 bytes
-constexpr cl_device_info deviceAttribute_PciBusInfoKhr = 0x410F; ///< PciBusInfoKhr
+constexpr cl_device_info deviceAttributePciBusIdNv = 0x4008;    ///< cl_uint
+constexpr cl_device_info deviceAttributeTopologyAmd = 0x4037;   ///< 24 bytes
+constexpr cl_device_info deviceAttributePciBusInfoKhr = 0x410F; ///< PciBusInfoKhr
 
-/// Answer to `deviceAttribute_PciBusInfoKhr`.
+/// Answer to `deviceAttributePciBusInfoKhr`.
 struct PciBusInfoKhr {
     cl_uint pci_domain;
     cl_uint pci_bus;

@@ -41,10 +41,10 @@ QVector<BusAnswer> busAnswers(cl_device_id device) {
     cl_uint number = 0;
     TopologyAmd topology{};
     PciBusInfoKhr location{};
-    ask("NV", deviceAttribute_PciBusIdNv, number, [](cl_uint bus) { return bus; });
-    ask("AMD", deviceAttribute_TopologyAmd, topology,
+    ask("NV", deviceAttributePciBusIdNv, number, [](cl_uint bus) { return bus; });
+    ask("AMD", deviceAttributeTopologyAmd, topology,
         [](const TopologyAmd& told) { return static_cast<quint32>(static_cast<unsigned char>(told.bus)); });
-    ask("KHR", deviceAttribute_PciBusInfoKhr, location,
+    ask("KHR", deviceAttributePciBusInfoKhr, location,
         [](const PciBusInfoKhr& told) { return static_cast<quint32>(told.pci_bus); });
     return answers;
 }

@@ -173,10 +173,10 @@ class TestOpenCLDevices : public QObject {
         device.busNv = 0x1234U;
         use({{"p", {device}}});
         cl_uint bus = 0;
-        QVERIFY(readOpenCLDevice(FakeOpenCL::device(0, 0), deviceAttribute_PciBusIdNv, bus));
+        QVERIFY(readOpenCLDevice(FakeOpenCL::device(0, 0), deviceAttributePciBusIdNv, bus));
         QCOMPARE(bus, 0x1234U);
         PciBusInfoKhr location{};
-        QVERIFY(!readOpenCLDevice(FakeOpenCL::device(0, 0), deviceAttribute_PciBusInfoKhr, location));
+        QVERIFY(!readOpenCLDevice(FakeOpenCL::device(0, 0), deviceAttributePciBusInfoKhr, location));
         QCOMPARE(FakeCalls::all(), QStringList({"clGetDeviceInfo(device0.0, 0x4008, 4)",
                                                 "clGetDeviceInfo(device0.0, 0x410f, 16)"}));
     }
