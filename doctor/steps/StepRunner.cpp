@@ -61,7 +61,8 @@ QVector<QJsonObject> StepOutcome::told(const char* kind) const {
 
 QByteArray StepOutcome::output() const {
     QByteArray text;
-    for (const QJsonObject& piece : told(messageOutput))
+    const QVector<QJsonObject> pieces = told(messageOutput);
+    for (const QJsonObject& piece : pieces)
         text += bytesOfText(piece.value("text").toString());
     return text;
 }

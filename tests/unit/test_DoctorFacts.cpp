@@ -1,4 +1,7 @@
-#include <QtTest>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
 
 #include "doctor/facts/NvmlFacts.h"
 #include "doctor/facts/OpenCLFacts.h"

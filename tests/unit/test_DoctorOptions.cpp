@@ -1,4 +1,4 @@
-#include <QtTest>
+#include <QTest>
 
 #include "doctor/Examination.h"
 #include "doctor/Options.h"

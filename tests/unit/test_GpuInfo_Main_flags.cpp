@@ -6,7 +6,7 @@
 #include <sys/resource.h>
 #include <sys/syscall.h>
 
-#include <QtTest>
+#include <QTest>
 
 #include "ChildProcess.h"
 #include "DriverBench.h"

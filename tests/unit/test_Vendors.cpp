@@ -1,6 +1,6 @@
 // The vendors that the program itself runs with. That their libraries are unloaded, and when, is tested with
 // the driver.
-#include <QtTest>
+#include <QTest>
 
 #include "amd/GpuInfoAmdLinux.h"
 #include "app/Vendors.h"

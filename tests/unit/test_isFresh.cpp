@@ -2,7 +2,7 @@
 #include <limits>
 #include <optional>
 
-#include <QtTest>
+#include <QTest>
 
 #include "reader/isFresh.h"
 

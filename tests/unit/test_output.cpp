@@ -12,7 +12,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <QtTest>
+#include <QTest>
 
 #include "CaptureStdout.h"
 #include "ChildProcess.h"
