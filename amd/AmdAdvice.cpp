@@ -49,7 +49,7 @@ QStringList AmdAdvice::noOpenCLLibrary(const QString& distributionId) {
 }
 
 QStringList AmdAdvice::noOpenCLPlatform(const QString& distributionId) {
-    QStringList lines{
+    const QStringList lines{
         "AMD GPU OpenCL: libOpenCL.so loaded, but no OpenCL platforms found - benchmark not available.",
         "  -> The ICD loader found no registered OpenCL drivers.",
         "  -> Check: ls /etc/OpenCL/vendors/   (should contain .icd files)",

@@ -30,7 +30,7 @@ class GpuInfo {
     /// Ends the use of the vendor's interface. 0 when the vendor's own shutdown fails.
     virtual int shutdown() = 0;
 
-    int gpuCount() const { return static_cast<int>(gpus.size()); }
+    int gpuCount() const { return gpus.size(); }
 
     /// Copies the first record whose `deviceIndex` equals `key` into `out`. Without one, `out` has its
     /// initial values (`statsValid` 0).

@@ -36,7 +36,7 @@ QStringList NvidiaAdvice::noOpenCLLibrary(const QString& distributionId) {
 }
 
 QStringList NvidiaAdvice::noOpenCLPlatform(const QString& distributionId) {
-    QStringList lines{
+    const QStringList lines{
         "CUDA GPU OpenCL: libOpenCL.so loaded, but no OpenCL platforms found - benchmark not available.",
         "  -> The ICD loader found no registered OpenCL drivers.",
         "  -> Check: ls /etc/OpenCL/vendors/   (nvidia.icd should be present)",

@@ -86,15 +86,14 @@ std::vector<Column> allColumns(bool bars) {
 struct Cells {
     int need;
     bool alignRight;
-    int width = 0;
-    std::vector<std::string> texts{};
+    int width;
+    std::vector<std::string> texts;
 };
 
 std::vector<Cells> fill(const StatusReport& report, bool bars) {
     std::vector<Cells> table;
     for (const Column& column : allColumns(bars)) {
-        Cells cells{column.need, column.alignRight};
-        cells.texts.emplace_back(column.title);
+        Cells cells{column.need, column.alignRight, 0, {column.title}};
         for (std::size_t i = 0; i < report.gpus.size(); ++i)
             cells.texts.push_back(column.cell(i, report.gpus[i]));
         for (const std::string& text : cells.texts)

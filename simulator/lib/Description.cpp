@@ -62,7 +62,7 @@ std::vector<Section> parseDescription(std::string_view text, const std::string& 
 }
 
 std::string readDescriptionFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
+    const std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
     // A folder opens but yields nothing, and would otherwise pass for an empty machine.
     if (!file || !(text << file.rdbuf()))

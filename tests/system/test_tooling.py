@@ -181,10 +181,11 @@ class Includes(Scratch):
 class LintSettings(unittest.TestCase):
     def test_each_disabled_check_has_its_reason(self):
         text = (SOURCE / ".clang-tidy").read_text(encoding="utf-8")
-        reasons = re.findall(r"^#   ([\w-]+): \S.+$", text, re.MULTILINE)
-        disabled = re.findall(r"^  -([\w-]+),?$", text, re.MULTILINE)
+        disabled = dict(re.findall(r"^  - '-([\w-]+)'(.*)$", text, re.MULTILINE))
         self.assertIn("modernize-use-trailing-return-type", disabled)
-        self.assertEqual(reasons, disabled)
+        for check, rest in disabled.items():
+            with self.subTest(check):
+                self.assertRegex(rest, r"^ +# \w.+")
 
     def test_unknown_step(self):
         answer = run(SOURCE / "lint/run", "fromat")
