@@ -26,12 +26,14 @@ class InShell:
     special = {"": "$`;&|><'\"\\*?[{~!#^=@( ", "'": "", '"': '$`\\'}
     unfit = {"": "", "'": "", '"': ""}
     directories = FILES
+    # Completes the command that sudo is given.
+    knows_sudo = True
 
     @classmethod
     def setUpClass(cls):
         if shutil.which(cls.program) is None or shutil.which("bwrap") is None:
             raise unittest.SkipTest(f"no {cls.program} or no bwrap here")
-        cls.shell = InteractiveShell(("qzGpuInfo", "qzGpuStatus"), [*map(os.fsencode, NAMES), *NO_NAMES])
+        cls.shell = InteractiveShell(("qzGpuInfo", "qzGpuStatus", "sudo"), [*map(os.fsencode, NAMES), *NO_NAMES])
         cls.addClassCleanup(cls.shell.close)
         cls.begin()
 
@@ -51,6 +53,10 @@ class InShell:
                         self.assertEqual(self.shell.type(typed + quote), [os.fsencode(name[0])])
                     else:
                         self.assertEqual(self.shell.type(typed), [os.fsencode(name)])
+
+    def test_as_root(self):
+        given = self.shell.type("sudo qzGpuInfo \\$\t")
+        self.assertEqual(given, [b"qzGpuInfo", b"$(touch ran)" if self.knows_sudo else b"$"])
 
     def test_what_is_offered(self):
         offered = set(self.offered("qzGpuInfo "))
@@ -93,6 +99,7 @@ class Bash(InShell, unittest.TestCase):
     program = "bash"
     # Readline takes an escaped quote for the closing one, and the history's `!` cannot be escaped.
     unfit = {"": "", "'": "'", '"': '"!'}
+    knows_sudo = False
     load = f"source '{COMPLETIONS}/bash/qzGpuInfo'; source '{COMPLETIONS}/bash/qzGpuStatus'"
 
     @classmethod
@@ -109,6 +116,7 @@ class Bash(InShell, unittest.TestCase):
 class BashWithItsPackage(Bash):
     """As installed: bash-completion loads the file by the command's name."""
 
+    knows_sudo = True
     load = "source /usr/share/bash-completion/bash_completion"
 
     @classmethod
