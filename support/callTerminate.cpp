@@ -4,7 +4,8 @@
 
 #include <cxxabi.h>
 
-// Under a name of its own, since the compiler declares that one itself.
+// Under another name here, since the compiler declares that one itself.
+// NOLINTNEXTLINE(misc-use-internal-linkage): what the compiler writes calls it
 [[noreturn, gnu::visibility("hidden")]] void callTerminate(void* exception) noexcept
     __asm__("__cxa_call_terminate");
 
