@@ -24,7 +24,7 @@ QVector<StepOutcome> outcomesOf(const QVector<Step>& steps, StepLimits limits = 
 
 StepOutcome outcomeOf(std::function<void(Channel&)> work, bool runsExitHandlers = false,
                       StepLimits limits = quick) {
-    return outcomesOf({{"a step", std::move(work), runsExitHandlers}}, limits).first();
+    return outcomesOf({{"a step", std::move(work), runsExitHandlers}}, limits).constFirst();
 }
 
 QStringList kindsOf(const StepOutcome& outcome) {
@@ -98,7 +98,8 @@ class TestStepRunner : public QObject {
         QCOMPARE(outcome.output(), QByteArray("before\nwithin"));
         QCOMPARE(outcome.messages[1].content, (QJsonObject{{"call", "first call"}, {"device", 3}}));
         QCOMPARE(outcome.messages[3].content, (QJsonObject{{"status", 7}}));
-        QCOMPARE(outcome.told("fact").first().value("text").toString(), QString::fromLatin1("\xe9\n\x01"));
+        QCOMPARE(outcome.told("fact").constFirst().value("text").toString(),
+                 QString::fromLatin1("\xe9\n\x01"));
         QVERIFY(outcome.seconds > 0.0 && outcome.seconds < 5.0);
     }
 
@@ -199,7 +200,8 @@ class TestStepRunner : public QObject {
     void oneThatSurvivesIsLeft() {
         const auto spare = [](pid_t, int) { return 0; };
         StepRunner runner(quick, {}, spare);
-        const StepOutcome outcome = runner.run({{"stuck", [](Channel&) { sleepLong(); }, false}}).first();
+        const StepOutcome outcome =
+            runner.run({{"stuck", [](Channel&) { sleepLong(); }, false}}).constFirst();
         QCOMPARE(outcome.end, End::TimedOut);
         QVERIFY(outcome.survived);
         QCOMPARE(outcome.state, 'S');
@@ -218,11 +220,13 @@ class TestStepRunner : public QObject {
         const auto outcomes =
             outcomesOf({{"1", stamp, false}, {"2", stamp, false}, {"3", stamp, false}}, {10s, 10s, 1s});
         double last = 0.0;
-        for (const StepOutcome& outcome : outcomes)
-            for (const QJsonObject& at : outcome.told("at")) {
+        for (const StepOutcome& outcome : outcomes) {
+            const auto stamps = outcome.told("at");
+            for (const QJsonObject& at : stamps) {
                 QVERIFY(at.value("ms").toDouble() >= last);
                 last = at.value("ms").toDouble();
             }
+        }
     }
 
     void hangingStepsCostTheTimeLimitOnce() {
@@ -278,7 +282,7 @@ class TestStepRunner : public QObject {
             channel.tell("own", {{"group", ::getpgrp() == ::getpid()},
                                  {"input", int(::read(STDIN_FILENO, &byte, 1))}});
         });
-        QCOMPARE(outcome.told("own").first(), (QJsonObject{{"group", true}, {"input", 0}}));
+        QCOMPARE(outcome.told("own").constFirst(), (QJsonObject{{"group", true}, {"input", 0}}));
     }
 };
 

@@ -49,7 +49,8 @@ void QCoreApplication::processEvents(QEventLoop::ProcessEventsFlags flags) {
     next<void(QEventLoop::ProcessEventsFlags)>(
         "_ZN16QCoreApplication13processEventsE6QFlagsIN10QEventLoop17ProcessEventsFlagEE")(flags);
     if (const char* code = std::getenv("QZ_TEST_EXIT"))
-        QTimer::singleShot(0, [code] { QCoreApplication::exit(std::atoi(code)); });
+        QTimer::singleShot(0, QCoreApplication::instance(),
+                           [code] { QCoreApplication::exit(std::atoi(code)); });
 }
 
 void QCoreApplication::quit() {
