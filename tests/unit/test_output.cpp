@@ -15,8 +15,7 @@
 #include <QTest>
 
 #include "CaptureStdout.h"
-#include "ChildProcess.h"
-#include "RefusedCall.h"
+#include "OutputChannel.h"
 #include "app/log/output.h"
 
 namespace {
@@ -36,93 +35,6 @@ extern "C" int pollAndMore(pollfd* asked, nfds_t count, int timeout) {
     return result;
 }
 
-namespace {
-
-constexpr char reopened[] = "reopened";
-constexpr char notReopened[] = "not reopened";
-
-/// A stream of a process: what is written to `writing` is read from `reading`.
-struct Channel {
-    ~Channel() {
-        close(reading);
-        close(writing);
-    }
-
-    static std::unique_ptr<Channel> make(const QByteArray& kind) {
-        auto channel = std::make_unique<Channel>();
-        int ends[2] = {-1, -1};
-        if (kind == "pipe" && pipe2(ends, O_CLOEXEC) == 0) {
-            channel->reading = ends[0];
-            channel->writing = ends[1];
-        } else if (kind == "socket" && socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0) {
-            channel->reading = ends[0];
-            channel->writing = ends[1];
-        } else if (kind == "terminal") {
-            termios plain{};
-            cfmakeraw(&plain);
-            if (openpty(&channel->reading, &channel->writing, nullptr, &plain, nullptr) != 0)
-                return nullptr;
-        }
-        return channel;
-    }
-
-    /// Writes until nothing more fits. A terminal may make room for a moment after it was full.
-    void fill() const {
-        const int flags = fcntl(writing, F_GETFL);
-        fcntl(writing, F_SETFL, flags | O_NONBLOCK);
-        const std::string dots(4096, '.');
-        for (int quietRounds = 0; quietRounds < 5; ++quietRounds) {
-            for (const std::size_t size : {dots.size(), std::size_t{1}})
-                while (write(writing, dots.data(), size) > 0)
-                    quietRounds = 0;
-            QTest::qSleep(2);
-        }
-        fcntl(writing, F_SETFL, flags);
-    }
-
-    /// All that can be read now.
-    QByteArray drain() const {
-        fcntl(reading, F_SETFL, O_NONBLOCK);
-        QByteArray all;
-        char bytes[65536];
-        for (ssize_t count = 0; (count = read(reading, bytes, sizeof bytes)) > 0;)
-            all.append(bytes, static_cast<int>(count));
-        return all;
-    }
-
-    int reading = -1;
-    int writing = -1;
-};
-
-/// Runs `work` in a process with these streams; its exit code. A process that waits for its output is killed.
-int runWith(int standardOutput, int standardError, const std::function<int()>& work, const QByteArray& how) {
-    ChildProcess child([&] {
-        alarm(20);
-        if (how == notReopened && !refuse(SYS_openat, O_NONBLOCK, EACCES))
-            return notPossible;
-        dup2(standardOutput, STDOUT_FILENO);
-        dup2(standardError, STDERR_FILENO);
-        std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-        return work();
-    });
-    return child.result();
-}
-
-QByteArray droppedMessage(int count) {
-    return "qzGpuInfo: lines dropped because standard output was not read in time: " +
-           QByteArray::number(count) + '\n';
-}
-
-void addChannels() {
-    QTest::addColumn<QByteArray>("kind");
-    QTest::addColumn<QByteArray>("how");
-    for (const char* kind : {"pipe", "socket", "terminal"})
-        for (const char* how : {reopened, notReopened})
-            QTest::addRow("%s, %s", kind, how) << QByteArray(kind) << QByteArray(how);
-}
-
-} // namespace
-
 class TestOutput : public QObject {
     Q_OBJECT
 
@@ -132,8 +44,8 @@ class TestOutput : public QObject {
     void linesAndFlushes() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
-        const auto output = Channel::make(kind);
-        const auto errors = Channel::make("pipe");
+        const auto output = OutputChannel::make(kind);
+        const auto errors = OutputChannel::make("pipe");
         QVERIFY(output != nullptr);
         const int result = runWith(
             output->writing, errors->writing,
@@ -157,8 +69,8 @@ class TestOutput : public QObject {
     void fullFromTheStart() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
-        const auto output = Channel::make(kind);
-        const auto errors = Channel::make("pipe");
+        const auto output = OutputChannel::make(kind);
+        const auto errors = OutputChannel::make("pipe");
         output->fill();
         const int result = runWith(
             output->writing, errors->writing,
@@ -183,8 +95,8 @@ class TestOutput : public QObject {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
         constexpr int many = 20000;
-        const auto output = Channel::make(kind);
-        const auto errors = Channel::make("pipe");
+        const auto output = OutputChannel::make(kind);
+        const auto errors = OutputChannel::make("pipe");
         const auto flags = fcntl(output->writing, F_GETFL);
         QByteArray early;
         const Signpost full;
@@ -230,8 +142,8 @@ class TestOutput : public QObject {
     void longLines() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
-        const auto output = Channel::make(kind);
-        const auto errors = Channel::make("pipe");
+        const auto output = OutputChannel::make(kind);
+        const auto errors = OutputChannel::make("pipe");
         const Signpost full;
         const Signpost drained;
         ChildProcess child([&] {
@@ -270,7 +182,7 @@ class TestOutput : public QObject {
 
     void whatLibrariesPrint() {
         QFETCH(QByteArray, kind);
-        const auto output = Channel::make(kind);
+        const auto output = OutputChannel::make(kind);
         output->fill();
         const int result = runWith(
             output->writing, output->writing,
@@ -297,8 +209,8 @@ class TestOutput : public QObject {
     void aLibrarysUnfinishedLineKeepsItsPlace() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
-        const auto output = Channel::make(kind);
-        const auto errors = Channel::make("pipe");
+        const auto output = OutputChannel::make(kind);
+        const auto errors = OutputChannel::make("pipe");
         const int result = runWith(
             output->writing, errors->writing,
             [] {
@@ -318,8 +230,8 @@ class TestOutput : public QObject {
     void aLibrarysUnfinishedLineIsDropped() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
-        const auto output = Channel::make(kind);
-        const auto errors = Channel::make("pipe");
+        const auto output = OutputChannel::make(kind);
+        const auto errors = OutputChannel::make("pipe");
         output->fill();
         for (const bool flushed : {false, true}) {
             const int result = runWith(
@@ -351,8 +263,8 @@ class TestOutput : public QObject {
     void neighboursFillIt() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
-        const auto output = Channel::make(kind);
-        const auto errors = Channel::make("pipe");
+        const auto output = OutputChannel::make(kind);
+        const auto errors = OutputChannel::make("pipe");
         const int result = runWith(
             output->writing, errors->writing,
             [&output] {
@@ -375,7 +287,7 @@ class TestOutput : public QObject {
     void errorsGoTheSameWay() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
-        const auto output = Channel::make(kind);
+        const auto output = OutputChannel::make(kind);
         output->fill();
         const int result = runWith(
             output->writing, output->writing,
@@ -397,8 +309,8 @@ class TestOutput : public QObject {
 
     void aStoppedTerminal() {
         QFETCH(QByteArray, how);
-        const auto output = Channel::make("terminal");
-        const auto errors = Channel::make("pipe");
+        const auto output = OutputChannel::make("terminal");
+        const auto errors = OutputChannel::make("pipe");
         QVERIFY(tcflow(output->writing, TCOOFF) == 0);
         const int result = runWith(
             output->writing, errors->writing,
@@ -423,8 +335,8 @@ class TestOutput : public QObject {
 
     void failedOutputIsNotCounted() {
         QFETCH(QByteArray, where);
-        auto output = Channel::make("pipe");
-        const auto errors = Channel::make("pipe");
+        auto output = OutputChannel::make("pipe");
+        const auto errors = OutputChannel::make("pipe");
         close(output->reading);
         output->reading = -1;
         const int opened = where.isEmpty()
