@@ -9,6 +9,9 @@ from qz import BUILD, PROGRAM, SOURCE, main  # noqa: F401  (for the tests)
 
 from qzsim import SandboxError, Simulation
 
+# The command as a user calls it; arguments follow.
+LAUNCHER = [str(SOURCE / "simulator" / "simulate"), "--build", str(BUILD), "--program", str(PROGRAM)]
+
 
 def description(machine):
     """The text that describes a machine of the simulator's list."""

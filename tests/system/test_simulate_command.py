@@ -11,9 +11,8 @@ from unittest import mock
 
 import simulated
 from qz import wait_until
-from simulated import BUILD, PROGRAM, SOURCE, SandboxError, SimulatedCase
+from simulated import BUILD, LAUNCHER, SOURCE, SandboxError, SimulatedCase
 
-LAUNCHER = [str(SOURCE / "simulator" / "simulate"), "--build", str(BUILD), "--program", str(PROGRAM)]
 
 def simulate(*arguments, **settings):
     """The launcher as a user calls it."""

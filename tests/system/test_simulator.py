@@ -11,7 +11,7 @@ import time
 from pathlib import Path
 
 import simulated
-from simulated import BUILD, PROGRAM, SimulatedCase, Simulation
+from simulated import BUILD, LAUNCHER, PROGRAM, SimulatedCase, Simulation
 
 CARD = """
 [os-release]
