@@ -1,5 +1,7 @@
 // Preloaded into the program: counts the openings of files below /sys, lets some of them fail or change,
-// notes when a library is closed, and keeps a clock that scripted rounds can move on.
+// lists folders there in the same order on every host, notes when a library is closed, and keeps a clock that
+// scripted rounds can move on.
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -7,6 +9,8 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <map>
+#include <mutex>
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -106,6 +110,22 @@ bool failsToRead(int descriptor) {
     return true;
 }
 
+/// The entries of the watched folders that are being read, the next one last. They are returned by name, the
+/// last first: the same on every host's file system, and not as a program would list them that sorts.
+std::map<DIR*, std::vector<dirent64>> listings;
+std::mutex listingsGuard;
+
+std::vector<dirent64> entriesOf(DIR* directory) {
+    static const auto real = next<dirent64*(DIR*)>("readdir64");
+    std::vector<dirent64> entries;
+    while (const dirent64* entry = real(directory))
+        std::memcpy(&entries.emplace_back(), entry, entry->d_reclen);
+    std::sort(entries.begin(), entries.end(), [](const dirent64& one, const dirent64& other) {
+        return std::strcmp(one.d_name, other.d_name) < 0;
+    });
+    return entries;
+}
+
 mode_t modeOf(int flags, std::va_list arguments) {
     return (flags & (O_CREAT | O_TMPFILE)) != 0 ? static_cast<mode_t>(va_arg(arguments, int)) : 0;
 }
@@ -178,9 +198,40 @@ QZSIM_API int close(int descriptor) {
 
 QZSIM_API DIR* opendir(const char* path) {
     static const auto real = next<DIR*(const char*)>("opendir");
-    if (isWatched(path))
-        Session::instance().counters().happened("list:" + std::string(path));
-    return real(path);
+    DIR* directory = real(path);
+    if (!isWatched(path))
+        return directory;
+    Session::instance().counters().happened("list:" + std::string(path));
+    if (directory != nullptr) {
+        const std::lock_guard lock(listingsGuard);
+        listings[directory] = entriesOf(directory);
+        listings[directory].emplace_back();
+    }
+    return directory;
+}
+
+QZSIM_API dirent64* readdir64(DIR* directory) {
+    static const auto real = next<dirent64*(DIR*)>("readdir64");
+    const std::lock_guard lock(listingsGuard);
+    const auto found = listings.find(directory);
+    if (found == listings.end())
+        return real(directory);
+    std::vector<dirent64>& entries = found->second;
+    // The last is the one that was returned before, and may be overwritten now.
+    if (!entries.empty())
+        entries.pop_back();
+    return entries.empty() ? nullptr : &entries.back();
+}
+
+QZSIM_API dirent* readdir(DIR* directory) {
+    return reinterpret_cast<dirent*>(readdir64(directory));
+}
+
+QZSIM_API int closedir(DIR* directory) {
+    static const auto real = next<int(DIR*)>("closedir");
+    const std::lock_guard lock(listingsGuard);
+    listings.erase(directory);
+    return real(directory);
 }
 
 QZSIM_API int dlclose(void* library) {
