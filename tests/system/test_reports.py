@@ -1,8 +1,13 @@
-"""What the program prints on each simulated machine, whole, at both verbosities: reports/MACHINE.txt and
-reports/MACHINE.verbose.txt. A new machine is a description and its two texts, no new code.
+"""What the program prints on each simulated machine, whole, at both verbosities: reports/MACHINE.txt. A new machine is
+a description and its report, no new code.
 
-QZGPUINFO_UPDATE_REPORTS=1 writes the texts anew; what changed is then a diff to be read before it is committed."""
+Each line of a report begins with two characters: blanks if it is always printed, "v " if -v is needed for it. Lines
+between "@ 0-15" and "@" are repeated for each number i of the ranges, as f-strings.
 
+QZGPUINFO_UPDATE_REPORTS=1 writes anew what is not as expected; what changed is then a diff to be read before it is
+committed."""
+
+import itertools
 import os
 import unittest
 from pathlib import Path
@@ -15,38 +20,62 @@ VERSION_LINE = ". qzGpuInfo  "
 
 
 def without_version(output):
-    """The report does not change with the program's version, which the banner's own test holds."""
-    lines = output.split("\n")
-    assert lines[0].startswith(VERSION_LINE), lines[0]
-    return "\n".join([VERSION_LINE + "VERSION", *lines[1:]])
+    """The lines; the program's version, which the banner's own test checks, is left out."""
+    assert output.startswith(VERSION_LINE) and output.endswith("\n"), output
+    lines = output[:-1].split("\n")
+    return [VERSION_LINE + "VERSION", *lines[1:]]
+
+
+def numbers(ranges):
+    """Those of "0-3 9-7": 0, 1, 2, 3, 9, 8, 7."""
+    for text in ranges.split():
+        first, last = map(int, text.split("-"))
+        yield from range(first, last + 1) if first <= last else range(first, last - 1, -1)
+
+
+def unfolded(text):
+    """The lines of a report's file, repeated lines written out."""
+    lines = iter(text[:-1].split("\n"))
+    for line in lines:
+        if line.startswith("@ "):
+            repeated = list(itertools.takewhile(lambda each: each != "@", lines))
+            for i in numbers(line[2:]):
+                yield from (eval("f" + repr(each), {"i": i}) for each in repeated)
+        else:
+            yield line
+
+
+def marked(default, verbose):
+    """The lines of a report's file; the default lines have to be among the verbose ones, in their order."""
+    left, found = list(default), []
+    for line in verbose:
+        is_default = left[:1] == [line]
+        found.append(("  " if is_default else "v ") + line)
+        del left[:is_default]
+    assert not left, left
+    return found
 
 
 class Reports(SimulatedCase):
     maxDiff = None
 
-    def hold(self, machine, name, *arguments):
+    def printed(self, machine, *arguments):
         run = self.simulation(machine).run("-single", *arguments)
         self.assertEqual((run.exit_code, run.errors), (0, ""))
         self.assertEqual((run.report.live, run.report.misuse), (Expected(machine).left_over, {}))
-        seen, expected = without_version(run.output), REPORTS / f"{name}.txt"
-        if os.environ.get("QZGPUINFO_UPDATE_REPORTS"):
-            expected.parent.mkdir(exist_ok=True)
-            expected.write_text(seen, "utf-8", newline="")
-        self.assertEqual(seen, expected.read_text("utf-8"))
+        return without_version(run.output)
 
-    def test_default_verbosity(self):
+    def test_each_machine(self):
         for machine in MACHINES:
             with self.subTest(machine):
-                self.hold(machine, machine)
+                seen = marked(self.printed(machine), self.printed(machine, "-v"))
+                path = REPORTS / f"{machine}.txt"
+                if os.environ.get("QZGPUINFO_UPDATE_REPORTS") and list(unfolded(path.read_text("utf-8"))) != seen:
+                    path.write_text("\n".join(seen) + "\n", "utf-8")
+                self.assertEqual("\n".join(seen), "\n".join(unfolded(path.read_text("utf-8"))))
 
-    def test_raised_verbosity(self):
-        for machine in MACHINES:
-            with self.subTest(machine):
-                self.hold(machine, f"{machine}.verbose", "-v")
-
-    def test_every_text_has_its_machine(self):
-        names = {path.name.split(".")[0] for path in REPORTS.glob("*.txt")}
-        self.assertEqual(names, set(MACHINES))
+    def test_every_report_has_its_machine(self):
+        self.assertEqual({path.stem for path in REPORTS.glob("*.txt")}, set(MACHINES))
 
 
 if __name__ == "__main__":
