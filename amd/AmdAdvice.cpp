@@ -69,7 +69,7 @@ QStringList AmdAdvice::noMatchingDevice(const QString& name, quint32 bus,
     QStringList lines{QStringLiteral("AMD GPU '%1' (PCI bus 0x%2): no matching OpenCL device found.")
                           .arg(name, pciBusText(bus)),
                       "  -> Benchmark will not be available for this GPU."};
-    // The provider has given up before, with `noGpuDevices`, where there is no candidate at all.
+    // Without any candidate the provider has stopped before, with `noGpuDevices`.
     lines += candidates.empty() ? QStringLiteral("  -> No OpenCL GPU devices were found at all.")
                                 : QStringLiteral("  -> Available OpenCL devices:");
     for (const AmdOclCandidate& candidate : candidates)

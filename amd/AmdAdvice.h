@@ -1,4 +1,4 @@
-// What to tell a user whose AMD GPU can't be reached through OpenCL.
+// Advice for a user whose AMD GPU has no OpenCL device.
 #pragma once
 
 #include <vector>
@@ -13,13 +13,13 @@ namespace AmdAdvice {
 /// The OpenCL loader itself is missing.
 QStringList noOpenCLLibrary(const QString& distributionId);
 
-/// The OpenCL loader knows no driver at all.
+/// The OpenCL loader knows no driver.
 QStringList noOpenCLPlatform(const QString& distributionId);
 
-/// Drivers, but no GPU device in any of them.
+/// There are drivers, but none offers a GPU device.
 QStringList noGpuDevices();
 
-/// None of OpenCL's devices, which are named, is the GPU `name` on a PCI bus.
+/// None of OpenCL's devices, which are listed, is the GPU `name` on a PCI bus.
 QStringList noMatchingDevice(const QString& name, quint32 bus,
                              const std::vector<AmdOclCandidate>& candidates);
 

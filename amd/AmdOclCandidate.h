@@ -19,7 +19,7 @@ struct TopologyAmd {
 };
 static_assert(sizeof(TopologyAmd) == 24 && offsetof(TopologyAmd, bus) == 21);
 
-/// One OpenCL GPU device and what it tells of itself.
+/// One OpenCL GPU device and its answers.
 struct AmdOclCandidate {
     cl_device_id device = nullptr;
     QString name;
@@ -31,9 +31,9 @@ struct AmdOclCandidate {
 /// The GPU devices of all platforms, platform by platform, each logged at level 5 as it is found.
 std::vector<AmdOclCandidate> collectAmdOclCandidates(const OpenCLPlatforms& platforms);
 
-/// The first candidate on a PCI bus, compared by the low byte; null when there is none.
+/// The first candidate on a PCI bus, compared by the low byte; null if there is none.
 const AmdOclCandidate* findCandidateByBus(const std::vector<AmdOclCandidate>& candidates, quint32 bus);
 
-/// The first candidate without a known bus whose name goes with the GPU's; null when there is none.
+/// The first candidate without a known bus whose name matches the GPU's; null if there is none.
 const AmdOclCandidate* findCandidateByName(const std::vector<AmdOclCandidate>& candidates,
                                            const QString& gpuName);

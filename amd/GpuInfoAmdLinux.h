@@ -1,4 +1,4 @@
-// The provider of AMD's GPUs: found in the kernel's DRM entries, paired with OpenCL devices by PCI bus or by
+// The provider of AMD GPUs: found in the kernel's DRM entries, paired with OpenCL devices by PCI bus or by
 // name.
 #pragma once
 
@@ -11,10 +11,10 @@
 #include "gpu/GpuInfo.h"
 #include "support/DynamicLoader.h"
 
-/// Where the kernel shows one card.
+/// Where the kernel exposes one card.
 struct AmdCardPaths {
     QString deviceDirectory;
-    QString hwmonDirectory; ///< empty when the card has no hardware monitor
+    QString hwmonDirectory; ///< empty if the card has no hardware monitor
 };
 
 class GpuInfoAmdLinux : public GpuInfo {
@@ -23,7 +23,7 @@ class GpuInfoAmdLinux : public GpuInfo {
                              const QString& osReleasePath = QStringLiteral("/etc/os-release"),
                              const DynamicLoader& loader = DynamicLoader::system());
 
-    /// 1 when there is at least one GPU, whatever OpenCL has, else 0.
+    /// Returns 1 if there is at least one GPU, with or without OpenCL, else 0.
     int detectGpus() override;
 
     int updateUsage(const bool& runBenchmark) override;
@@ -41,7 +41,7 @@ class GpuInfoAmdLinux : public GpuInfo {
     QString drm;
     QString osRelease;
     DynamicLoader loader;
-    // One entry a record, in the same order.
+    // One entry per record, in the same order.
     QList<AmdCardPaths> cardPaths;
     QList<quint32> pciBuses;
 };

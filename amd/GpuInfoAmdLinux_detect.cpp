@@ -1,4 +1,4 @@
-// Finding AMD's GPUs, once, at the program's start.
+// Detects AMD GPUs, once, at startup.
 #include <algorithm>
 
 #include "amd/AmdAdvice.h"

@@ -7,13 +7,13 @@
 /// cards, which no render job fits.
 constexpr quint32 minAmdMemoryMb = 2000;
 
-/// What the kernel tells of one of AMD's cards.
+/// What the kernel reports about an AMD card.
 struct AmdCard {
     QString name;
     QString deviceDirectory;
-    QString hwmonDirectory; ///< empty when the card has no hardware monitor
+    QString hwmonDirectory; ///< empty if the card has no hardware monitor
     quint32 bus = 0;        ///< PCI bus number
-    quint32 memoryMb = 0;   ///< 0 also when the kernel doesn't tell
+    quint32 memoryMb = 0;   ///< also 0 if the kernel does not report it
 
     bool isListed() const { return memoryMb >= minAmdMemoryMb; }
 };
@@ -21,5 +21,5 @@ struct AmdCard {
 /// Whether a card such as /sys/class/drm/card0 with this device directory is AMD's.
 bool isAmdCard(const QString& deviceDirectory);
 
-/// `card`: its name in the DRM directory, such as "card0", shown where the kernel has no better one.
+/// `card`: its name in the DRM directory, such as "card0", used if the kernel has no better one.
 AmdCard readAmdCard(const QString& card, const QString& deviceDirectory);

@@ -2,11 +2,11 @@
 
 #include "support/qzString.h"
 
-/// What the arguments ask for.
+/// What the arguments request.
 struct CommandLine {
     bool noArguments = false;
     bool benchmark = false;
-    bool shortBenchmark = false; ///< with `benchmark`: a shorter one
+    bool shortBenchmark = false; ///< with `benchmark`: the short one
     bool single = false;
     bool verbose = false;
     bool queryNvCuda = false;
@@ -17,16 +17,16 @@ struct CommandLine {
     bool watchesProcess = false;
     _qzString8_allSize<100> watchedProcess; ///< name of the process to watch
 
-    /// Whether one of the four questions about the GPUs is asked.
+    /// Whether one of the four GPU queries is given.
     bool isQuery() const { return queryNvCuda || queryNvOptix || queryAmdRt || queryGPU; }
 
-    /// Whether one update is all, without shared memory.
+    /// Whether to run one update and exit, without shared memory.
     bool isSingleRun() const { return isQuery() || returnGPS || single; }
 
-    /// A query answers at once, whatever else is asked: only `returnGPS` has it benchmark first.
+    /// A query answers without a benchmark, unless `returnGPS` is given too.
     bool runsBenchmark() const { return isQuery() ? returnGPS : returnGPS || benchmark; }
 };
 
-/// Reads the arguments. What is no option is ignored, but for the first that does not begin with "-": it
-/// names the process to watch. `arguments` may be empty.
+/// Parses the arguments. Unknown options are ignored. The first argument that does not begin with "-" is
+/// the name of the process to watch. `arguments` may be empty.
 CommandLine parseCommandLine(int count, const char* const* arguments);

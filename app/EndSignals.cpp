@@ -13,8 +13,8 @@ namespace {
 
 constexpr int endSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
-// All that a signal handler can reach: the event it raises, and when the first signal came, in milliseconds;
-// 0: none yet.
+// All that a signal handler can reach: the event it raises, and the time of the first signal in
+// milliseconds, 0 before it.
 volatile std::sig_atomic_t eventOfHandler = -1;
 std::atomic<std::int64_t> firstCame{0};
 static_assert(std::atomic<std::int64_t>::is_always_lock_free);
@@ -36,12 +36,12 @@ sigset_t endSignalSet() {
     return set;
 }
 
-/// Leaves alone what is ignored: `nohup`, or a shell that starts a job in the background, wants it so.
+/// Keeps what is ignored: `nohup`, or a shell that starts a background job, requires it.
 void setDisposition(void (*handler)(int)) {
     struct sigaction action{};
     action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
-    // One handler at a time, so that of two signals the second always finds what the first has left.
+    // One handler at a time, so that the second of two signals always sees what the first has stored.
     action.sa_mask = endSignalSet();
     for (const int number : endSignals) {
         struct sigaction now{};
@@ -68,8 +68,8 @@ void onSignal(int signal) {
 EndSignals::EndSignals() : event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!event.isOpen())
         return;
-    // The event is never read, so the notifier goes on: a signal that comes before the event loop runs is not
-    // lost.
+    // The event is never read, so the notifier keeps firing: a signal that arrives before the event loop runs
+    // is not lost.
     notifier = std::make_unique<QSocketNotifier>(event.get(), QSocketNotifier::Read);
     connect(notifier.get(), &QSocketNotifier::activated, this, &EndSignals::endRequested);
     eventOfHandler = event.get();

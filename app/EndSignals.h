@@ -9,7 +9,7 @@
 
 /// While it lives, the first SIGINT, SIGTERM or SIGHUP ends the event loop in an orderly way. A signal within
 /// a tenth of a second counts as the same; the next of any kind ends the process at once, since a driver's
-/// call may never return. A signal that was ignored at the start stays ignored; one that was blocked is
+/// call may never return. A signal that was ignored at start stays ignored; one that was blocked is
 /// unblocked. Without a free descriptor nothing is changed, and the first signal usually ends the process.
 class EndSignals : public QObject {
     Q_OBJECT
@@ -20,7 +20,7 @@ class EndSignals : public QObject {
     ~EndSignals() override;
 
   signals:
-    /// A signal came. Comes again for as long as the event loop runs.
+    /// A signal has arrived. Emitted again for as long as the event loop runs.
     void endRequested();
 
   private:

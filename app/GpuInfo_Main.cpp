@@ -64,7 +64,7 @@ bool GpuInfo_Main::init() {
 void GpuInfo_Main::update() {
     logLine(4, QStringLiteral("#################### update current usage ####################"));
     resetList();
-    if (doBenchmark) // readers are patient for so long; without a segment this does nothing
+    if (doBenchmark) // readers allow more time meanwhile; without a segment this does nothing
         segment.mark(SegmentFlag::Measuring);
     for (const std::unique_ptr<GpuInfo>& provider : vendors.providers)
         if (provider != nullptr)
@@ -131,7 +131,7 @@ void GpuInfo_Main::summarise() {
     summary.gpuType = GpuType_Summary;
     summary.deviceIndex = summaryIndex;
     walkFigures([&](const auto& figure) { summary.*figure.value = figure.summaryStart; });
-    // The markers are not cleared: what was present once in the life of the process stays so.
+    // The markers are not cleared: a figure that was present once stays present for the process's life.
     for (int i = 0; i < list.totalCount(); ++i)
         addToSummary(summary, list.gpuAt(i));
     summary.statsValid = std::any_of(std::begin(gpuVendors), std::end(gpuVendors),

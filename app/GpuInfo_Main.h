@@ -1,4 +1,4 @@
-// The one object that runs the program: it owns the providers, the GPU list, the timer and the segment.
+// The object that runs the program: it owns the providers, the GPU list, the timer and the segment.
 #pragma once
 
 #include <QObject>
@@ -18,25 +18,25 @@ class GpuInfo_Main : public QObject {
 
     ~GpuInfo_Main() override;
 
-    /// Finds the GPUs, then runs one update (single run) or starts the timer. False when the segment can't be
+    /// Finds the GPUs, then runs one update (single run) or starts the timer. False if the segment cannot be
     /// set up.
     bool init();
 
-    /// Makes the segment, or joins the one there is. False, after a message, when neither can be done.
+    /// Creates the segment, or attaches to the existing one. False, after a message, if both fail.
     bool createSharedMemory();
 
-    /// Copies the list into the segment under its lock. False, after a message, when it can't; the next cycle
-    /// tries again.
+    /// Copies the list into the segment under its lock. False, after a message, if that fails; the next
+    /// cycle tries again.
     bool publish();
 
-    /// Stops the timer, shuts the providers down, unloads the vendors' libraries, lets the segment go. May be
-    /// called more than once.
+    /// Stops the timer, shuts the providers down, unloads the vendors' libraries and detaches the segment.
+    /// May be called more than once.
     void finish();
 
     const GpuInfoBlock& gpuList() const { return list; }
 
   public slots:
-    /// One cycle: reads the figures anew, rebuilds the list, prints the report, publishes.
+    /// One cycle: refreshes the figures, rebuilds the list, prints the report, publishes.
     void update();
 
   private:
@@ -52,6 +52,6 @@ class GpuInfo_Main : public QObject {
     qzSharedMemory segment;
 
   public:
-    bool doBenchmark = false; ///< to be set before `init`
-    bool singleRun = false;   ///< to be set before `init`: one update, no segment
+    bool doBenchmark = false; ///< set before `init`
+    bool singleRun = false;   ///< set before `init`: one update, no segment
 };

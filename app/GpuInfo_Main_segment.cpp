@@ -16,7 +16,8 @@ bool GpuInfo_Main::createSharedMemory() {
                     "Unable to create shared memory!; " + QString(segment.errorString()) + " " + systemError);
             return false;
         }
-        // The last one attached may leave, and remove it, between the two calls: the name is free again.
+        // The last attached process may detach, and so remove it, between the two calls: the name is free
+        // again.
         if (!segment.attach() && (segment.error() != qzSharedMemory::NotFound || triesLeft == 0)) {
             logLine(0, "Unable to attach shared memory!; " + QString(segment.errorString()));
             return false;
@@ -32,8 +33,8 @@ bool GpuInfo_Main::createSharedMemory() {
     return true;
 }
 
-/// A process that is killed within a write leaves what it has written so far, and its lock is free at once.
-/// So the block is not ready from before the first of its bytes changes until all of them have.
+/// A process killed during a write leaves what it has written so far, and its lock is free at once. So the
+/// block is marked not ready before its first byte changes, and ready after its last.
 bool GpuInfo_Main::writeList() {
     constexpr qint64 head = offsetof(GpuInfoBlock, cudaCount);
     constexpr qint64 body = publishedSize - head;
@@ -49,7 +50,7 @@ bool GpuInfo_Main::publish() {
         logLine(0, "Unable to attach shared memory!; " + QString(segment.errorString()));
         const bool nameIsGone = segment.error() == qzSharedMemory::NotFound;
         segment.detach();
-        // Somebody removed the name (a logout does): a new one lets the next cycle publish.
+        // The name was removed (a logout does that): with a new one the next cycle can publish.
         if (nameIsGone)
             createSharedMemory();
         return false;
@@ -59,7 +60,7 @@ bool GpuInfo_Main::publish() {
         return false;
     }
     const bool written = writeList();
-    const QString reason = segment.errorString(); // what follows clears it
+    const QString reason = segment.errorString(); // cleared by the calls below
     // Before the lock is free, so that no reader finds the list without its flag.
     if (written)
         segment.mark(SegmentFlag::HasPublished);

@@ -12,7 +12,7 @@ struct Vendors {
     /// In the order of `gpuVendors`; any may be missing.
     std::array<std::unique_ptr<GpuInfo>, std::size(gpuVendors)> providers;
 
-    /// Closes the vendors' libraries, those that are open. For after the providers' shutdown.
+    /// Closes the open vendor libraries. Called after the providers' shutdown.
     void (*unloadLibraries)();
 };
 

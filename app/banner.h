@@ -1,10 +1,10 @@
 #pragma once
 
-/// Prints what a run without arguments begins with: name, version and legal notice between two rules.
+/// Prints the banner of a run without arguments: name, version and legal notice between two rules.
 void printLongBanner();
 
-/// Prints the one line of name and version that any other run begins with.
+/// Prints the banner of any other run: one line with name and version.
 void printShortBanner();
 
-/// Prints that the log says everything.
+/// Prints that verbose output is enabled.
 void printVerboseNotice();

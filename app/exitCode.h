@@ -3,9 +3,9 @@
 #include "app/CommandLine.h"
 #include "gpu/GpuInfoBlock.h"
 
-/// The process's exit code: the answer to the questions asked, else the score of the first GPU where that is
-/// asked for, else `runResult`.
+/// The process's exit code: the answer to the queries given, else the first GPU's score if requested, else
+/// `runResult`.
 int exitCode(const CommandLine& commandLine, const GpuInfoBlock& list, int runResult);
 
-/// Half away from zero; 0 for what no integer holds.
+/// Rounds half away from zero; 0 if no integer can hold the result.
 int roundedScore(float speedGps);

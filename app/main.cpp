@@ -69,7 +69,7 @@ int main(int argc, char** argv) {
         watchDog = startWatchDog(commandLine.watchedProcess);
     greet(commandLine);
 
-    // Outlives the driver: a signal while that shuts the vendors' libraries down must not cut it short.
+    // Outlives the driver: a signal must not cut short the shutdown of the vendors' libraries.
     const std::unique_ptr<EndSignals> endSignals = commandLine.isSingleRun() ? nullptr : endOnSignals();
     GpuInfo_Main driver;
     driver.doBenchmark = commandLine.runsBenchmark();

@@ -1,4 +1,4 @@
-// The record of one GPU: plain bytes, copied by value everywhere and written as it stands into shared memory.
+// The record of one GPU: plain bytes, copied by value everywhere and written unchanged into shared memory.
 #pragma once
 
 #include <cstddef>
@@ -13,15 +13,15 @@ enum GpuType : std::uint8_t {
     GpuType_Summary = 4,
 };
 
-// `clDevice` stands on a 4-byte boundary: readers in other languages count on the offsets below.
+// `clDevice` is on a 4-byte boundary: readers in other languages rely on the offsets below.
 #pragma pack(push, 4)
 
 /// One GPU. A figure is meaningful only while its `has…` marker is non-zero: 0 is a reading, never "unknown".
-/// A new record is zero-filled but for `deviceIndex`.
+/// A new record is zero-filled except for `deviceIndex`.
 struct GpuDevice {
     /// 1: the provider has this GPU. It sets it at each refresh (AMD's as soon as the card is found) and
-    /// never clears it in its own record; the driver clears it in the list before each cycle, so that there
-    /// it tells which GPUs the current cycle has.
+    /// never clears it in its own record; the driver clears it in the list before each cycle, so that
+    /// there it marks the GPUs of the current cycle.
     std::uint8_t statsValid = 0;
     char name[64] = {};             ///< as the driver gave it, NUL-terminated
     std::uint8_t reserved65 = 0;    ///< always 0; the suite's name
@@ -30,7 +30,7 @@ struct GpuDevice {
     std::uint8_t gpuType = GpuType_Other;
     std::uint8_t filler69[3] = {};
     std::int32_t deviceIndex = -1; ///< the provider's own device number; 99 in the summary
-    std::uint64_t clDevice = 0;    ///< the matched `cl_device_id`, 0: none; of use in this process only
+    std::uint64_t clDevice = 0;    ///< the matched `cl_device_id`, 0: none; valid in this process only
     std::uint8_t hasTemperature = 0;
     std::uint8_t filler85[3] = {};
     std::int32_t temperature = 0; ///< degrees Celsius
@@ -74,13 +74,13 @@ static_assert(offsetof(GpuDevice, hasSpeed) == 120);
 static_assert(offsetof(GpuDevice, speedGps) == 124);
 static_assert(offsetof(GpuDevice, tail) == 128);
 
-/// Gives every field that has an initial value that value; filler, the rest of `name` and `tail` stay as they
-/// are.
+/// Sets every field that has an initial value to it; filler, the rest of `name` and `tail` keep their
+/// contents.
 void initialiseGpuDevice(GpuDevice& record);
 
 /// Stores at most 63 bytes of `text` as the record's name, always NUL-terminated. `text` may be null (empty
 /// name).
 void setGpuName(GpuDevice& record, const char* text);
 
-/// "Other", "Cuda", "AMD", "Metal", "-" (the summary), or an empty text for a kind that is not known.
+/// "Other", "Cuda", "AMD", "Metal", "-" (the summary), or an empty text for an unknown kind.
 const char* gpuTypeName(const GpuDevice& record);

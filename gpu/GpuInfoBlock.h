@@ -12,11 +12,11 @@ constexpr const char* segmentKey = "qzGpuInfo_v2";
 
 #pragma pack(push, 4)
 
-/// Up to 16 GPUs a vendor. Entries at or beyond a vendor's count hold stale or initial data.
+/// Up to 16 GPUs per vendor. Entries at or beyond a vendor's count hold stale or initial data.
 /// The global order is all NVIDIA GPUs, then all AMD GPUs, then all Apple GPUs.
 struct GpuInfoBlock {
     static constexpr std::uint32_t version = 68865;
-    static constexpr int capacity = 16; ///< GPUs a vendor
+    static constexpr int capacity = 16; ///< GPUs per vendor
 
     std::uint32_t blockVersion = version;
     std::uint32_t dataReady = 0; ///< 1 once an update cycle has filled the block
@@ -33,8 +33,8 @@ struct GpuInfoBlock {
     /// Number of GPUs in the global order.
     int totalCount() const;
 
-    /// A copy of the record at a global index; an index out of range is taken as the nearest one in range.
-    /// Only for a list that is not empty.
+    /// A copy of the record at a global index; an index out of range is clamped. The list must not be
+    /// empty.
     GpuDevice gpuAt(int index) const;
 };
 

@@ -10,7 +10,7 @@
 namespace {
 
 constexpr int reportLevel = 4;
-constexpr int lastGpuIndex = 89; // what follows is no GPU but the summary
+constexpr int lastGpuIndex = 89; // higher ones are the summary
 
 QString headerLine(const GpuDevice& record, const QString& label) {
     QString name = gpuName(record);

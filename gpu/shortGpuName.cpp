@@ -2,8 +2,8 @@
 
 namespace {
 
-// The order matters: a maker goes before its brands, and a longer brand before the shorter one it begins
-// with.
+// The order matters: a vendor is removed before its brands, and a longer brand before the shorter one it
+// begins with.
 constexpr const char* removedWords[] = {
     "NVIDIA ",   "GeForce ", "Quadro ", "Tesla ", "TITAN ",      "AMD ",    "Radeon Pro ", "Radeon ",
     "Instinct ", "Apple ",   "(TM) ",   "(R) ",   " Laptop GPU", " Mobile", " Graphics",   " Series",

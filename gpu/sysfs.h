@@ -1,12 +1,11 @@
-// What the kernel tells of graphics cards under /sys/class/drm. Nothing here fails: what is missing or makes
-// no sense is an empty text, an empty list, or bus 0.
+// What the kernel reports about graphics cards under /sys/class/drm. Nothing here fails: what is missing or
+// invalid is an empty text, an empty list, or bus 0.
 #pragma once
 
 #include <QString>
 #include <QStringList>
 
-/// A file's text without white space at its ends, up to the first NUL byte; empty when the file is missing,
-/// can't be read, or is empty.
+/// A file's text up to the first NUL byte, trimmed; empty if the file is missing, unreadable or empty.
 QString readSysfsValue(const QString& path);
 
 /// The cards, such as "card0", without their connectors, in the directory's own order.

@@ -11,7 +11,7 @@ constexpr int attributeComputeCapabilityMinor = 76;
 
 class CudaDriver final : public CudaLibrary {
   public:
-    /// False when the library lacks an entry point or can't be initialised.
+    /// False if the library lacks an entry point or cannot be initialised.
     bool start(void* library, const DynamicLoader& loader) {
         int (*cuInit)(unsigned int flags) = nullptr;
         return loader.resolve(library, "cuInit", cuInit) &&

@@ -1,11 +1,11 @@
-// The two questions the program has for CUDA, whichever of NVIDIA's libraries answers them.
+// The program's two CUDA queries, whichever of NVIDIA's libraries answers them.
 #pragma once
 
 #include <memory>
 
 #include "support/DynamicLoader.h"
 
-/// What tells a CUDA device's place and age.
+/// A CUDA device's location and generation.
 struct CudaDeviceProperties {
     int major = 0; ///< compute capability
     int minor = 0;
@@ -20,19 +20,19 @@ class CudaLibrary {
     CudaLibrary(const CudaLibrary&) = delete;
     CudaLibrary& operator=(const CudaLibrary&) = delete;
 
-    /// CUDA's status, 0 for success. `count` is the library's to set, and may be set by a failing call.
+    /// Returns CUDA's status, 0 for success. A failing call may set `count` as well.
     virtual int deviceCount(int& count) const = 0;
-    /// The same for one device; after a failure `properties` may hold half an answer.
+    /// The same for one device; after a failure `properties` may be partly set.
     virtual int deviceProperties(CudaDeviceProperties& properties, int device) const = 0;
 };
 
-/// The first CUDA runtime that opens, is of a known version, and can count its devices; null when none is.
+/// The first CUDA runtime that opens, is of a known version, and can count its devices; null if none is.
 std::unique_ptr<CudaLibrary> openCudaRuntime(const DynamicLoader& loader);
 
-/// The driver's own library, which a machine has without the runtime; null when it is absent or can't be
+/// The driver's library, which machines without the runtime have too; null if it is absent or cannot be
 /// initialised.
 std::unique_ptr<CudaLibrary> openCudaDriver(const DynamicLoader& loader);
 
-/// Reads what a CUDA runtime, known by its soname, has written into its own record of a device. False for a
-/// runtime of an unknown version.
+/// Reads the device record that a CUDA runtime, identified by its soname, has filled. False for a runtime of
+/// an unknown version.
 bool readCudaProperties(const char* runtimeSoname, const void* record, CudaDeviceProperties& properties);

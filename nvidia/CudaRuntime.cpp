@@ -11,13 +11,13 @@ namespace {
 using GetDeviceCount = int(int* count);
 using GetDeviceProperties = int(void* properties, int device);
 
-/// Where the runtime's properties record holds what is read of it, which differs between major versions.
+/// Offsets in the runtime's properties record, which differ between major versions.
 struct RuntimeVersion {
     const char* soname;
     std::size_t majorOffset;
     std::size_t minorOffset;
     std::size_t pciBusOffset;
-    std::array<const char*, 2> propertiesNames; ///< in the order of preference; the last may be null
+    std::array<const char*, 2> propertiesNames; ///< in order of preference; the last may be null
 };
 
 constexpr RuntimeVersion runtimeVersions[] = {
@@ -81,7 +81,7 @@ std::unique_ptr<CudaLibrary> useRuntime(void* library, const DynamicLoader& load
         return nullptr;
     auto runtime = std::make_unique<CudaRuntime>(*version, getDeviceCount, getDeviceProperties);
     int count = 0;
-    // A runtime newer than the driver opens, and fails here.
+    // A runtime newer than the driver can be opened but fails here.
     return runtime->deviceCount(count) == 0 ? std::move(runtime) : nullptr;
 }
 

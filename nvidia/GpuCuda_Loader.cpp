@@ -4,12 +4,12 @@
 
 namespace {
 
-// As CUDA calls it: no usable device is there.
+// CUDA's code for: no usable device.
 constexpr int cudaErrorNoDevice = 100;
 
 struct Cuda {
     std::unique_ptr<CudaLibrary> library;
-    std::map<int, CudaDeviceProperties> known; ///< what devices have told, by their number
+    std::map<int, CudaDeviceProperties> known; ///< cached answers by device number
 };
 
 Cuda cuda;

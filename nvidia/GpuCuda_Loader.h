@@ -1,5 +1,5 @@
 // CUDA's two operations for the whole process, answered by the runtime where there is a usable one, else by
-// the driver's own library. Which of them answered is not told.
+// the driver's own library. Callers do not see which of them answered.
 #pragma once
 
 #include "nvidia/CudaLibrary.h"
@@ -7,22 +7,22 @@
 
 namespace GpuCuda_Loader {
 
-/// 1 when a CUDA library is usable (also when one was before), 0 when there is none.
+/// Returns 1 if a CUDA library is usable (also if it was loaded before), 0 if there is none.
 int load(const DynamicLoader& loader = DynamicLoader::system());
 
 bool isLoaded();
 
-/// Forgets the library and what it told, so that a test starts anew. The library stays open: CUDA's do not
-/// unload safely, and the program keeps them to its end.
+/// Forgets the library and its answers, so that a test can start over. The library stays open: CUDA's
+/// libraries do not unload safely.
 void unload();
 
-/// CUDA's status, 0 for success. Fails without a library, and then leaves `count` as it is; a library's own
+/// Returns CUDA's status, 0 for success. Fails without a library, leaving `count` unchanged; a library's
 /// failing call may set it.
 int cudaGetDeviceCount(int* count);
 
-/// CUDA's status, 0 for success; otherwise `properties` stay as they are. Fails without a library and for a
-/// device that is not there. A device is not asked again once it has answered, since a call can take tens of
-/// milliseconds; one that failed is.
+/// Returns CUDA's status, 0 for success; on failure `properties` are unchanged. Fails without a library and
+/// for a device that does not exist. A device's answer is cached, since a call can take tens of
+/// milliseconds; a failure is not.
 int cudaGetDeviceProperties(CudaDeviceProperties* properties, int device);
 
 } // namespace GpuCuda_Loader

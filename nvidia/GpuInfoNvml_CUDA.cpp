@@ -31,7 +31,8 @@ int GpuInfoNvml_CUDA::updateUsage(const bool& doBenchmark) {
         nvmlMemory_t memory{};
         gpu.hasMemUsage = nvml.nvmlDeviceGetMemoryInfo(handle, &memory) == NVML_SUCCESS;
         if (gpu.hasMemUsage) {
-            // A total once read stays shown when a later query fails: a card does not change its size.
+            // A total that was read once stays present when a later query fails: a card does not change its
+            // size.
             gpu.hasMemTotal = 1;
             gpu.memTotalMb = static_cast<std::int32_t>(memory.total >> 20);
             gpu.memFreeMb = static_cast<std::int32_t>(memory.free >> 20);

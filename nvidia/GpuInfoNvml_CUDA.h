@@ -1,4 +1,4 @@
-// The provider of NVIDIA's GPUs: found through NVML, paired with CUDA and OpenCL devices by their PCI bus.
+// The provider of NVIDIA GPUs: found through NVML, paired with CUDA and OpenCL devices by their PCI bus.
 #pragma once
 
 #include <QList>
@@ -14,13 +14,13 @@ class GpuInfoNvml_CUDA : public GpuInfo {
     explicit GpuInfoNvml_CUDA(const QString& osReleasePath = QStringLiteral("/etc/os-release"),
                               const DynamicLoader& loader = DynamicLoader::system());
 
-    /// 0 when NVML can't be loaded, initialised or counted, or when there is neither a GPU nor OpenCL;
-    /// else 1.
+    /// Returns 0 if NVML cannot be loaded, initialised or queried for a count, or if there is neither a GPU
+    /// nor OpenCL; else 1.
     int detectGpus() override;
 
     int updateUsage(const bool& doBenchmark) override;
 
-    /// Ends NVML, but keeps the library loaded and the records readable. 0 when NVML's own shutdown fails.
+    /// Shuts NVML down; the library stays loaded and the records readable. Returns 0 if that fails.
     int shutdown() override;
 
   private:
@@ -32,5 +32,5 @@ class GpuInfoNvml_CUDA : public GpuInfo {
 
     QString osRelease;
     DynamicLoader loader;
-    QList<nvmlDevice_t> handles; ///< one a record, in the same order
+    QList<nvmlDevice_t> handles; ///< one per record, in the same order
 };

@@ -1,4 +1,4 @@
-// Finding NVIDIA's GPUs, once, at the program's start.
+// Detects NVIDIA GPUs, once, at startup.
 #include <algorithm>
 #include <array>
 
@@ -96,8 +96,7 @@ void GpuInfoNvml_CUDA::matchOpenCLDevice(GpuDevice& gpu, nvmlDevice_t handle,
     }
     for (const OpenCLPlatform& platform : platforms.listed)
         for (cl_device_id device : listOpenCLGpuDevices(platform)) {
-            // For the traces alone that people take of the calls: a device's name stands before what it is
-            // asked, as with AMD's.
+            // Only for people who trace the calls: a device's name precedes its other queries, as with AMD's.
             openCLDeviceText(device, CL_DEVICE_NAME, openCLNameRoom);
             const NvidiaOclBus location = nvidiaOclBus(device);
             if (location.attribute != nullptr && isSameBus(location.bus, pci.bus)) {

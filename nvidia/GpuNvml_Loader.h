@@ -1,11 +1,11 @@
-// The NVML entry points the program uses, looked up at run time: a machine without NVIDIA's driver runs the
-// program unchanged. One table for the whole process, used by the main thread alone.
+// The NVML entry points the program uses, looked up at run time: the program also runs on machines
+// without NVIDIA's driver. One table per process, used only by the main thread.
 #pragma once
 
 #include "nvidia/nvml.h"
 #include "support/VendorLibrary.h"
 
-/// One pointer an entry point; all null while the library is not loaded, none while it is.
+/// One pointer per entry point; all null while the library is not loaded, none null while it is.
 struct GpuNvml_Table {
     nvmlReturn_t (*nvmlInit_v2)() = nullptr;
     nvmlReturn_t (*nvmlShutdown)() = nullptr;
@@ -38,16 +38,17 @@ struct GpuNvml_Table {
 
 namespace GpuNvml_Loader {
 
-/// Opens "libnvidia-ml.so.1", else "libnvidia-ml.so", and fills the table. 1 when the library is loaded (also
-/// when it was before), 0 after a line on standard output when it can't be opened or lacks an entry point.
+/// Opens "libnvidia-ml.so.1", else "libnvidia-ml.so", and fills the table. Returns 1 if the library is loaded
+/// (also if it already was), 0 after a line on standard output if it cannot be opened or lacks an entry
+/// point.
 int load(const DynamicLoader& loader = DynamicLoader::system());
 
 bool isLoaded();
 
-/// Closes the library, if it is open, and clears the table.
+/// Closes the library, if open, and clears the table.
 void unload();
 
-/// The table; read it anew after each load.
+/// The table; fetch it again after each load.
 const GpuNvml_Table& table();
 
 } // namespace GpuNvml_Loader

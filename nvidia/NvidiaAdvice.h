@@ -1,4 +1,4 @@
-// What to tell a user whose NVIDIA GPU can't be reached through OpenCL.
+// Advice for a user whose NVIDIA GPU has no OpenCL device.
 #pragma once
 
 #include <QString>
@@ -9,10 +9,10 @@ namespace NvidiaAdvice {
 /// The OpenCL loader itself is missing.
 QStringList noOpenCLLibrary(const QString& distributionId);
 
-/// The OpenCL loader knows no driver at all.
+/// The OpenCL loader knows no driver.
 QStringList noOpenCLPlatform(const QString& distributionId);
 
-/// OpenCL has drivers, but none of them has this GPU. The same on every distribution.
+/// OpenCL has drivers, but none of them offers this GPU. The same on every distribution.
 QStringList noMatchingDevice();
 
 } // namespace NvidiaAdvice

@@ -63,7 +63,7 @@ bool createBuffer(cl_mem& buffer, cl_context context, cl_mem_flags flags, std::s
     return GpuBenchmarkOpenCL::succeeded(status, message);
 }
 
-/// One run's state between its steps. The owners stand in the order in which they are let go, last one first.
+/// One run's state between its steps. The owners are declared in reverse order of their release.
 class Run {
   public:
     Run(GpuBenchmarkOpenCL_Context& ownedContext, const GpuBenchmarkOpenCL::Geometry& runGeometry)
@@ -107,8 +107,8 @@ bool Run::prepare() {
     return true;
 }
 
-// A transfer that fails is not looked at: the rounds then work on what the buffer happens to hold, which
-// takes them as long. A device that does not work at all shows in the results and in the rounds' time.
+// A failing transfer is ignored: the rounds then process whatever the buffer holds, which takes as long. A
+// device that does not work at all shows in the results and in the rounds' time.
 void Run::upload(cl_mem buffer, const HostArray<float>& data) {
     call(table().clEnqueueWriteBuffer, context.queue, buffer, CL_TRUE, 0, geometry.bytes(), data.get(), 0,
          nullptr, nullptr);
@@ -138,7 +138,7 @@ bool Run::resultsAreZero() const {
 bool Run::warmupFailed(cl_int enqueued, cl_int finished) {
     logLine(1, QStringLiteral("    GpuBenchmarkOpenCL: warmup failed: %1 / %2")
                    .arg(QLatin1String(errorName(enqueued)), QLatin1String(errorName(finished))));
-    // A queue that its driver calls invalid is gone already: releasing it once more would not be safe.
+    // A queue that its driver calls invalid no longer exists: releasing it would not be safe.
     if (finished == CL_INVALID_COMMAND_QUEUE)
         context.queue = nullptr;
     return false;

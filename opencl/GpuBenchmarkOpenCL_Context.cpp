@@ -42,8 +42,8 @@ void logBuildError(const GpuBenchmarkOpenCL_Context& context) {
     std::size_t size = 0;
     call(table().clGetProgramBuildInfo, context.program, context.device, CL_PROGRAM_BUILD_LOG, 0, nullptr,
          &size);
-    // One byte more than asked for, so that a log without its terminator ends all the same. calloc, since its
-    // pages cost nothing until they are written: the size is whatever the driver says.
+    // One more byte than requested, so that a log without a terminator still ends. calloc, since its pages
+    // cost nothing until written: the size is whatever the driver reports.
     const HostArray<char> log(size < SIZE_MAX ? std::calloc(size + 1, 1) : nullptr);
     if (log == nullptr)
         return;

@@ -5,7 +5,7 @@
 
 #include <QByteArray>
 
-/// Owned by the caller of one run. Objects that are absent are null; what is left at its end is released.
+/// Owned by the caller of one run. Absent objects are null; the destructor releases the others.
 struct GpuBenchmarkOpenCL_Context {
     cl_device_id device = nullptr; ///< the device under test, not owned
     cl_context context = nullptr;
@@ -21,16 +21,16 @@ struct GpuBenchmarkOpenCL_Context {
 
 namespace GpuBenchmarkOpenCL {
 
-/// Makes context and queue for `device`. 0 after a log line when either fails.
+/// Creates context and queue for `device`. Returns 0 after a log line if either fails.
 int createContext(GpuBenchmarkOpenCL_Context& context, cl_device_id device);
 
-/// Builds the kernel anew for the current `GLOBAL_Iteratons_mod`. 0 after a log line when a step fails.
+/// Rebuilds the kernel for the current `GLOBAL_Iteratons_mod`. Returns 0 after a log line if a step fails.
 int buildKernel(GpuBenchmarkOpenCL_Context& context);
 
-/// Releases kernel, program, queue and context, those that are there, in this order.
+/// Releases kernel, program, queue and context in this order, as far as they exist.
 void release(GpuBenchmarkOpenCL_Context& context);
 
-/// Whether a call succeeded. When not, logs `message` at level 1 with the status' name for its %1.
+/// Returns whether a call succeeded; if not, logs `message` at level 1 with the status' name as %1.
 bool succeeded(cl_int status, const char* message);
 
 /// The kernel's source text for an iteration scale.

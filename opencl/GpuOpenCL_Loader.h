@@ -1,5 +1,5 @@
-// The OpenCL entry points the program uses, looked up in the system's ICD loader at run time. One table for
-// the whole process, without locks or counts of its users: the main thread alone loads, uses and unloads it.
+// The OpenCL entry points the program uses, looked up in the system's ICD loader at run time. One table per
+// process, without locks or reference counts: only the main thread loads, uses and unloads it.
 #pragma once
 
 #include <tuple>
@@ -9,7 +9,7 @@
 
 #include "support/VendorLibrary.h"
 
-/// One pointer an entry point, null when the library is not loaded or lacks it.
+/// One pointer per entry point, null if the library is not loaded or lacks it.
 struct GpuOpenCL_Table {
     decltype(&::clGetPlatformIDs) clGetPlatformIDs = nullptr;
     decltype(&::clGetPlatformInfo) clGetPlatformInfo = nullptr;
@@ -63,17 +63,16 @@ struct GpuOpenCL_Table {
 
 namespace GpuOpenCL_Loader {
 
-/// Opens "libOpenCL.so.1", else "libOpenCL.so", and fills the table. 1 when the library is loaded (also when
-/// it was before), 0 after a log line when it can't be opened or lacks one of the entry points that are
-/// required.
+/// Opens "libOpenCL.so.1", else "libOpenCL.so", and fills the table. Returns 1 if the library is loaded (also
+/// if it already was), 0 after a log line if it cannot be opened or lacks a required entry point.
 int load(const DynamicLoader& loader = DynamicLoader::system());
 
 bool isLoaded();
 
-/// Closes the library, if it is open, and clears the table.
+/// Closes the library, if open, and clears the table.
 void unload();
 
-/// The table; read it anew after each load.
+/// The table; fetch it again after each load.
 const GpuOpenCL_Table& table();
 
 } // namespace GpuOpenCL_Loader
@@ -85,9 +84,9 @@ struct AsDeclared {
     using type = Type;
 };
 
-/// Calls an entry point of the table. One that is missing answers as a failing call would, with a status of
-/// CL_INVALID_OPERATION: as its result, or, where the result is an object, with a null one and behind the
-/// last argument, where all of these have it.
+/// Calls an entry point of the table. A missing one behaves like a failing call with status
+/// CL_INVALID_OPERATION: as its result, or, where the result is an object, a null object with the status
+/// stored through the last argument.
 template <class Result, class... Parameters>
 Result call(Result (*entryPoint)(Parameters...), typename AsDeclared<Parameters>::type... arguments) {
     if (entryPoint != nullptr)

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <memory>
 
-/// Owner of memory that came from malloc or calloc; null when there was none to be had.
+/// Owner of memory that came from malloc or calloc; null if the allocation failed.
 template <class Element>
 class HostArray {
   public:

@@ -17,7 +17,7 @@ constexpr cl_uint platformRoom = 8;
 constexpr cl_uint deviceRoom = 12;
 
 // A library may report more than the room it was given, and leave entries unset: `add(place, handle)` for
-// each that it really gave.
+// each that it really returned.
 template <class Handle, std::size_t Room, class Add>
 void forReturnedEntries(const std::array<Handle, Room>& entries, cl_uint reported, Add add) {
     for (std::size_t place = 0; place < std::min<std::size_t>(reported, Room); ++place)
@@ -39,7 +39,7 @@ QString pciBusText(cl_uint bus) {
 OpenCLPlatforms listOpenCLPlatforms() {
     std::array<cl_platform_id, platformRoom> entries{};
     OpenCLPlatforms platforms;
-    // The count alone tells: a library without platforms answers an error or a success with none.
+    // Only the count matters: a library without platforms returns an error, or success with a count of 0.
     call(table().clGetPlatformIDs, platformRoom, entries.data(), &platforms.reported);
     forReturnedEntries(entries, platforms.reported, [&](std::size_t place, cl_platform_id id) {
         platforms.listed.push_back({place, id});

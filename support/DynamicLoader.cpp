@@ -22,8 +22,8 @@ const char* sonameOf(void* library) {
     }
     if (strings == nullptr || soname == nullptr)
         return nullptr;
-    // A dynamic section that can't be written keeps the addresses of the file; all others have those of
-    // memory.
+    // A read-only dynamic section keeps the file's addresses; all others have been relocated to addresses
+    // in memory.
     if (reinterpret_cast<std::uintptr_t>(strings) < map->l_addr)
         strings += map->l_addr;
     return strings + soname->d_un.d_val;

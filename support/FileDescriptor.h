@@ -6,7 +6,7 @@
 
 #include <unistd.h>
 
-/// Closes its descriptor when it goes; closing leaves `errno` as it was, so a failure's reason survives
+/// Closes its descriptor on destruction. Closing preserves `errno`, so a failure's reason survives
 /// clean-up.
 class FileDescriptor {
   public:
@@ -26,13 +26,13 @@ class FileDescriptor {
     }
 
     bool isOpen() const { return fd >= 0; }
-    int get() const { return fd; } ///< -1 when nothing is open
+    int get() const { return fd; } ///< -1 if nothing is open
 
     void reset() {
         if (fd < 0)
             return;
         const int reason = errno;
-        // Not repeated on EINTR: Linux has released the number by then, and it may be another's already.
+        // Not repeated on EINTR: Linux has released the number by then, and it may already be reused.
         ::close(std::exchange(fd, -1));
         errno = reason;
     }

@@ -6,7 +6,7 @@
 
 namespace {
 
-/// Of the letters A to Z only: in some locales the lower case of "I" is not "i".
+/// Only the letters A to Z: in some locales the lower case of "I" is not "i".
 char lowerCase(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }

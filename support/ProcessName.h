@@ -1,12 +1,12 @@
-// The name that a process is looked for by.
+// The name of a process to look for.
 #pragma once
 
 #include <string_view>
 
-/// Compares a process's names with the one looked for. Pure; refers to the text it was made from.
+/// Compares a process's names with the wanted one. Pure; refers to the text it was constructed from.
 class ProcessName {
   public:
-    /// `cut`: the text was probably longer and is taken as a beginning.
+    /// `cut`: the text was probably truncated and is compared as a prefix.
     ProcessName(std::string_view text, bool cut, bool matchCase);
 
     /// False when no process can have the name.

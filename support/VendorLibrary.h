@@ -5,22 +5,22 @@
 
 #include "support/DynamicLoader.h"
 
-/// Whether a library is of use without an entry point.
+/// Whether a library can be used without an entry point.
 enum class EntryPoint { Required, Optional };
 
-/// Why a library is not loaded: no file of its names opens, or it lacks a required entry point.
+/// Why a library is not loaded: none of its names opens, or it lacks a required entry point.
 enum class LoadFailure { NotFound, Incomplete };
 
-/// Either unloaded, with a table of null pointers, or loaded, with every required pointer set. Never unloads
-/// by itself. `Table` has function pointers and `template <class Visit> void walk(Visit)`, which calls
-/// `visit(name, pointer, EntryPoint)` for each: the one list that fills the table.
+/// Either unloaded, with a table of null pointers, or loaded, with every required pointer set. Does not
+/// unload in its destructor. `Table` has function pointers and `template <class Visit> void walk(Visit)`,
+/// which calls `visit(name, pointer, EntryPoint)` for each: the one list that fills the table.
 template <class Table>
 class VendorLibrary {
   public:
     /// Opens the first of `names` that opens and fills the table; every entry point is looked up before the
-    /// result is known. True at once when it is loaded already. A failure is told to `report(LoadFailure)`,
-    /// and only then is a library closed that lacks a required entry point: its own code runs as it is
-    /// closed, and may print or crash.
+    /// result is known. Returns true immediately if already loaded. A failure is passed to
+    /// `report(LoadFailure)`, and only then is a library closed that lacks a required entry point: closing
+    /// runs its code, which may print or crash.
     template <class Report>
     bool load(std::initializer_list<const char*> names, const DynamicLoader& from, Report report) {
         if (isLoaded())

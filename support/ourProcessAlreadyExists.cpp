@@ -25,8 +25,8 @@ class ProcessEntries {
             entry = path + length;
     }
 
-    /// Whether the process has the name. Unknown: it may have, but there is no descriptor or memory to look.
-    /// The start time, 0 when it isn't told, is set in any case.
+    /// Whether the process has the name. Unknown: it may, but there is no descriptor or memory to look.
+    /// Always sets the start time, 0 if unknown.
     Verdict judge(const ProcessName& name, quint64& startTime) {
         startTime = 0;
         char statBytes[1024];
@@ -51,7 +51,7 @@ class ProcessEntries {
     static constexpr std::size_t pathCapacity = 4096;
     static constexpr std::size_t longestEntry = sizeof "cmdline";
 
-    /// Unknown: the link can't be read (another user's process, a kernel thread).
+    /// Unknown: the link cannot be read (another user's process, a kernel thread).
     Verdict judgeExecutable(const ProcessName& name) {
         char target[pathCapacity];
         const ssize_t length = entry == nullptr ? -1 : readlink(named("exe"), target, sizeof target);
@@ -68,7 +68,7 @@ class ProcessEntries {
         return name.isProgram(arguments.program) || name.isScript(comm, arguments.first);
     }
 
-    /// What the kernel answers to one call of `read`; empty when it can't be read.
+    /// What one call of `read` returns; empty if it fails.
     std::string_view read(const char* which, char* buffer, std::size_t capacity) {
         if (entry == nullptr)
             return {};
@@ -90,11 +90,11 @@ class ProcessEntries {
     }
 
     char path[pathCapacity] = {};
-    char* entry = nullptr; ///< where in the path an entry's name goes; null when there is no room
+    char* entry = nullptr; ///< where in the path an entry's name goes; null if there is no room
     bool isStarved = false;
 };
 
-/// A process by its number and its start, since numbers are given anew.
+/// A process by its id and start time, since ids are reused.
 struct Match {
     int pid = 0; ///< 0: none
     quint64 startTime = 0;
@@ -134,7 +134,7 @@ Verdict searchAll(const char* procRoot, const ProcessName& name, int leftOut, Ma
 
 bool ourProcessAlreadyExists(const _qzString8_allSize<25>& name, bool caseSensitive, bool leaveOutCaller,
                              qint64* foundPid, const char* procRoot) {
-    // Tried first, so that a check repeated every few seconds needn't read the whole list.
+    // Tried first, so that a check repeated every few seconds need not read the whole list.
     thread_local Match last;
     if (foundPid != nullptr)
         *foundPid = 0;

@@ -5,7 +5,7 @@
 
 namespace {
 
-/// Takes the next word off `text`: up to a blank or the line's end.
+/// Removes the next word from `text`: up to a blank or the line's end.
 std::string_view nextWord(std::string_view& text) {
     constexpr std::string_view blanks = " \n";
     text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
@@ -14,7 +14,7 @@ std::string_view nextWord(std::string_view& text) {
     return word;
 }
 
-/// The number that is all of `text`; 0 otherwise.
+/// `text` as a number if it is one as a whole, else 0.
 template <class Number>
 Number wholeNumber(std::string_view text) {
     Number number = 0;

@@ -3,7 +3,6 @@
 
 #include "support/qzString.h"
 
-/// The system's text for an error number, in the program's locale; -1 stands for the calling thread's
-/// `errno`. A number that the system doesn't know gives a text that names the number. Leaves `errno` as it
-/// was.
+/// The system's text for an error number, in the program's locale; -1 means the calling thread's
+/// `errno`. An unknown number gives a text that contains the number. Preserves `errno`.
 _qzString<500> qzLastOSError(int errorNumber);

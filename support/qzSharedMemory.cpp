@@ -111,7 +111,7 @@ bool qzSharedMemory::detach() {
     if (!isAttached())
         return fail(NotFound, ENOENT, "is not attached");
     unmap();
-    // A child that was forked meanwhile shares the descriptor, and would keep what isn't given back here.
+    // A child forked meanwhile shares the descriptor, and would keep what is not released here.
     flock(object.get(), LOCK_UN);
     setFlag(object.get(), SegmentFlag::HasPublished, F_UNLCK);
     setFlag(object.get(), SegmentFlag::Measuring, F_UNLCK);
@@ -124,8 +124,8 @@ bool qzSharedMemory::detach() {
 }
 
 void qzSharedMemory::removeIfLast() {
-    // The own share is given back before all of it is asked for: of two that leave together each would be
-    // refused for the other's sake, and the segment would stay. This way the second to ask is alone.
+    // The shared lock is released before the exclusive one is requested: otherwise two processes that detach
+    // together would refuse each other, and the segment would stay. This way the second is alone.
     if (setFlag(object.get(), SegmentFlag::Attached, F_UNLCK) &&
         setFlag(object.get(), SegmentFlag::Attached, F_WRLCK) && leadsToOwned())
         unlink(path.constData());

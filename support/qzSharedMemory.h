@@ -10,24 +10,24 @@
 
 /// One named segment: the POSIX shared-memory object "/" + key, a file of exactly the segment's size.
 ///
-/// Only processes of the same user share it. What stands under the name is refused (PermissionDenied) unless
-/// it is a regular object of this user with one name; rights other than 0600 are set to that.
+/// Only processes of the same user share it. An object of that name is refused (PermissionDenied) unless it
+/// is a regular object of this user with one name; its mode is set to 0600.
 ///
 /// For readers in any language:
-/// - the lock is `flock(LOCK_EX)` on the object, given back by the system when its holder dies;
-/// - processes show what they are doing with it by shared record locks, see `SegmentFlag`;
+/// - the lock is `flock(LOCK_EX)` on the object, released by the kernel when its holder dies;
+/// - processes publish their state by shared record locks, see `SegmentFlag`;
 /// - the object's modification time is that of the last `write`.
 ///
-/// Failing operations leave the reason in `error` and `errorString`, and the system's in `errno`; operations
-/// that succeed clear the former two. Not for use by several threads at once.
+/// Failing operations set `error` and `errorString`, and leave the system's reason in `errno`; successful
+/// ones clear the former two. Not thread-safe.
 class qzSharedMemory {
   public:
     enum Error {
         None = 0,
-        PermissionDenied = 1, ///< no right, a read-only file system, or not a segment of this user's own
+        PermissionDenied = 1, ///< no right, a read-only file system, or not this user's segment
         InvalidSize = 2,
         BadKey = 3,        ///< empty, ".", ".." or with a slash
-        AlreadyExists = 4, ///< something stands under the name, whatever it is
+        AlreadyExists = 4, ///< the name is taken, whatever the object is
         NotFound = 5,
         LockFailed = 6,
         OutOfResources = 7, ///< no memory, descriptor or space; for `create`, also no directory to create in
@@ -43,7 +43,7 @@ class qzSharedMemory {
 
     static constexpr int lockWaitMs = 1000; ///< the longest that `lock` waits
 
-    /// Remembers its arguments; touches nothing. `inDirectory`: where shared-memory objects are mounted.
+    /// Stores its arguments; touches nothing. `inDirectory`: where shared-memory objects are mounted.
     qzSharedMemory(const _qzString8_allSize<250>& key, unsigned char mode,
                    const char* inDirectory = "/dev/shm");
 
@@ -53,26 +53,27 @@ class qzSharedMemory {
     qzSharedMemory(const qzSharedMemory&) = delete;
     qzSharedMemory& operator=(const qzSharedMemory&) = delete;
 
-    /// Creates a segment of `size` bytes and attaches to it, instead of the one attached so far. Its memory
-    /// is allocated at once, and nobody sees it before it has its whole size. A segment starts as zeros,
-    /// whether `clear` asks for that or not. An existing name is error AlreadyExists, unless `replace` lets
-    /// the new segment take it.
+    /// Creates a segment of `size` bytes and attaches to it, in place of the one attached so far. Its memory
+    /// is allocated at once, and no process sees it before it has its full size. A segment starts as zeros,
+    /// with or without `clear`. An existing name is error AlreadyExists, unless `replace` makes the new
+    /// segment take it over.
     bool create(qint64 size, bool clear, bool replace);
 
-    /// Attaches to the segment under the key, whatever its size. True at once when attached already.
+    /// Attaches to the segment under the key, whatever its size. Returns true immediately if already
+    /// attached.
     bool attach();
 
     bool isAttached() const { return object.isOpen(); }
 
-    /// Leaves the segment, releases its lock and drops this process's flags. The last process to leave
-    /// removes it (ModeLifetime), but only while the name leads to the segment held, and none that is smaller
-    /// than the size last asked of `create`. False when nothing was attached.
+    /// Detaches from the segment, releases its lock and drops this process's flags. The last process to
+    /// detach removes it (ModeLifetime), but only while the name leads to the segment held, and not if it is
+    /// smaller than the size last passed to `create`. False if nothing was attached.
     bool detach();
 
-    /// Bytes of the segment when it was attached; 0 when none is.
+    /// Size of the segment in bytes when it was attached; 0 if none is.
     qint64 size() const;
 
-    /// Takes the lock, waiting at most `lockWaitMs` for it. True at once for who holds it already.
+    /// Acquires the lock, waiting at most `lockWaitMs`. Returns true immediately if already held.
     bool lock();
     bool unlock();
 
@@ -80,18 +81,18 @@ class qzSharedMemory {
     bool mark(SegmentFlag flag, bool isSet = true);
 
     /// The segment's bytes, mapped at the first call; valid until `detach`. Null (with the reason in `error`)
-    /// when they can't be mapped, null without an error for a segment of size 0. The bytes of a segment that
-    /// somebody truncates later can't be touched without a SIGBUS: `write` has no such danger.
+    /// if they cannot be mapped, null without an error for a segment of size 0. If the segment is truncated
+    /// later, touching them raises SIGBUS; `write` does not.
     void* data();
 
     /// Copies `count` bytes into the segment from `offset` on, all or false, and sets its modification time.
-    /// Goes by the descriptor, never by the mapping. Refuses (InvalidSize) when the segment is now smaller
-    /// than that. A process that is killed meanwhile leaves the pages written so far: what spans more than
-    /// one page (4096 bytes) is not written as a whole.
+    /// Writes through the descriptor, never the mapping. Fails (InvalidSize) if the segment is now smaller
+    /// than that. A process killed meanwhile leaves the pages written so far: a write that spans more than
+    /// one page (4096 bytes) is not atomic.
     bool write(const void* bytes, qint64 count, qint64 offset = 0);
 
     /// Whether the segment is attached, the name still leads to it (else NotFound), and it is not smaller
-    /// than the size last asked of `create` (else InvalidSize).
+    /// than the size last passed to `create` (else InvalidSize).
     bool isIntact();
 
     int error() const { return lastError; }
@@ -116,7 +117,7 @@ class qzSharedMemory {
     FileDescriptor object;
     void* mapping = nullptr;
     qint64 attachedSize = 0; ///< bytes, while attached
-    qint64 askedSize = 0;    ///< the size last asked of `create`
+    qint64 askedSize = 0;    ///< the size last passed to `create`
     int lastError = None;
     unsigned char modeBits;
 };

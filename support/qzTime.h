@@ -13,8 +13,8 @@ class _qzTime {
 
     explicit _qzTime(std::time_t secondsSince1970) : seconds(secondsSince1970) {}
 
-    /// Local time as "MM-DD hh:mm:ss", 24 hours, each number with two digits. Empty when the time can't be
-    /// told.
+    /// Local time as "MM-DD hh:mm:ss", 24 hours, each number with two digits. Empty if the time is
+    /// unknown.
     _qzString8_allSize<250> asString8_Md_hms() const;
 
   private:

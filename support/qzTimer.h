@@ -3,8 +3,8 @@
 
 #include <chrono>
 
-/// A stopwatch on the monotonic clock, running from its construction; setting the machine's clock doesn't
-/// touch it. Times are whole milliseconds, rounded down; past INT_MAX (24 days) they stay there.
+/// A stopwatch on the monotonic clock, running from its construction; setting the machine's clock does
+/// not affect it. Times are whole milliseconds, rounded down and capped at INT_MAX (24 days).
 class qzTimer {
   public:
     qzTimer();
@@ -21,5 +21,5 @@ class qzTimer {
     Clock::time_point start;
 };
 
-/// A duration as whole milliseconds, rounded down and held within 0 to INT_MAX.
+/// A duration as whole milliseconds, rounded down and clamped to 0..INT_MAX.
 int wholeMilliseconds(std::chrono::nanoseconds duration);

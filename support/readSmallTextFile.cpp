@@ -11,15 +11,15 @@
 
 namespace {
 
-// What is read lies far below this; the bound is for a file that never ends.
+// Real files are far below this; the limit is for a file that never ends.
 constexpr int maxBytes = 64 * 1024;
 
-// Four system calls for a small file, where QFile makes three more to learn a size and a kind that are wrong
-// for a kernel's file. Without O_NONBLOCK the open of a FIFO would wait for its other end.
+// Four system calls for a small file. QFile makes three more, for a size and a kind that are wrong for a
+// kernel file. Without O_NONBLOCK, opening a FIFO would wait for its other end.
 QByteArray readNow(const QString& path) {
     const FileDescriptor file(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     QByteArray bytes;
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): what is read fills it, and only that is taken.
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): filled by `read`, and only that part is used.
     std::array<char, 4096> piece;
     while (file.isOpen() && bytes.size() < maxBytes) {
         const auto room = static_cast<std::size_t>(maxBytes - bytes.size());
@@ -30,7 +30,7 @@ QByteArray readNow(const QString& path) {
             break;
         bytes.append(piece.data(), static_cast<int>(length));
     }
-    // A carriage return is part of a line's end in text, and nothing else.
+    // As in Qt's text mode, carriage returns are dropped.
     return bytes.replace("\r", "");
 }
 

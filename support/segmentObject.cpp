@@ -28,7 +28,8 @@ bool allocate(int object, qint64 size) {
     return reason == 0;
 }
 
-/// What is done before the object has its name. The rights are set since the umask has cut those of `open`.
+/// Prepares the object before it has its name. The mode is set again because the umask has reduced that of
+/// `open`.
 bool prepare(const FileDescriptor& object, qint64 size) {
     return object.isOpen() && fchmod(object.get(), ownerOnly) == 0 && allocate(object.get(), size) &&
            setFlag(object.get(), SegmentFlag::Attached, F_RDLCK);
@@ -39,11 +40,11 @@ bool giveName(const FileDescriptor& object, const QByteArray& path) {
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", object.get());
     if (linkat(AT_FDCWD, link, AT_FDCWD, path.constData(), AT_SYMLINK_FOLLOW) == 0)
         return true;
-    // Without /proc; older kernels want a privilege for this one.
+    // Without /proc; older kernels require a privilege for this one.
     return errno != EEXIST && linkat(object.get(), "", AT_FDCWD, path.constData(), AT_EMPTY_PATH) == 0;
 }
 
-/// An object under a name of its own, exclusively made; `path` is set to it.
+/// An object under a unique temporary name, exclusively created; `path` is set to it.
 FileDescriptor openTemporary(const QByteArray& directory, QByteArray& path) {
     static std::atomic<unsigned> counter{0};
     constexpr int tries = 100;
@@ -73,15 +74,15 @@ FileDescriptor createRenamed(const QByteArray& directory, const QByteArray& path
     return {};
 }
 
-/// Not a segment that this user made: planted by another one, a link, a FIFO, a second name of some other
-/// file.
+/// Not a segment of this user: planted by another one, a link, a FIFO, a second name of some other file.
 bool isForeign(const struct stat& found) {
     return !S_ISREG(found.st_mode) || found.st_uid != geteuid() || found.st_nlink > 1;
 }
 
 enum class Opening { Done, Failed, Again };
 
-/// One attempt of `openSegmentObject`. Again: the object is being removed, another may have the name by now.
+/// One attempt of `openSegmentObject`. Again: the object is being removed, and another may have the name by
+/// now.
 Opening tryOpen(const QByteArray& path, int flags, FileDescriptor& object) {
     object = FileDescriptor(open(path.constData(), flags));
     if (!object.isOpen()) {
@@ -103,7 +104,7 @@ Opening tryOpen(const QByteArray& path, int flags, FileDescriptor& object) {
         return Opening::Failed;
     if (!setFlag(object.get(), SegmentFlag::Attached, F_RDLCK))
         return errno == EAGAIN || errno == EACCES ? Opening::Again : Opening::Failed;
-    // Between `open` and the lock the last one attached may have removed it.
+    // Between `open` and the lock the last attached process may have removed it.
     if (fstat(object.get(), &found) != 0)
         return Opening::Failed;
     if (found.st_nlink == 0) {
@@ -119,7 +120,8 @@ FileDescriptor createSegmentObject(const QByteArray& directory, const QByteArray
                                    bool replace) {
     if (replace)
         return createRenamed(directory, path, size, replace);
-    // Asked first, so that an existing segment is reported as such where there is no room for another one.
+    // Checked first, so that an existing segment is reported as such even if there is no room for another
+    // one.
     struct stat existing{};
     if (lstat(path.constData(), &existing) == 0) {
         errno = EEXIST;
@@ -142,7 +144,7 @@ FileDescriptor createSegmentObject(const QByteArray& directory, const QByteArray
 }
 
 FileDescriptor openSegmentObject(const QByteArray& path, bool writable) {
-    // Without O_NONBLOCK a FIFO would keep the process waiting for its other end.
+    // Without O_NONBLOCK, opening a FIFO would wait for its other end.
     const int flags = (writable ? O_RDWR : O_RDONLY) | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
     constexpr int tries = 20;
     FileDescriptor object;

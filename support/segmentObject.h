@@ -1,4 +1,4 @@
-// The file behind a named segment: how it comes to be, and how one that exists is opened.
+// The file behind a named segment: creating one, and opening one that exists.
 #pragma once
 
 #include <QByteArray>
@@ -13,20 +13,20 @@
 FileDescriptor createSegmentObject(const QByteArray& directory, const QByteArray& path, qint64 size,
                                    bool replace);
 
-/// Opens an object and sets its flag Attached. Nothing open on failure, the reason in `errno`: EPERM for what
-/// is not a regular file of this user with one name, EAGAIN when several tries in a row met another process
-/// that was removing it.
+/// Opens an object and sets its flag Attached. Nothing open on failure, the reason in `errno`: EPERM for
+/// anything but a regular file of this user with one name, EAGAIN if several tries in a row raced with a
+/// process removing it.
 FileDescriptor openSegmentObject(const QByteArray& path, bool writable);
 
 /// Sets a flag of an open object without waiting: F_RDLCK, F_UNLCK, or F_WRLCK, which succeeds only while no
 /// other process has it set. False, with the reason in `errno`, on failure.
 bool setFlag(int object, SegmentFlag flag, short type);
 
-/// Whether `path`, itself and not what it may point to, is the object that is open.
+/// Whether `path` (not the target, if it is a link) is the open object.
 bool isSameObject(int object, const QByteArray& path);
 
 /// Bytes of the object now, -1 on failure.
 qint64 objectSize(int object);
 
-/// Whether the process may write a file up to `size`; going past its limit would end it by a signal.
+/// Whether the process may write a file up to `size`; exceeding its limit would raise a signal.
 bool isWithinFileSizeLimit(qint64 size);

@@ -8,8 +8,8 @@
 #include <unistd.h>
 
 void prepareStandardStreams(const char* nullDevice) {
-    // The lowest free number is the one that is missing: those below it are open by now. A directory takes no
-    // bytes either, where there is no /dev.
+    // The lowest free number is the missing one: those below it are open by now. Without /dev a directory
+    // serves as well, since it takes no bytes either.
     for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         if (fcntl(standard, F_GETFD) < 0 && open(nullDevice, O_RDWR) < 0) {
             [[maybe_unused]] const int opened = open("/", O_RDONLY | O_DIRECTORY);

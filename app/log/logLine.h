@@ -1,4 +1,4 @@
-// The one way in which every part of the program reports.
+// How every part of the program reports.
 #pragma once
 
 #include <QString>
@@ -15,5 +15,5 @@ extern bool logTimeStamps;
 /// flush.
 void logLine(int level, const QString& message);
 
-/// Each message as a line of its own.
+/// Logs each message as one line.
 void logLines(int level, const QStringList& messages);
