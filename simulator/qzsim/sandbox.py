@@ -107,7 +107,7 @@ class Run:
             raise SandboxError(f"bubblewrap could not lay out the machine{reason}")
         return self.exit_code
 
-    def end(self, timeout: float = 30) -> Tuple[Optional[int], str]:
+    def end(self, timeout: float = 60) -> Tuple[Optional[int], str]:
         """Waits for the end; returns the exit code and all of standard output."""
         return self.wait(timeout), self.output
 
@@ -135,7 +135,7 @@ class Run:
         """Sends a signal to the program alone. Raises ProcessLookupError if it does not run."""
         os.kill(self.pid(), number)
 
-    def stop(self, number: int = signal.SIGTERM, timeout: float = 30) -> Tuple[Optional[int], str]:
+    def stop(self, number: int = signal.SIGTERM, timeout: float = 60) -> Tuple[Optional[int], str]:
         """Sends a signal and waits for the end, as end()."""
         self.send(number)
         return self.end(timeout)

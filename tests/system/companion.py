@@ -1,16 +1,18 @@
 """The program as a companion on a simulated machine: what it publishes, cycle by cycle, read as a reader does."""
 
-import struct
 import subprocess
+import sys
 import tempfile
 from pathlib import Path
 
-from qz import NAME, wait_until
-from numbered_block import read_locked
+from qz import SOURCE, wait_until
+from segment_bytes import NAME, read_locked
 from simulated import SimulatedCase
 
-CUDA, AMD = 20, 2452
-RECORD = 152
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(SOURCE / "docs"))
+
+import read_segment  # noqa: E402  (found through the path above)
 
 
 class CompanionCase(SimulatedCase):
@@ -21,8 +23,7 @@ class CompanionCase(SimulatedCase):
         run."""
         if shm is None:
             shm = self.shm_folder()
-        return shm, self.described(machine, shm=shm, **settings).start(*arguments, stdout=streams,
-                                                                          stderr=streams)
+        return shm, self.described(machine, shm=shm, **settings).start(*arguments, stdout=streams, stderr=streams)
 
     def shm_folder(self):
         """A folder to be a machine's /dev/shm, removed with the test."""
@@ -33,14 +34,11 @@ class CompanionCase(SimulatedCase):
     def published(self, folder, earlier=b"", timeout=9):
         """The next whole block that is not `earlier`."""
         def next_block():
-            data = read_locked(folder) if (folder / NAME).exists() else None
+            data = read_locked(folder / NAME)
             return data if data and data[4] == 1 and data != earlier else None
         return wait_until(next_block, timeout, "a published block")
 
 
-def figures(block, offset):
-    """Temperature, total memory, used memory and load of the record at an offset; None where the marker is off."""
-    _, has_temperature, temperature, has_total, total, has_memory, used, _, has_usage, usage = struct.unpack_from(
-        "<84sB3xiB3xiB3xiiB3xi", block, offset)
-    return tuple(value if has else None for has, value in
-                 ((has_temperature, temperature), (has_total, total), (has_memory, used), (has_usage, usage)))
+def figures(block):
+    """Temperature, total memory, used memory and load of each GPU; None where the marker is off."""
+    return [(gpu["temperature"], gpu["total"], gpu["used"], gpu["usage"]) for gpu in read_segment.gpus(block)]

@@ -1,12 +1,9 @@
-"""Runs the program in a sandbox: a machine without GPUs, with a /dev/shm of the test's own. Reads the segment by its
-byte offsets and knows nothing of the program's headers."""
+"""Runs the program in a sandbox: a machine without GPUs, with a /dev/shm of the test's own."""
 
-import fcntl
 import os
 import re
 import shutil
 import signal
-import struct
 import subprocess
 import sys
 import tempfile
@@ -19,12 +16,10 @@ BUILD = Path(os.environ["QZGPUINFO_BUILD"])
 SOURCE = Path(os.environ["QZGPUINFO_SOURCE"])
 sys.path.insert(0, str(SOURCE / "simulator"))
 
+from segment_bytes import NAME, SIZE, SUMMARY, empty_block, read_locked  # noqa: E402, F401  (for the tests)
+
 from qzsim import sandbox  # noqa: E402  (found through the path above)
 from qzsim.host import vendor_libraries  # noqa: E402
-
-NAME = "qzGpuInfo_v2"
-SIZE = 7472
-SUMMARY = 7316
 
 VERSION = re.search(r"project\(qzGpuInfo VERSION (\S+)", (SOURCE / "CMakeLists.txt").read_text("utf-8")).group(1)
 LEGAL_NOTICE = re.search(r"^QZGPUINFO_LEGAL_NOTICE:STRING=(.*)$", (BUILD / "CMakeCache.txt").read_text("utf-8"),
@@ -103,9 +98,7 @@ class Sandbox(sandbox.Sandbox):
 
     def read(self):
         """The segment's bytes, copied out under its lock as a reader has to."""
-        with open(self.segment, "rb") as file:
-            fcntl.flock(file, fcntl.LOCK_EX)
-            return file.read()
+        return read_locked(self.segment)
 
     def is_ready(self):
         return self.segment.exists() and self.read()[4:8] == b"\1\0\0\0"
@@ -114,21 +107,6 @@ class Sandbox(sandbox.Sandbox):
         super().close()
         shutil.rmtree(self.folder, ignore_errors=True)
         shutil.rmtree(self.outside, ignore_errors=True)
-
-
-def empty_block(size=SIZE):
-    """What a machine without GPUs publishes, byte by byte, in a segment of zeros."""
-    record = bytearray(152)
-    struct.pack_into("<i", record, 72, -1)
-    block = bytearray(struct.pack("<IIIII", 68865, 1, 0, 0, 0) + 49 * record + bytes(4))
-    summary = bytearray(record)
-    summary[1:8] = b"Summary"
-    summary[68] = 4
-    struct.pack_into("<i", summary, 72, 99)
-    for offset in (96, 108):
-        struct.pack_into("<i", summary, offset, 65535)
-    block[SUMMARY:SUMMARY + 152] = summary
-    return bytes(block).ljust(size, b"\0")
 
 
 class SandboxCase(unittest.TestCase):

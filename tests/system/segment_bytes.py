@@ -1,5 +1,6 @@
-"""Makes segments for tests byte by byte, and plays the process that keeps one fresh. Knows the offsets of
-docs/segment.md and nothing of the program's headers."""
+"""Makes segments for tests byte by byte, copies them out as a reader does, and plays the process that keeps one fresh.
+Knows the offsets of docs/segment.md and nothing of the program's headers. What decodes a block is
+docs/read_segment.py, which test_read_segment.py checks against the blocks made here."""
 
 import contextlib
 import fcntl
@@ -11,50 +12,90 @@ import time
 NAME = "qzGpuInfo_v2"
 SIZE = 7472
 VERSION = 68865
-CUDA, AMD, METAL, SUMMARY = 20, 2452, 4884, 7316
+CUDA, AMD, METAL, SUMMARY, ONLY_CUDA = 20, 2452, 4884, 7316, 7468
 RECORD_SIZE = 152
+LIST_SIZE = 16
 ATTACHED, PUBLISHED, MEASURING = (1 << 62) + 0, (1 << 62) + 1, (1 << 62) + 2
 WRITER = (ATTACHED, PUBLISHED)
 F_OFD_GETLK, F_OFD_SETLK = 36, 37
 LOCK = "hh4xqqi4x"  # struct flock
 
 
+class Gone(tuple):
+    """The numbers behind a marker that is off."""
+
+
+def gone(*values):
+    return Gone(values)
+
+
 def record(name=b"", kind=1, index=0, valid=1, optix=0, ray_tracing=0, cl_device=0, temperature=None, total=None,
-           memory=None, usage=None, speed=None):
-    """152 bytes of one GPU; a figure that is None has its marker cleared and a left-over number behind it."""
-    data = bytearray(b"\xa5" * RECORD_SIZE)
+           memory=None, usage=None, speed=None, fill=0xa5, left_over=77):
+    """152 bytes of one GPU, `fill` in those that mean nothing. A figure that is None has its marker off and `left_over`
+    behind it."""
+    data = bytearray([fill]) * RECORD_SIZE
     data[0] = valid
     data[1:65] = name[:64].ljust(64, b"\0")
     data[65:69] = bytes([0, optix, ray_tracing, kind])
     struct.pack_into("<i", data, 72, index)
     struct.pack_into("<Q", data, 76, cl_device)
 
-    def figure(marker_at, layout, *values):
-        absent = None in values
-        data[marker_at] = 0 if absent else 1
-        struct.pack_into(layout, data, marker_at + 4, *((77 for _ in values) if absent else values))
-
-    figure(84, "<i", temperature)
-    figure(92, "<i", total)
-    figure(100, "<ii", *(memory or (None, None)))
-    figure(112, "<i", usage)
-    figure(120, "<f", speed)
+    for at, layout, given in ((84, "<i", temperature), (92, "<i", total), (100, "<ii", memory), (112, "<i", usage),
+                              (120, "<f", speed)):
+        if given is None:
+            given = gone(*[left_over] * (len(layout) - 1))
+        data[at] = not isinstance(given, Gone)
+        struct.pack_into(layout, data, at + 4, *(given if isinstance(given, tuple) else (given,)))
     return bytes(data)
 
 
-def block(cuda=(), amd=(), metal=(), summary=None, version=VERSION, ready=1, counts=None, only_cuda=0, size=SIZE):
-    """The bytes of a segment. Entries beyond a count hold what no reader may show."""
-    data = bytearray(b"\xa5" * SIZE)
+BEYOND_COUNT = record(b"beyond the count", usage=99)
+
+
+def block(cuda=(), amd=(), metal=(), summary=None, version=VERSION, ready=1, counts=None, only_cuda=0, size=SIZE,
+          fill=0xa5, beyond=BEYOND_COUNT):
+    """The bytes of a segment, `beyond` in the entries beyond a count: what no reader may show."""
     counts = counts or (len(cuda), len(amd), len(metal))
-    struct.pack_into("<IIIII", data, 0, version, ready, *counts)
-    stale = record(b"beyond the count", usage=99)
-    for offset, gpus in ((CUDA, cuda), (AMD, amd), (METAL, metal)):
-        for i in range(16):
-            start = offset + i * RECORD_SIZE
-            data[start:start + RECORD_SIZE] = gpus[i] if i < len(gpus) else stale
-    data[SUMMARY:SUMMARY + RECORD_SIZE] = summary or record(b"Summary", kind=4, index=99)
-    data[7468] = only_cuda
-    return bytes(data[:size]).ljust(size, b"\xa5")
+    data = struct.pack("<IIIII", version, ready, *counts)
+    for gpus in (cuda, amd, metal):
+        data += b"".join([*gpus, *[beyond] * (LIST_SIZE - len(gpus))])
+    data += (summary or record(b"Summary", kind=4, index=99)) + bytes([only_cuda])
+    return data[:size].ljust(size, bytes([fill]))
+
+
+def published_record(*arguments, **settings):
+    """A record as the program writes it: zeros where nothing was ever written."""
+    return record(*arguments, **settings, fill=0, left_over=0)
+
+
+def published_block(cuda=(), amd=(), summary=b"", size=SIZE):
+    """A block as the program writes it into a segment of zeros."""
+    empty = published_record(kind=0, index=-1, valid=0)
+    return block(cuda, amd, summary=summary, size=size, fill=0, beyond=empty)
+
+
+def empty_block(size=SIZE):
+    """What a machine without GPUs publishes."""
+    return published_block(summary=published_record(b"Summary", kind=4, index=99, valid=0, total=gone(65535),
+                                                    memory=gone(0, 65535)), size=size)
+
+
+def read_locked(path, wait=2.0):
+    """All of the segment's bytes, copied out under its lock; None if there is none."""
+    try:
+        file = open(path, "rb", buffering=0)
+    except FileNotFoundError:
+        return None
+    with file:
+        end = time.monotonic() + wait
+        while True:
+            try:
+                fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+                return file.read()
+            except BlockingIOError:
+                if time.monotonic() > end:
+                    raise
+                time.sleep(0.0002)
 
 
 def is_set(path, flag):

@@ -9,7 +9,7 @@ import time
 
 import simulated
 import status_command
-from companion import AMD, CUDA, RECORD, CompanionCase, figures
+from companion import CompanionCase, figures
 from qz import NAME, wait_until
 from segment_bytes import ATTACHED, is_set
 
@@ -79,7 +79,7 @@ class SlowStart(CompanionCase):
         first = self.published(folder, timeout=20)
         second = self.published(folder, first)
         self.assertGreater(time.monotonic() - started, INTERVAL)
-        self.assertEqual([figures(block, CUDA)[3] for block in (first, second)], [11, 12])
+        self.assertEqual([figures(block)[0][3] for block in (first, second)], [11, 12])
         self.assertEqual((run.stop()[0], ended.wait()), (0, 0))
         once = {"nvmlInit_v2": 1, "nvmlShutdown": 1, "nvmlDeviceGetCount_v2": 1, "cuInit": 1}
         for calls in (run.report.calls, ended.report.calls):
@@ -166,13 +166,10 @@ class DriverOfAnotherVersion(CompanionCase):
         first = self.published(folder)
         second = self.published(folder, first)
         third = self.published(folder, second)
-        for i in range(2):
-            self.assertEqual(figures(first, CUDA + i * RECORD), (41, 8192, 1024, 11))
-            for block in (second, third):
-                # A card does not change its size: the total stays.
-                self.assertEqual(figures(block, CUDA + i * RECORD), (None, 8192, None, None))
-        self.assertEqual([figures(block, AMD) for block in (first, second, third)],
-                         [(51, 8192, 1024, 31), (52, 8192, 2048, 32), (53, 8192, 3072, 33)])
+        # A card does not change its size: the total stays.
+        self.assertEqual(figures(first), 2 * [(41, 8192, 1024, 11)] + [(51, 8192, 1024, 31)])
+        self.assertEqual(figures(second), 2 * [(None, 8192, None, None)] + [(52, 8192, 2048, 32)])
+        self.assertEqual(figures(third), 2 * [(None, 8192, None, None)] + [(53, 8192, 3072, 33)])
         gpus = json.loads(status_command.run("--json", directory=str(folder)).stdout)["gpus"]
         self.assertEqual([(gpu["listed"], gpu["figuresValid"]) for gpu in gpus], [(True, False), (True, False), (True, True)])
         self.assertEqual(status_command.run(directory=str(folder)).stdout.decode().count(" no answer "), 2)

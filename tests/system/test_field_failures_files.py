@@ -10,7 +10,7 @@ from collections import Counter
 from pathlib import Path
 
 import simulated
-from companion import AMD, RECORD, CompanionCase, figures
+from companion import CompanionCase, figures, read_segment
 
 # A card with all there is, one without a monitor, one that is too small, and one of another vendor. No figure changes,
 # or the simulator would answer in the file's place.
@@ -114,10 +114,7 @@ class Readings(CompanionCase):
 
     def by_name(self, block):
         """The figures of the cards, whichever comes first in its folder."""
-        cards = {}
-        for offset in (AMD, AMD + RECORD):
-            cards[block[offset + 1:offset + 65].split(b"\0")[0].decode()] = figures(block, offset)
-        return cards
+        return {gpu["name"]: found for gpu, found in zip(read_segment.gpus(block), figures(block), strict=True)}
 
     def test_a_figure_that_fails_is_absent_until_it_is_back(self):
         folder = self.shm_folder()

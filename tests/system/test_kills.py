@@ -16,7 +16,7 @@ import time
 import unittest
 
 import numbered_block
-from numbered_block import NAME
+from segment_bytes import NAME, read_locked
 
 KILLS = int(os.environ.get("QZ_KILLS", "300"))
 READERS = 4
@@ -29,7 +29,7 @@ WRITER = os.path.join(os.environ["QZGPUINFO_BUILD"], "tests/harness/steadyWriter
 
 def look(directory):
     """The number in the segment, None when there is none."""
-    data = numbered_block.read_locked(directory)
+    data = read_locked(os.path.join(directory, NAME))
     return None if data is None else numbered_block.number_of(data, numbered_block.all_figures)
 
 

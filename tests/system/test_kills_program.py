@@ -14,6 +14,7 @@ from pathlib import Path
 
 import numbered_block
 import simulated
+from segment_bytes import NAME, read_locked
 
 ROUNDS = int(os.environ.get("QZ_PROGRAM_KILLS", "2"))
 INTERVAL = 4.0
@@ -43,7 +44,7 @@ class Readers:
 
     def _read(self):
         while not self._stop.wait(0.002):
-            data = numbered_block.read_locked(self._directory)
+            data = read_locked(self._directory / NAME)
             try:
                 number = None if data is None else numbered_block.number_of(data, numbers)
             except numbered_block.Torn as error:
@@ -97,7 +98,7 @@ class Program(simulated.SimulatedCase):
             _, run = writers[turn % 2]
             self.wait_between_cycles_of(readers, writers[1 - turn % 2][0])
             run.stop(signal.SIGKILL)
-            self.assertEqual(os.listdir(self.directory), [numbered_block.NAME])
+            self.assertEqual(os.listdir(self.directory), [NAME])
             writers[turn % 2] = self.begin()
             self.wait_for(readers, writers[turn % 2][0])
         readers.end()

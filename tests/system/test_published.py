@@ -4,11 +4,11 @@ import struct
 import time
 
 import simulated
-from companion import AMD, CUDA, RECORD, CompanionCase
+from companion import CompanionCase
+from segment_bytes import AMD, CUDA, ONLY_CUDA, RECORD_SIZE, SIZE, SUMMARY, VERSION, gone
+from segment_bytes import published_block as block
+from segment_bytes import published_record as record
 
-from qz import SIZE, SUMMARY
-
-ONLY_CUDA = 7468
 CL_DEVICE = 76
 
 # In the second cycle the first NVIDIA GPU fails everything, the second the memory alone, and AMD's load is empty.
@@ -59,32 +59,6 @@ nvmlDeviceGetMemoryInfo#1 = fail 3 from 2
 """
 
 
-def record(name, kind, index, optix=0, ray_tracing=0, temperature=None, total=None, memory=None, usage=None,
-           speed=None, valid=1):
-    """152 bytes. A figure is (marker, value): an absent one keeps its last value."""
-    data = bytearray(RECORD)
-    data[0] = valid
-    data[1:1 + len(name)] = name
-    data[66:69] = bytes([optix, ray_tracing, kind])
-    struct.pack_into("<i", data, 72, index)
-    for at, layout, (marker, *values) in ((84, "<i", temperature or (0, 0)), (92, "<i", total or (0, 0)),
-                                          (100, "<ii", memory or (0, 0, 0)), (112, "<i", usage or (0, 0)),
-                                          (120, "<f", speed or (0, 0.0))):
-        data[at] = marker
-        struct.pack_into(layout, data, at + 4, *values)
-    return bytes(data)
-
-
-EMPTY = record(b"", 0, -1, valid=0)
-
-
-def block(cuda, amd, summary):
-    data = struct.pack("<5I", 68865, 1, len(cuda), len(amd), 0)
-    for gpus in (cuda, amd, ()):
-        data += b"".join(gpus) + (16 - len(gpus)) * EMPTY
-    return data + summary + bytes(4)
-
-
 class Published(CompanionCase):
     maxDiff = None
 
@@ -92,16 +66,16 @@ class Published(CompanionCase):
         """The next block that is published, whole, with the OpenCL devices cut out, and these: (raw, block, devices)."""
         raw = self.published(folder, earlier, timeout)
         data, devices = bytearray(raw), []
-        for start in [CUDA + i * RECORD for i in range(16)] + [AMD + i * RECORD for i in range(16)]:
+        for start in [CUDA + i * RECORD_SIZE for i in range(16)] + [AMD + i * RECORD_SIZE for i in range(16)]:
             devices.append(struct.unpack_from("<Q", data, start + CL_DEVICE)[0])
             data[start + CL_DEVICE:start + CL_DEVICE + 8] = bytes(8)
         return raw, bytes(data), devices
 
     def assert_same_block(self, seen, expected):
         self.assertEqual(len(seen), SIZE)
-        for start in range(20, ONLY_CUDA, RECORD):
+        for start in range(20, ONLY_CUDA, RECORD_SIZE):
             with self.subTest(offset=start):
-                self.assertEqual(seen[start:start + RECORD].hex(), expected[start:start + RECORD].hex())
+                self.assertEqual(seen[start:start + RECORD_SIZE].hex(), expected[start:start + RECORD_SIZE].hex())
         self.assertEqual(seen, expected)
 
     def test_two_cycles(self):
@@ -111,25 +85,21 @@ class Published(CompanionCase):
         self.assertAlmostEqual(time.monotonic() - started, 4.0, delta=1.5)
         self.assertEqual([device != 0 for device in devices], [False, True] + 14 * [False] + [True] + 15 * [False])
         self.assert_same_block(first, block(
-            [record(b"NVIDIA GeForce RTX 4090", 1, 0, optix=1, temperature=(1, 60), total=(1, 24576),
-                    memory=(1, 1024, 23552), usage=(1, 11)),
-             record(b"Tesla V100-SXM2-16GB", 1, 1, temperature=(1, 75), total=(1, 16384), memory=(1, 2048, 14336),
-                    usage=(1, 21))],
-            [record(b"AMD Radeon RX 7900 XTX", 2, 0, ray_tracing=1, temperature=(1, 45), total=(1, 24560),
-                    memory=(1, 1024, 23536), usage=(1, 31))],
-            record(b"Summary", 4, 99, temperature=(1, 75), total=(1, 16384), memory=(1, 2048, 14336),
-                   usage=(1, 63))))
+            [record(b"NVIDIA GeForce RTX 4090", 1, 0, optix=1, temperature=60, total=24576, memory=(1024, 23552),
+                    usage=11),
+             record(b"Tesla V100-SXM2-16GB", 1, 1, temperature=75, total=16384, memory=(2048, 14336), usage=21)],
+            [record(b"AMD Radeon RX 7900 XTX", 2, 0, ray_tracing=1, temperature=45, total=24560, memory=(1024, 23536),
+                    usage=31)],
+            record(b"Summary", 4, 99, temperature=75, total=16384, memory=(2048, 14336), usage=63)))
         _, second, _ = self.block_of_cycle(folder, raw)
         self.assert_same_block(second, block(
             # A total once read stays; the others keep their numbers behind markers that are off.
-            [record(b"NVIDIA GeForce RTX 4090", 1, 0, optix=1, temperature=(0, 60), total=(1, 24576),
-                    memory=(0, 1024, 23552), usage=(0, 11)),
-             record(b"Tesla V100-SXM2-16GB", 1, 1, temperature=(1, 74), total=(1, 16384), memory=(0, 2048, 14336),
-                    usage=(1, 22))],
-            [record(b"AMD Radeon RX 7900 XTX", 2, 0, ray_tracing=1, temperature=(1, 46), total=(1, 24560),
-                    memory=(1, 1024, 23536), usage=(1, 31))],
-            record(b"Summary", 4, 99, temperature=(1, 74), total=(1, 16384), memory=(1, 1024, 23536),
-                   usage=(1, 53))))
+            [record(b"NVIDIA GeForce RTX 4090", 1, 0, optix=1, temperature=gone(60), total=24576,
+                    memory=gone(1024, 23552), usage=gone(11)),
+             record(b"Tesla V100-SXM2-16GB", 1, 1, temperature=74, total=16384, memory=gone(2048, 14336), usage=22)],
+            [record(b"AMD Radeon RX 7900 XTX", 2, 0, ray_tracing=1, temperature=46, total=24560, memory=(1024, 23536),
+                    usage=31)],
+            record(b"Summary", 4, 99, temperature=74, total=16384, memory=(1024, 23536), usage=53)))
         self.assertEqual(run.stop()[0], 0)
         self.assertEqual((run.report.live, run.report.misuse), ({}, {}))
         # Once a process, not once a cycle.
@@ -154,10 +124,10 @@ class Published(CompanionCase):
     def test_more_gpus_than_the_block_holds(self):
         folder, run = self.companion(simulated.description("twenty-gpus"))
         _, data, _ = self.block_of_cycle(folder)
-        self.assertEqual(struct.unpack_from("<5I", data), (68865, 1, 16, 0, 0))
-        indices = [struct.unpack_from("<i", data, CUDA + i * RECORD + 72)[0] for i in range(16)]
+        self.assertEqual(struct.unpack_from("<5I", data), (VERSION, 1, 16, 0, 0))
+        indices = [struct.unpack_from("<i", data, CUDA + i * RECORD_SIZE + 72)[0] for i in range(16)]
         self.assertEqual(indices, list(range(16)))
-        self.assertEqual(data[AMD:AMD + RECORD], EMPTY)
+        self.assertEqual(data[AMD:], block(summary=data[SUMMARY:ONLY_CUDA])[AMD:])
         self.assertEqual(run.stop()[0], 0)
 
 
