@@ -15,7 +15,7 @@ namespace doctor {
 /// that a library lacks is a message of the kind "missing", with "library" and "symbol".
 class Recorder {
   public:
-    explicit Recorder(Channel& channel);
+    explicit Recorder(Channel& toDoctor);
     ~Recorder();
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
