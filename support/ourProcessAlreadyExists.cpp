@@ -135,7 +135,7 @@ Verdict searchAll(const char* procRoot, const ProcessName& name, int leftOut, Ma
 bool ourProcessAlreadyExists(const _qzString8_allSize<25>& name, bool caseSensitive, bool leaveOutCaller,
                              qint64* foundPid, const char* procRoot) {
     // Tried first, so that a check repeated every few seconds need not read the whole list.
-    thread_local Match last;
+    static thread_local Match last;
     if (foundPid != nullptr)
         *foundPid = 0;
     const ProcessName wanted({name.c_str(), name.length()}, name.length() == _qzString8_allSize<25>::capacity,

@@ -18,8 +18,9 @@ std::string_view nextWord(std::string_view& text) {
 template <class Number>
 Number wholeNumber(std::string_view text) {
     Number number = 0;
-    const char* end = text.data() + text.size();
-    const auto parsed = std::from_chars(text.data(), end, number);
+    const char* const begin = text.data();
+    const char* const end = begin + text.size();
+    const auto parsed = std::from_chars(begin, end, number);
     return parsed.ec == std::errc() && parsed.ptr == end ? number : 0;
 }
 

@@ -107,9 +107,10 @@ class Parser {
         const std::string_view text = value(name);
         if (!parsed.error.empty())
             return;
-        if (const auto seconds = secondsOf(text, least, longestTime))
-            target = *seconds;
-        else
+        if (const auto given = secondsOf(text, least, longestTime)) {
+            const double seconds = *given;
+            target = seconds;
+        } else
             parsed.error = std::string(name) + " needs a number of seconds, not '" + std::string(text) + "'";
     }
 

@@ -7,7 +7,7 @@ namespace qzsim {
 
 template <typename Structure>
 Structure SharedObject::at(std::size_t offset) const {
-    Structure found;
+    Structure found{};
     if (offset > image.size() || image.size() - offset < sizeof found)
         throw std::runtime_error("the library is cut short");
     std::memcpy(&found, image.data() + offset, sizeof found);

@@ -53,7 +53,7 @@ void writeSysfsFile(const fs::path& path, const SysfsFile& file) {
 
 /// The card's device folder, which exists afterwards; an empty path if there is none.
 fs::path makeDevice(const fs::path& sys, const Card& card) {
-    const fs::path entry = sys / "class/drm" / card.name / "device";
+    fs::path entry = sys / "class/drm" / card.name / "device";
     switch (card.deviceEntry) {
     case SysfsFile::Kind::Missing:
         return {};
