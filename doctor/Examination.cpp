@@ -75,10 +75,11 @@ class Plan {
 
     void addIcds() {
         QString vendors;
-        for (const EnvironmentVariable& variable : facts.system.environment)
+        for (const EnvironmentVariable& variable : qAsConst(facts.system.environment))
             if (variable.name == QLatin1String("OCL_ICD_VENDORS"))
                 vendors = variable.value;
-        for (const IcdFile& icd : listIcdFiles(settings.places, vendors))
+        const auto icds = listIcdFiles(settings.places, vendors);
+        for (const IcdFile& icd : icds)
             facts.icds.append({icd, {}, {}});
         for (IcdTrial& trial : facts.icds) {
             if (trial.icd.library.isEmpty())

@@ -87,7 +87,7 @@ QString readForm(const QCommandLineParser& parser, Options& options) {
 
 QString readOptions(const QCommandLineParser& parser, Options& options) {
     if (!parser.positionalArguments().isEmpty())
-        return QStringLiteral("'%1' is no option").arg(parser.positionalArguments().first());
+        return QStringLiteral("'%1' is no option").arg(parser.positionalArguments().at(0));
     options.user = parser.value("user");
     options.wake = parser.isSet("wake");
     options.output = parser.value("output");

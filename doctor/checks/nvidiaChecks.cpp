@@ -91,7 +91,8 @@ void judgeNvidiaModule(const Facts& facts, Findings& findings) {
 void judgeNvmlLibrary(const Facts& facts, Findings& findings) {
     const ProgramFacts& run = facts.programRun;
     QStringList missing;
-    for (const QJsonObject& told : facts.programEnd.told("missing"))
+    const auto lacking = facts.programEnd.told("missing");
+    for (const QJsonObject& told : lacking)
         if (told.value("library").toString().contains("nvidia-ml"))
             missing.append(told.value("symbol").toString());
     if (run.hasOpened("nvidia-ml")) {

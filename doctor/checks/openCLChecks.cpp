@@ -32,7 +32,8 @@ bool hasGpus(const Facts& facts) {
 
 /// The reason that opening a library failed, of the calls of a step.
 QString openFailure(const StepOutcome& outcome) {
-    for (const CallFacts& call : callsOf(outcome.messages))
+    const auto calls = callsOf(outcome.messages);
+    for (const CallFacts& call : calls)
         if (call.name.startsWith("open ") && call.returned && call.status != 0)
             return call.text("reason");
     return {};
@@ -75,7 +76,8 @@ void judgeOpenCLLoader(const Facts& facts, Findings& findings) {
         return;
     }
     QStringList missing;
-    for (const QJsonObject& told : facts.openCLEnd.told("missing"))
+    const auto lacking = facts.openCLEnd.told("missing");
+    for (const QJsonObject& told : lacking)
         missing.append(told.value("symbol").toString());
     const bool opened =
         std::any_of(facts.openCLEnd.messages.begin(), facts.openCLEnd.messages.end(),

@@ -23,12 +23,12 @@ QString gpuText(const Gpu& gpu) {
 const OpenCLDeviceFacts* deviceOf(const Facts& facts, const QString& handle) {
     QStringList platforms;
     for (const CallFacts& call : facts.programRun.calls) {
+        const QJsonArray handles = call.answer.value("handles").toArray();
         if (call.name == QLatin1String("clGetPlatformIDs") && platforms.isEmpty())
-            for (const QJsonValue& platform : call.answer.value("handles").toArray())
+            for (const QJsonValue& platform : handles)
                 platforms.append(platform.toString());
         if (call.name != QLatin1String("clGetDeviceIDs"))
             continue;
-        const QJsonArray handles = call.answer.value("handles").toArray();
         for (int number = 0; number < handles.size(); ++number)
             for (const OpenCLDeviceFacts& device : facts.openCL.devices)
                 if (handles[number].toString() == handle && device.number == number &&
@@ -121,7 +121,8 @@ void judgeProgramRun(const Facts& facts, Findings& findings) {
 }
 
 void judgePairing(const Facts& facts, Findings& findings) {
-    for (const Gpu& gpu : gpusOf(facts)) {
+    const auto gpus = gpusOf(facts);
+    for (const Gpu& gpu : gpus) {
         if (gpu.record == nullptr)
             continue;
         findings.on(gpu.address);

@@ -66,7 +66,8 @@ QString nameIn(const StatusName (&names)[Count], int status) {
 } // namespace
 
 NvmlFacts::NvmlFacts(const StepOutcome& outcome) : devices(fromJson<NvmlIdentity>(outcome.told("device"))) {
-    for (const QJsonObject& told : outcome.told("library"))
+    const auto libraries = outcome.told("library");
+    for (const QJsonObject& told : libraries)
         library = fromJson<NvmlLibrary>(told);
 }
 

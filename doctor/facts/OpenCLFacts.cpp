@@ -13,7 +13,8 @@ namespace doctor {
 OpenCLFacts::OpenCLFacts(const StepOutcome& outcome)
     : platforms(fromJson<OpenCLPlatformFacts>(outcome.told("platform"))),
       devices(fromJson<OpenCLDeviceFacts>(outcome.told("device"))) {
-    for (const QJsonObject& told : outcome.told("library"))
+    const auto libraries = outcome.told("library");
+    for (const QJsonObject& told : libraries)
         library = fromJson<OpenCLLibrary>(told);
 }
 

@@ -40,7 +40,8 @@ class TextWriter {
     /// `text` broken into lines, the first behind `head`, the others below its text.
     void paragraph(const QString& head, int headColumns, const QString& text) {
         QString start = head;
-        for (const QString& part : wrapped(text, columns - headColumns)) {
+        const auto parts = wrapped(text, columns - headColumns);
+        for (const QString& part : parts) {
             line(start + part);
             start = QString(headColumns, ' ');
         }

@@ -6,6 +6,7 @@
 #include <sys/resource.h>
 #include <sys/syscall.h>
 
+#include <QScopeGuard>
 #include <QTest>
 
 #include "ChildProcess.h"
@@ -43,7 +44,6 @@ class TestGpuInfo_Main_flags : public QObject {
         beforeUnlock = [&] { atUnlock = flagsOn(bench); };
         bench.update();
         QCOMPARE(atUnlock, QString("attached published")); // no reader finds the list without it
-        beforeUnlock = nullptr;
         QCOMPARE(flagsOn(bench), QString("attached published"));
         bench.update();
         QCOMPARE(flagsOn(bench), QString("attached published"));
@@ -121,6 +121,11 @@ class TestGpuInfo_Main_flags : public QObject {
         bench.init();
         QStringList during;
         const auto look = [&] { during << flagsOn(bench); };
+        // The driver's destructor calls the vendors once more.
+        const auto guard = qScopeGuard([&] {
+            bench.nvidia->onCall = bench.amd->onCall = nullptr;
+            beforeUnlock = nullptr;
+        });
         bench.nvidia->onCall = bench.amd->onCall = [&](const char*) { look(); };
         beforeUnlock = look;
         bench.update();

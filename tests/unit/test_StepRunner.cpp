@@ -204,7 +204,7 @@ class TestStepRunner : public QObject {
             runner.run({{"stuck", [](Channel&) { sleepLong(); }, false}}).constFirst();
         QCOMPARE(outcome.end, End::TimedOut);
         QVERIFY(outcome.survived);
-        QCOMPARE(outcome.state, 'S');
+        QVERIFY(QByteArray("SR").contains(outcome.state)); // asleep, or on a busy machine about to be
         const auto pid = static_cast<pid_t>(outcome.pid);
         QVERIFY(isAlive(pid));
         ::kill(pid, SIGKILL);
