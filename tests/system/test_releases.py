@@ -53,6 +53,7 @@ printf '%s\\n' "$@" >>"$HERE/inside"
 for setting in "$@"; do [[ $setting != HOME=* ]] || HOME=${setting#*=}; done
 if [[ $* == *useradd* ]]; then mkdir -p "$ROOT/home/dev"; exit; fi
 cp -R "$ROOT" "$HERE/seen"
+[[ ! -e $HERE/killed ]] || kill -KILL $$
 cd "$ROOT$HOME/qzgpuinfo"
 [[ ! -e $HERE/result ]] || { mkdir -p build/release && cp "$HERE/result" build/release/tests.xml; }
 exit 42
@@ -210,6 +211,14 @@ class On(unittest.TestCase):
         self.assertTrue((self.here / "seen/left").exists())
         self.assertTrue((self.here / "seen" / TREE / "build/left").exists())
         self.on("trixie", "test")
+        self.assertFalse((self.here / "seen/left").exists())
+
+    def test_a_run_does_not_go_on_after_one_that_was_cut_short(self):
+        self.write("killed", "")
+        self.assertEqual(self.on("trixie", "test")[0], 137)
+        self.write("roots/trixie/work/left", "")
+        (self.here / "killed").unlink()
+        self.on("trixie", "test", "--again")
         self.assertFalse((self.here / "seen/left").exists())
 
     def test_results_come_back(self):
