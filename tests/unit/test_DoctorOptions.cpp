@@ -113,8 +113,9 @@ class TestDoctorOptions : public QObject {
     void idsAreUniqueAndWellFormed() {
         QStringList ids = idsOf(checks());
         QCOMPARE(ids.removeDuplicates(), 0);
+        static const QRegularExpression form("^[a-z]+\\.[a-zA-Z]+$");
         for (const QString& id : ids)
-            QVERIFY2(QRegularExpression("^[a-z]+\\.[a-zA-Z]+$").match(id).hasMatch(), qPrintable(id));
+            QVERIFY2(form.match(id).hasMatch(), qPrintable(id));
         for (const Check& check : checks())
             QVERIFY2(checksText().contains(check.id) && checksText().contains(check.question), check.id);
     }
