@@ -56,6 +56,64 @@ QString answersText(const OpenCLDeviceFacts& device) {
     return parts.join(", ");
 }
 
+/// Judges a driver whose library was opened by what it offers.
+void judgeOffer(const IcdTrial& trial, Findings& findings) {
+    const QString& file = trial.icd.path;
+    QStringList platforms;
+    for (const OpenCLPlatformFacts& platform : trial.openCL.platforms)
+        platforms.append(QStringLiteral("'%1' with %2 GPU(s)").arg(platform.name).arg(platform.reported));
+    const QString printed = trial.outcome.output().trimmed().isEmpty()
+                                ? QString()
+                                : QStringLiteral("; it prints %1").arg(quoted(trial.outcome.output()));
+    if (platforms.isEmpty())
+        findings.note(QStringLiteral("%1 (%2) offers no platform%3").arg(file, trial.icd.library, printed));
+    else if (!printed.isEmpty())
+        findings.note(QStringLiteral("%1 (%2) offers %3%4")
+                          .arg(file, trial.icd.library, platforms.join(", "), printed));
+    else
+        findings.ok(QStringLiteral("%1 (%2) offers %3").arg(file, trial.icd.library, platforms.join(", ")));
+}
+
+void judgeIcd(const IcdTrial& trial, double timeLimit, Findings& findings) {
+    const QString& file = trial.icd.path;
+    findings.on(file);
+    if (trial.icd.library.isEmpty()) {
+        findings.warning(QStringLiteral("%1 names no library").arg(file), leaveOutAdvice(file));
+        return;
+    }
+    if (!trial.outcome.isDone()) {
+        findings.failure(
+            QStringLiteral("the OpenCL driver of %1 %2").arg(file, endingText(trial.outcome, timeLimit)),
+            leaveOutAdvice(file));
+        return;
+    }
+    const QVector<CallFacts> calls = callsOf(trial.outcome.messages);
+    if (!calls.isEmpty() && calls.first().status != 0) {
+        findings.warning(QStringLiteral("%1 names %2, which can't be opened: %3")
+                             .arg(file, trial.icd.library, calls.first().text("reason")),
+                         QStringLiteral("install or repair the package that the file belongs to; %1")
+                             .arg(leaveOutAdvice(file)));
+        return;
+    }
+    judgeOffer(trial, findings);
+}
+
+void judgePlatform(const OpenCLPlatformFacts& platform, Findings& findings) {
+    findings.on(QStringLiteral("platform %1").arg(platform.number));
+    const QString name =
+        QStringLiteral("platform %1 '%2'").arg(QString::number(platform.number), platform.name);
+    if (platform.reported > 0)
+        findings.ok(QStringLiteral("%1 has %2 GPU(s)").arg(name).arg(platform.reported));
+    else if (platform.otherDevices > 0)
+        findings.ok(QStringLiteral("%1 has no GPU, %2 other device(s)").arg(name).arg(platform.otherDevices));
+    else
+        findings.note(
+            QStringLiteral("%1 has no device (%2)").arg(name, QLatin1String(errorName(platform.status))),
+            platform.name.contains("rusticl", Qt::CaseInsensitive)
+                ? QStringLiteral("Mesa's rusticl offers GPUs only with RUSTICL_ENABLE=radeonsi")
+                : QString());
+}
+
 } // namespace
 
 void judgeOpenCLLoader(const Facts& facts, Findings& findings) {
@@ -94,48 +152,6 @@ void judgeOpenCLLoader(const Facts& facts, Findings& findings) {
         findings.note(fact);
 }
 
-/// Judges a driver whose library was opened by what it offers.
-static void judgeOffer(const IcdTrial& trial, Findings& findings) {
-    const QString& file = trial.icd.path;
-    QStringList platforms;
-    for (const OpenCLPlatformFacts& platform : trial.openCL.platforms)
-        platforms.append(QStringLiteral("'%1' with %2 GPU(s)").arg(platform.name).arg(platform.reported));
-    const QString printed = trial.outcome.output().trimmed().isEmpty()
-                                ? QString()
-                                : QStringLiteral("; it prints %1").arg(quoted(trial.outcome.output()));
-    if (platforms.isEmpty())
-        findings.note(QStringLiteral("%1 (%2) offers no platform%3").arg(file, trial.icd.library, printed));
-    else if (!printed.isEmpty())
-        findings.note(QStringLiteral("%1 (%2) offers %3%4")
-                          .arg(file, trial.icd.library, platforms.join(", "), printed));
-    else
-        findings.ok(QStringLiteral("%1 (%2) offers %3").arg(file, trial.icd.library, platforms.join(", ")));
-}
-
-static void judgeIcd(const IcdTrial& trial, double timeLimit, Findings& findings) {
-    const QString& file = trial.icd.path;
-    findings.on(file);
-    if (trial.icd.library.isEmpty()) {
-        findings.warning(QStringLiteral("%1 names no library").arg(file), leaveOutAdvice(file));
-        return;
-    }
-    if (!trial.outcome.isDone()) {
-        findings.failure(
-            QStringLiteral("the OpenCL driver of %1 %2").arg(file, endingText(trial.outcome, timeLimit)),
-            leaveOutAdvice(file));
-        return;
-    }
-    const QVector<CallFacts> calls = callsOf(trial.outcome.messages);
-    if (!calls.isEmpty() && calls.first().status != 0) {
-        findings.warning(QStringLiteral("%1 names %2, which can't be opened: %3")
-                             .arg(file, trial.icd.library, calls.first().text("reason")),
-                         QStringLiteral("install or repair the package that the file belongs to; %1")
-                             .arg(leaveOutAdvice(file)));
-        return;
-    }
-    judgeOffer(trial, findings);
-}
-
 void judgeIcdFiles(const Facts& facts, Findings& findings) {
     if (isAsleep(facts, findings))
         return;
@@ -143,22 +159,6 @@ void judgeIcdFiles(const Facts& facts, Findings& findings) {
         judgeIcd(trial, facts.timeLimit, findings);
     if (findings.isEmpty())
         findings.ok(QStringLiteral("no OpenCL driver is registered"));
-}
-
-static void judgePlatform(const OpenCLPlatformFacts& platform, Findings& findings) {
-    findings.on(QStringLiteral("platform %1").arg(platform.number));
-    const QString name =
-        QStringLiteral("platform %1 '%2'").arg(QString::number(platform.number), platform.name);
-    if (platform.reported > 0)
-        findings.ok(QStringLiteral("%1 has %2 GPU(s)").arg(name).arg(platform.reported));
-    else if (platform.otherDevices > 0)
-        findings.ok(QStringLiteral("%1 has no GPU, %2 other device(s)").arg(name).arg(platform.otherDevices));
-    else
-        findings.note(
-            QStringLiteral("%1 has no device (%2)").arg(name, QLatin1String(errorName(platform.status))),
-            platform.name.contains("rusticl", Qt::CaseInsensitive)
-                ? QStringLiteral("Mesa's rusticl offers GPUs only with RUSTICL_ENABLE=radeonsi")
-                : QString());
 }
 
 void judgePlatforms(const Facts& facts, Findings& findings) {
