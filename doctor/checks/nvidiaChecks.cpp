@@ -206,8 +206,8 @@ void judgeNvmlDevices(const Facts& facts, Findings& findings) {
             QStringLiteral("NVML lists %1%2")
                 .arg(deviceName(device), details.isEmpty() ? QString() : ": " + details.join(", "));
         if (identity != nullptr && identity->migMode == 1)
-            findings.note(fact +
-                          QStringLiteral("; its load is not told, and the program uses its first instance"));
+            findings.note(
+                fact + QStringLiteral("; its load is not reported, and the program uses its first instance"));
         else
             findings.ok(fact);
     }

@@ -10,7 +10,7 @@ namespace doctor {
 
 struct NvmlIdentity {
     int index = 0;
-    QString address; ///< empty when it is not told
+    QString address; ///< empty if it is not reported
     QString uuid;    ///< texts are empty when they are not told
     QString vbiosVersion;
     int migMode = -1; ///< -1: not told, or the GPU has none
@@ -29,7 +29,7 @@ struct NvmlIdentity {
 
 struct NvmlLibrary {
     QString file;          ///< the path that was opened
-    QString driverVersion; ///< empty when it is not told
+    QString driverVersion; ///< empty if it is not reported
     QString nvmlVersion;
 
     template <class Visit>

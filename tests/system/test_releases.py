@@ -205,7 +205,7 @@ class On(unittest.TestCase):
 
     def test_a_run_starts_clean_unless_it_goes_on(self):
         self.assertEqual(self.on("trixie", "test", "--again")[0], 42)
-        self.write("roots/trixie/work/left", "")
+        self.write(self.place / "work" / "left", "")
         self.write(self.place / "work" / TREE / "build/left", "")
         self.on("trixie", "test", "--again")
         self.assertTrue((self.here / "seen/left").exists())
@@ -216,7 +216,7 @@ class On(unittest.TestCase):
     def test_a_run_does_not_go_on_after_one_that_was_cut_short(self):
         self.write("killed", "")
         self.assertEqual(self.on("trixie", "test")[0], 137)
-        self.write("roots/trixie/work/left", "")
+        self.write(self.place / "work" / "left", "")
         (self.here / "killed").unlink()
         self.on("trixie", "test", "--again")
         self.assertFalse((self.here / "seen/left").exists())

@@ -160,7 +160,7 @@ class TestGpuInfoNvml_CUDA_index : public QObject {
         installCuda({{0, 8, 9}, {1, 8, 9}});
         FakeCalls::setAnswers("nvmlDeviceGetPciInfo_v3", false);
         machine.detect();
-        QCOMPARE(machine.provider.record(0).deviceIndex, 0); // a place that is not told is bus 0
+        QCOMPARE(machine.provider.record(0).deviceIndex, 0); // a location that is not reported is bus 0
         FakeCalls::heal();
         FakeCalls::setAnswers("cudaGetDeviceCount", false);
         machine.detect();

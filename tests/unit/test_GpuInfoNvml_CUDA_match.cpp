@@ -279,7 +279,7 @@ class TestGpuInfoNvml_CUDA_match : public QObject {
         QCOMPARE(paired(machine.provider.record(0)), QString("-"));
     }
 
-    // A bus that is not told is bus 0.
+    // A bus that is not reported is bus 0.
     void successWithoutAnswer_data() {
         QTest::addColumn<std::vector<FakeClDevice>>("devices");
         QTest::addColumn<QByteArray>("word");
