@@ -91,7 +91,8 @@ class OutputThatTakesNothing(Watched):
         self.assertEqual(terminal.end(), 0)
 
     def test_ctrl_z_before_a_terminal_that_nobody_reads(self):
-        terminal = self.terminal(["/bin/bash", "--norc", "-mc", '"$0" "$@"; kill -CONT $$', *self.command], columns=120)
+        # The shell stays: the kernel ends a stopped job that loses its shell.
+        terminal = self.terminal(["/bin/bash", "--norc", "-mc", '"$0" "$@"; read -r', *self.command], columns=120)
         job = None
         for _ in range(200):
             with open(f"/proc/{terminal.pid}/task/{terminal.pid}/children", encoding="ascii") as file:

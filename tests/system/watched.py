@@ -14,7 +14,9 @@ class Watched:
         Watched._count += 1
         self._folder = tempfile.mkdtemp()
         os.chmod(self._folder, 0o755)
-        self.name = f"watched-{os.getpid()}-{Watched._count}"
+        # At most 15 bytes, whatever the pid: where the executable can't be read, only the kernel's name is compared, and
+        # the kernel cuts it there.
+        self.name = f"w{os.getpid()}-{Watched._count}"
         program = shutil.copy(shutil.which("sleep"), os.path.join(self._folder, self.name))
         self._process = subprocess.Popen([*switch, program, "1000"])
 
