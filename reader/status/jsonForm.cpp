@@ -2,6 +2,7 @@
 
 #include "reader/status/displayText.h"
 #include "reader/status/forms.h"
+#include "reader/status/totals.h"
 
 namespace qzstatus {
 
@@ -33,6 +34,9 @@ std::string json(bool value) {
     return value ? "true" : "false";
 }
 std::string json(std::int32_t value) {
+    return std::to_string(value);
+}
+std::string json(std::int64_t value) {
     return std::to_string(value);
 }
 std::string json(float value) {
@@ -108,6 +112,15 @@ std::string summaryJson(const GpuView& summary) {
     return object.text();
 }
 
+std::string totalsJson(const Totals& totals) {
+    JsonObject object("  ");
+    object.add("meanUsagePercent", totals.meanUsagePercent);
+    object.add("totalMemoryMiB", totals.totalMemoryMiB);
+    object.add("usedMemoryMiB", totals.usedMemoryMiB);
+    object.add("hottestCelsius", totals.hottestCelsius);
+    return object.text();
+}
+
 } // namespace
 
 std::string jsonForm(const StatusReport& report) {
@@ -123,6 +136,7 @@ std::string jsonForm(const StatusReport& report) {
     object.add("publishedAt", report.publishedAt);
     object.addRaw("gpus", gpusJson(report.gpus));
     object.addRaw("summary", report.summary ? summaryJson(*report.summary) : "null");
+    object.addRaw("totals", report.gpus.empty() ? "null" : totalsJson(totalsOf(report.gpus)));
     return object.text() + "\n";
 }
 

@@ -111,7 +111,7 @@ class Json(unittest.TestCase):
     def test_whole(self):
         report = self.report(block([RTX], [NAVI], summary=SUMMARY))
         self.assertEqual(list(report), ["formatVersion", "state", "message", "segment", "writerAttached", "published",
-                                        "measuring", "ageSeconds", "publishedAt", "gpus", "summary"])
+                                        "measuring", "ageSeconds", "publishedAt", "gpus", "summary", "totals"])
         self.assertEqual((report["formatVersion"], report["state"], report["writerAttached"]), (1, "ok", True))
         self.assertEqual(report["gpus"], [
             {"index": 0, "name": "NVIDIA GeForce RTX 4090", "kind": "Cuda", "kindCode": 1, "deviceIndex": 0,
@@ -149,6 +149,14 @@ class Json(unittest.TestCase):
     def test_odd_names(self):
         report = self.report(odd_block())
         self.assertEqual([gpu["name"] for gpu in report["gpus"]], [shown(name) for name in ODD_NAMES])
+
+    def test_totals_are_not_the_summary(self):
+        report = self.report(block([RTX, IDLE], [NAVI], [BARE], summary=SUMMARY))
+        self.assertEqual(report["totals"], {"meanUsagePercent": 22.5, "totalMemoryMiB": 24576 + 8192 + 16384,
+                                            "usedMemoryMiB": 1024, "hottestCelsius": 60})
+        self.assertEqual(self.report(block([BARE]))["totals"], {
+            "meanUsagePercent": None, "totalMemoryMiB": None, "usedMemoryMiB": None, "hottestCelsius": None})
+        self.assertIsNone(self.report(block())["totals"])
 
     def test_no_control_character_is_left_raw(self):
         with Segment(odd_block()) as segment:

@@ -101,6 +101,12 @@ const char wholeObject[] = R"({
     "memoryUsedMiB": 1024,
     "memoryFreeMiB": 23552,
     "speedGps": 123.45
+  },
+  "totals": {
+    "meanUsagePercent": 22.500,
+    "totalMemoryMiB": 49152,
+    "usedMemoryMiB": 1024,
+    "hottestCelsius": 60
   }
 }
 )";
@@ -116,7 +122,8 @@ const char emptyObject[] = R"({
   "ageSeconds": null,
   "publishedAt": null,
   "gpus": [],
-  "summary": null
+  "summary": null,
+  "totals": null
 }
 )";
 
