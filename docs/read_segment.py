@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Reads the GPU list that qzGpuInfo publishes: `read_segment.py [PATH]`. What the bytes mean: segment.md."""
+"""Reads the GPU list that qzGpuInfo publishes: `read_segment.py [PATH [USER]]`. The bytes are described in segment.md."""
 
-import fcntl, os, stat, struct, sys, time
+import fcntl, os, pwd, stat, struct, sys, time
 
 F_OFD_GETLK = 36
 FLAGS = ("attached", "published", "measuring")  # record locks of living companions, from byte 2^62 on
@@ -30,12 +30,22 @@ def is_mapped(user):
         return any(first <= user < first + count for first, _, count in (map(int, line.split()) for line in file))
 
 
-def locked_bytes(path, seconds=1.0):
-    """The segment's 7472 bytes, copied under its lock, their age in seconds (below 0: dated ahead), and its flags."""
+def user_id(name):
+    """The number of a user; without a name, of the one who reads."""
+    try:
+        return os.geteuid() if name is None else pwd.getpwnam(name).pw_uid
+    except KeyError:
+        raise ValueError(f"unknown user '{name}'") from None
+
+
+def locked_bytes(path, seconds=1.0, user=None):
+    """The segment's 7472 bytes, copied under its lock, their age in seconds (below 0: dated ahead), and its flags.
+    Refuses the segment of anyone but `user`, by default the one who reads."""
+    owner = user_id(user)
     guards = os.O_NOFOLLOW | os.O_NONBLOCK
     with open(path, "rb", buffering=0, opener=lambda name, flags: os.open(name, flags | guards)) as file:
         info = os.fstat(file.fileno())
-        if (info.st_mode, info.st_uid, info.st_nlink > 1) != (stat.S_IFREG | 0o600, os.geteuid(), False):
+        if (info.st_mode, info.st_uid, info.st_nlink > 1) != (stat.S_IFREG | 0o600, owner, False):
             raise ValueError("not a segment of this user's alone")
         if not is_mapped(info.st_uid):
             raise ValueError("this user namespace cannot tell whose segment it is")
@@ -72,7 +82,8 @@ def gpus(data):
 
 if __name__ == "__main__":
     try:
-        block, age, flags = locked_bytes(sys.argv[1] if len(sys.argv) > 1 else "/dev/shm/qzGpuInfo_v2")
+        segment = sys.argv[1] if len(sys.argv) > 1 else "/dev/shm/qzGpuInfo_v2"
+        block, age, flags = locked_bytes(segment, user=sys.argv[2] if len(sys.argv) > 2 else None)
         print(f"published {age:.1f} s ago" + ("" if fresh(age, flags) else ", stale"), *gpus(block), sep="\n")
     except (OSError, ValueError) as error:
         sys.exit(f"read_segment.py: {error}")

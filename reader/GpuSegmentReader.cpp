@@ -40,10 +40,10 @@ SegmentResult failure(GpuSnapshot& snapshot, int error) {
     }
 }
 
-SegmentResult checkObject(const struct stat& info) {
+SegmentResult checkObject(const struct stat& info, uid_t owner) {
     if (!S_ISREG(info.st_mode))
         return SegmentResult::Foreign;
-    if (info.st_uid != ::geteuid() || !isMappedUser(info.st_uid))
+    if (info.st_uid != owner || !isMappedUser(info.st_uid))
         return SegmentResult::PermissionDenied;
     if (info.st_nlink > 1)
         return SegmentResult::Foreign;
@@ -120,7 +120,7 @@ struct Attempt {
     bool nameMoved; ///< the object lost its name meanwhile: it may have been replaced by another
 };
 
-Attempt readOnce(const char* path, Clock::time_point deadline, GpuSnapshot& snapshot) {
+Attempt readOnce(const char* path, uid_t owner, Clock::time_point deadline, GpuSnapshot& snapshot) {
     // O_NONBLOCK: a FIFO under the name would otherwise keep `open` waiting for a writer.
     const FileDescriptor file(::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file.isOpen())
@@ -129,7 +129,7 @@ Attempt readOnce(const char* path, Clock::time_point deadline, GpuSnapshot& snap
     struct stat info{};
     if (::fstat(file.get(), &info) != 0)
         return {failure(snapshot, errno), false};
-    SegmentResult result = checkObject(info);
+    SegmentResult result = checkObject(info, owner);
     if (result != SegmentResult::Ok && result != SegmentResult::TooSmall)
         return {result, false};
 
@@ -174,8 +174,8 @@ const char* segmentResultText(SegmentResult result) noexcept {
     return "unknown result";
 }
 
-GpuSegmentReader::GpuSegmentReader(std::string directory, const std::string& key)
-    : segmentPath(std::move(directory) + "/" + key) {}
+GpuSegmentReader::GpuSegmentReader(std::string directory, const std::string& key, std::optional<uid_t> owner)
+    : segmentPath(std::move(directory) + "/" + key), segmentOwner(owner) {}
 
 SegmentResult GpuSegmentReader::read(GpuSnapshot& snapshot, std::chrono::milliseconds lockWait) const {
     const auto deadline = deadlineAfter(lockWait);
@@ -183,7 +183,8 @@ SegmentResult GpuSegmentReader::read(GpuSnapshot& snapshot, std::chrono::millise
     Attempt attempt{};
     for (int i = 0; i <= mostReplacements; ++i) {
         snapshot = GpuSnapshot{};
-        attempt = readOnce(segmentPath.c_str(), deadline, snapshot);
+        attempt =
+            readOnce(segmentPath.c_str(), segmentOwner ? *segmentOwner : ::geteuid(), deadline, snapshot);
         if (!attempt.nameMoved)
             break;
     }

@@ -3,7 +3,10 @@
 
 #include <chrono>
 #include <cstddef>
+#include <optional>
 #include <string>
+
+#include <sys/types.h>
 
 #include "gpu/GpuInfoBlock.h"
 
@@ -15,7 +18,7 @@ enum class SegmentResult {
     Foreign,          ///< another layout version, impossible counts, or not a plain file with one name
     TooSmall,         ///< fewer bytes than a block has
     Locked,           ///< somebody else held the lock for the whole time allowed
-    PermissionDenied, ///< not readable, or not this user's alone: its bytes are not trusted
+    PermissionDenied, ///< not readable, or not the expected user's alone: its bytes are not trusted
     IoError,          ///< the system refused an operation; `GpuSnapshot::systemError` tells which error
 };
 
@@ -26,7 +29,7 @@ const char* segmentResultText(SegmentResult result) noexcept;
 struct GpuSnapshot {
     GpuInfoBlock block; ///< see `parseSegment` for what is guaranteed of it
 
-    bool opened = false; ///< an object of this user was there; what follows is meaningful then
+    bool opened = false; ///< an object of the expected user was there; what follows is meaningful then
 
     bool writerAttached = false; ///< a living process may publish on it
     bool published = false;      ///< a living process has published on it
@@ -64,7 +67,10 @@ class GpuSegmentReader {
   public:
     static constexpr std::chrono::milliseconds defaultLockWait{1000};
 
-    explicit GpuSegmentReader(std::string directory = "/dev/shm", const std::string& key = segmentKey);
+    /// `owner`: the user whose segment is read, by default the effective user of the reading process. The
+    /// segment of anyone else is refused with `PermissionDenied`.
+    explicit GpuSegmentReader(std::string directory = "/dev/shm", const std::string& key = segmentKey,
+                              std::optional<uid_t> owner = {});
 
     /// Copies the block out under the segment's lock, waiting for that at most `lockWait` (below zero: not at
     /// all). Never writes, never blocks on anything but that wait, never waits on an object that is no plain
@@ -76,4 +82,5 @@ class GpuSegmentReader {
 
   private:
     std::string segmentPath;
+    std::optional<uid_t> segmentOwner;
 };

@@ -5,6 +5,7 @@ import fcntl
 import importlib
 import json
 import os
+import pwd
 import re
 import subprocess
 import sys
@@ -41,8 +42,8 @@ class ReadSegment(unittest.TestCase):
             # The command takes a name of 64 bytes without an end for one of 63; so long a name is never published.
             self.assertEqual({**mine, "name": mine["name"][:63]}, {key: theirs[name] for key, name in names.items()})
 
-    def run_program(self, path):
-        return subprocess.run([PATH, path], capture_output=True, text=True, timeout=20)
+    def run_program(self, path, *user):
+        return subprocess.run([PATH, path, *user], capture_output=True, text=True, timeout=20)
 
     def test_as_a_program(self):
         for flags, end in ((WRITER, ""), ((ATTACHED,), ", stale")):
@@ -125,6 +126,19 @@ class ReadSegment(unittest.TestCase):
             result = subprocess.run([*namespace, sys.executable, PATH, segment.path], capture_output=True, text=True, timeout=20)
             self.assertEqual((result.returncode, result.stdout), (1, ""))
             self.assertIn("cannot tell whose segment", result.stderr)
+
+    def test_the_segment_of_a_named_user(self):
+        mine = pwd.getpwuid(os.geteuid()).pw_name
+        other = "daemon" if mine != "daemon" else "bin"
+        with Segment(BLOCK) as segment:
+            self.assertEqual(reader.locked_bytes(segment.path, user=mine)[0], BLOCK)
+            self.assertEqual(self.run_program(segment.path, mine).returncode, 0)
+            for user, reason in ((other, "not a segment of this user's alone"), ("no-such-user", "unknown user 'no-such-user'")):
+                result = self.run_program(segment.path, user)
+                self.assertEqual((result.returncode, result.stdout, result.stderr), (1, "", f"read_segment.py: {reason}\n"))
+            if os.geteuid() == 0:
+                os.chown(segment.path, pwd.getpwnam(other).pw_uid, -1)
+                self.assertEqual(reader.locked_bytes(segment.path, user=other)[0], BLOCK)
 
     def test_a_shared_lock_is_a_lock(self):
         with Segment(BLOCK) as segment, open(segment.path, "rb") as other:

@@ -2,6 +2,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -108,6 +109,29 @@ class test_GpuSegmentReader : public QObject {
         GpuSnapshot snapshot;
         QTEST(GpuSegmentReader(file.directory()).read(snapshot), "result");
         QCOMPARE(snapshot.opened, mode == 0600);
+    }
+
+    void onlyTheSegmentOfTheExpectedUser() {
+        const SegmentFile file;
+        GpuSnapshot snapshot;
+        const auto readFor = [&](std::optional<uid_t> owner) {
+            return GpuSegmentReader(file.directory(), segmentKey, owner).read(snapshot);
+        };
+        QCOMPARE(readFor(::geteuid()), SegmentResult::Ok);
+        QCOMPARE(readFor(::geteuid() + 1), SegmentResult::PermissionDenied);
+        QVERIFY(!snapshot.opened);
+    }
+
+    void rootReadsForAnotherUser() {
+        constexpr uid_t other = 1;
+        const SegmentFile file;
+        if (::chown(file.path().c_str(), other, static_cast<gid_t>(-1)) != 0)
+            QSKIP("SKIPPED: only root can give a file to another user");
+        GpuSnapshot snapshot;
+        QCOMPARE(GpuSegmentReader(file.directory(), segmentKey, other).read(snapshot), SegmentResult::Ok);
+        for (const std::optional<uid_t> owner : {std::optional<uid_t>(), std::optional<uid_t>(0)})
+            QCOMPARE(GpuSegmentReader(file.directory(), segmentKey, owner).read(snapshot),
+                     SegmentResult::PermissionDenied);
     }
 
     void aSnapshotIsFilledAfresh() {
