@@ -26,9 +26,11 @@ void reopenNonBlocking(int descriptor) {
     const bool isPipe = fstat(descriptor, &info) == 0 && S_ISFIFO(info.st_mode);
     if (!isPipe && isatty(descriptor) != 1)
         return;
+    const int flags = fcntl(descriptor, F_GETFL);
+    if (flags < 0)
+        return;
     const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
-    const int flags = fcntl(descriptor, F_GETFL) | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    const FileDescriptor reopened(open(path.c_str(), flags));
+    const FileDescriptor reopened(open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (reopened.isOpen())
         dup2(reopened.get(), descriptor);
 }

@@ -356,6 +356,24 @@ class TestOutput : public QObject {
         QCOMPARE(errors->drain(), QByteArray());
     }
 
+    /// As a sandbox that filters system calls may do it.
+    void flagsThatCannotBeRead() {
+        const auto output = OutputChannel::make("pipe");
+        const auto errors = OutputChannel::make("pipe");
+        const int result = runWith(
+            output->writing, errors->writing,
+            [] {
+                if (!refuse(SYS_fcntl, F_GETFL, EPERM, 1))
+                    return notPossible;
+                const NonBlockingOutput nonBlocking;
+                printLine("line");
+                return 0;
+            },
+            reopened);
+        QCOMPARE(result, 0);
+        QCOMPARE(output->drain(), QByteArray("line\n"));
+    }
+
     /// A file's place is shared with others who write there: `{ qzGpuInfo; date; } > file`.
     void aFileIsNotReopened() {
         CaptureStdout output;
