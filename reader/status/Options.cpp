@@ -1,7 +1,10 @@
 #include "reader/status/Options.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
-#include <optional>
+
+#include <CLI/CLI.hpp>
 
 namespace qzstatus {
 
@@ -9,121 +12,73 @@ namespace {
 
 constexpr double longestTime = 1e9;
 
-/// Digits with at most one decimal point, between `least` and `most`.
-std::optional<double> secondsOf(std::string_view text, double least, double most) {
-    if (text.empty() || text.size() > 20 || text.find_first_not_of("0123456789.") != std::string_view::npos ||
-        text.find_first_of("0123456789") == std::string_view::npos || text.find('.') != text.rfind('.'))
-        return std::nullopt;
-    const double seconds = std::strtod(std::string(text).c_str(), nullptr);
-    if (seconds < least || seconds > most)
-        return std::nullopt;
-    return seconds;
+/// Accepts digits with at most one decimal point, from `least` seconds on: neither signs nor exponents, "nan"
+/// or "inf".
+CLI::Validator seconds(double least) {
+    return {[least](const std::string& text) -> std::string {
+                const bool isNumber = text.size() <= 20 &&
+                                      text.find_first_not_of("0123456789.") == std::string::npos &&
+                                      text.find_first_of("0123456789") != std::string::npos &&
+                                      text.find('.') == text.rfind('.');
+                const double value = isNumber ? std::strtod(text.c_str(), nullptr) : -1.0;
+                return value >= least && value <= longestTime ? ""
+                                                              : "not a number of seconds: '" + text + "'";
+            },
+            ""};
 }
 
-class Parser {
-  public:
-    explicit Parser(const std::vector<std::string_view>& commandLine) : arguments(commandLine) {}
+/// What the parser would accept and this command does not: an empty argument, "--" (no arguments follow the
+/// options), and "=" with nothing behind it, for which it would take the next argument.
+bool isRefused(std::string_view argument) {
+    return argument.empty() || argument == "--" ||
+           (argument.substr(0, 2) == "--" && argument.find('=') == argument.size() - 1);
+}
 
-    ParsedOptions parse() {
-        while (next < arguments.size() && parsed.error.empty())
-            takeOption(arguments[next++]);
-        if (parsed.error.empty() && !parsed.options.output.empty() && form() == Form::Watch)
-            parsed.error = "--output cannot be used with --watch";
-        return parsed;
-    }
+/// An option that may be repeated: the last one counts.
+template <class Value>
+CLI::Option* addValue(CLI::App& app, const char* name, const char* what, Value& target) {
+    return app.add_option(name, target)->type_name(what)->take_last();
+}
 
-  private:
-    Form& form() { return parsed.options.form; }
+void addOptions(CLI::App& app, Options& options) {
+    const auto addForm = [&](const char* name, Form form) {
+        return app.add_flag_callback(name, [&options, form] { options.form = form; })
+            ->disable_flag_override();
+    };
+    CLI::Option* const watch = addValue(app, "--watch", "SECONDS", options.watchSeconds);
+    watch->check(seconds(0.1))->expected(0, 1)->default_str(std::to_string(options.watchSeconds));
+    watch->each([&options](const std::string&) { options.form = Form::Watch; });
 
-    void takeOption(std::string_view argument) {
-        const auto equals = argument.find('=');
-        const std::string_view name = argument.substr(0, equals);
-        inlineValue =
-            equals == std::string_view::npos ? std::nullopt : std::optional(argument.substr(equals + 1));
+    const std::array forms{watch, addForm("--json", Form::Json), addForm("--prometheus", Form::Prometheus),
+                           addForm("-h,--help", Form::Help), addForm("--version", Form::Version)};
+    for (auto first = forms.begin(); first != forms.end(); ++first)
+        std::for_each(first + 1, forms.end(), [first](CLI::Option* other) { (*first)->excludes(other); });
 
-        Options& options = parsed.options;
-        if (name == "--json")
-            takeForm(name, Form::Json);
-        else if (name == "--prometheus")
-            takeForm(name, Form::Prometheus);
-        else if (name == "--help" || name == "-h")
-            takeForm(name, Form::Help);
-        else if (name == "--version")
-            takeForm(name, Form::Version);
-        else if (name == "--watch")
-            takeWatch();
-        else if (name == "--wait")
-            takeSeconds(name, 0.0, options.waitSeconds);
-        else if (name == "--max-age")
-            takeSeconds(name, 0.0, options.maxAgeSeconds);
-        else if (name == "--output")
-            takeText(name, options.output);
-        else if (name == "--directory")
-            takeText(name, options.directory);
-        else
-            parsed.error = "unknown argument '" + std::string(argument) + "'";
-    }
-
-    void takeForm(std::string_view name, Form wanted) {
-        if (inlineValue)
-            parsed.error = std::string(name) + " takes no value";
-        else if (form() != Form::Table && form() != wanted)
-            parsed.error = std::string(name) + " cannot be used with another form of output";
-        else
-            form() = wanted;
-    }
-
-    void takeWatch() {
-        if (!inlineValue && next < arguments.size() &&
-            secondsOf(arguments[next], 0.0, longestTime).has_value())
-            inlineValue = arguments[next++];
-        const auto seconds = inlineValue;
-        inlineValue.reset();
-        takeForm("--watch", Form::Watch);
-        if (seconds && parsed.error.empty()) {
-            inlineValue = seconds;
-            takeSeconds("--watch", 0.1, parsed.options.watchSeconds);
-        }
-    }
-
-    /// The text behind "=", else the next argument; an error when there is none.
-    std::string_view value(std::string_view name) {
-        if (inlineValue)
-            return *inlineValue;
-        if (next < arguments.size())
-            return arguments[next++];
-        parsed.error = std::string(name) + " needs a value";
-        return {};
-    }
-
-    void takeText(std::string_view name, std::string& target) {
-        target = value(name);
-        if (target.empty() && parsed.error.empty())
-            parsed.error = std::string(name) + " needs a value";
-    }
-
-    template <class Target>
-    void takeSeconds(std::string_view name, double least, Target& target) {
-        const std::string_view text = value(name);
-        if (!parsed.error.empty())
-            return;
-        if (const auto given = secondsOf(text, least, longestTime)) {
-            const double seconds = *given;
-            target = seconds;
-        } else
-            parsed.error = std::string(name) + " needs a number of seconds, not '" + std::string(text) + "'";
-    }
-
-    const std::vector<std::string_view>& arguments;
-    std::size_t next = 0;
-    std::optional<std::string_view> inlineValue; ///< the text behind "=" of the option at hand
-    ParsedOptions parsed;
-};
+    addValue(app, "--wait", "SECONDS", options.waitSeconds)->check(seconds(0.0));
+    addValue(app, "--max-age", "SECONDS", options.maxAgeSeconds)->check(seconds(0.0));
+    addValue(app, "--directory", "DIR", options.directory);
+    addValue(app, "--output", "FILE", options.output)->excludes(watch);
+}
 
 } // namespace
 
-ParsedOptions parseOptions(const std::vector<std::string_view>& arguments) {
-    return Parser(arguments).parse();
+ParsedOptions parseOptions(const std::vector<std::string_view>& commandLine) {
+    ParsedOptions parsed;
+    if (const auto bad = std::find_if(commandLine.begin(), commandLine.end(), isRefused);
+        bad != commandLine.end()) {
+        parsed.error = "an argument without meaning: '" + std::string(*bad) + "'";
+        return parsed;
+    }
+    CLI::App app;
+    app.set_help_flag(); // ours excludes other forms
+    addOptions(app, parsed.options);
+    try {
+        app.parse(
+            std::vector<std::string>(commandLine.rbegin(), commandLine.rend())); // the last argument first
+    } catch (const CLI::Error& error) {
+        parsed.error = error.what();
+    }
+    return parsed;
 }
 
 const char* helpText() {

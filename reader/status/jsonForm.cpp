@@ -1,6 +1,8 @@
-#include <cstdio>
+#include <cmath>
+#include <cstdlib>
 
-#include "reader/status/displayText.h"
+#include <nlohmann/json.hpp>
+
 #include "reader/status/forms.h"
 #include "reader/status/totals.h"
 
@@ -8,136 +10,100 @@ namespace qzstatus {
 
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 constexpr int jsonFormatVersion = 1; ///< rises when a member changes its meaning or goes
 
-std::string quoted(const std::string& bytes) {
-    std::string text = "\"";
-    for (const char32_t codePoint : decodeUtf8(bytes)) {
-        if (codePoint == '"' || codePoint == '\\') {
-            text += '\\';
-            appendUtf8(text, codePoint);
-        } else if (isControl(codePoint)) {
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(codePoint));
-            text += escape;
-        } else {
-            appendUtf8(text, codePoint);
-        }
-    }
-    return text + "\"";
+/// Rounded to a thousandth: a float's or a clock's further digits mean nothing.
+double rounded(double value) {
+    constexpr double steps = 1000.0;
+    return std::round(value * steps) / steps;
 }
 
-std::string json(const std::string& value) {
-    return quoted(value);
-}
-std::string json(bool value) {
-    return value ? "true" : "false";
-}
-std::string json(std::int32_t value) {
-    return std::to_string(value);
-}
-std::string json(std::int64_t value) {
-    return std::to_string(value);
-}
-std::string json(float value) {
-    return shortestText(value);
-}
-std::string json(double value) {
-    char text[64];
-    std::snprintf(text, sizeof text, "%.3f", value);
-    return text;
+template <class Value>
+Json orNull(const std::optional<Value>& value) {
+    return value ? Json(*value) : Json();
 }
 
-template <class T>
-std::string json(const std::optional<T>& value) {
-    return value ? json(*value) : "null";
+Json roundedOrNull(const std::optional<double>& value) {
+    return value ? Json(rounded(*value)) : Json();
 }
 
-/// The members of one object, in the order they are added.
-class JsonObject {
-  public:
-    explicit JsonObject(std::string outerIndent) : indent(std::move(outerIndent)) {}
-
-    template <class T>
-    void add(const char* name, const T& value) {
-        addRaw(name, json(value));
-    }
-
-    void addRaw(const char* name, const std::string& value) {
-        members += (members.empty() ? "\n" : ",\n") + indent + "  " + quoted(name) + ": " + value;
-    }
-
-    std::string text() const { return "{" + members + "\n" + indent + "}"; }
-
-  private:
-    std::string indent;
-    std::string members;
-};
-
-void addFigures(JsonObject& object, const GpuView& gpu) {
-    object.add("usagePercent", gpu.usagePercent);
-    object.add("temperatureCelsius", gpu.temperatureCelsius);
-    object.add("memoryTotalMiB", gpu.memoryTotalMiB);
-    object.add("memoryUsedMiB", gpu.memoryUsedMiB);
-    object.add("memoryFreeMiB", gpu.memoryFreeMiB);
-    object.add("speedGps", gpu.speedGps);
+/// The number with the float's own digits: converted as it is, 123.45 would become 123.44999694824219.
+Json speedOrNull(const std::optional<float>& speed) {
+    return speed ? Json(std::strtod(shortestText(*speed).c_str(), nullptr)) : Json();
 }
 
-std::string gpuJson(std::size_t index, const GpuView& gpu) {
-    JsonObject object("    ");
-    object.add("index", static_cast<std::int32_t>(index));
-    object.add("name", gpu.name);
-    object.add("kind", gpu.kind);
-    object.add("kindCode", gpu.kindCode);
-    object.add("deviceIndex", gpu.deviceIndex);
-    object.add("listed", gpu.listed);
-    object.add("figuresValid", gpu.answering);
-    object.add("openclMatched", gpu.openclMatched);
-    object.add("optixCapable", gpu.optixCapable);
-    object.add("amdRayTracing", gpu.amdRayTracing);
+void addFigures(Json& object, const GpuView& gpu) {
+    object["usagePercent"] = orNull(gpu.usagePercent);
+    object["temperatureCelsius"] = orNull(gpu.temperatureCelsius);
+    object["memoryTotalMiB"] = orNull(gpu.memoryTotalMiB);
+    object["memoryUsedMiB"] = orNull(gpu.memoryUsedMiB);
+    object["memoryFreeMiB"] = orNull(gpu.memoryFreeMiB);
+    object["speedGps"] = speedOrNull(gpu.speedGps);
+}
+
+Json gpuJson(std::size_t index, const GpuView& gpu) {
+    Json object;
+    object["index"] = index;
+    object["name"] = gpu.name;
+    object["kind"] = gpu.kind;
+    object["kindCode"] = gpu.kindCode;
+    object["deviceIndex"] = gpu.deviceIndex;
+    object["listed"] = gpu.listed;
+    object["figuresValid"] = gpu.answering;
+    object["openclMatched"] = gpu.openclMatched;
+    object["optixCapable"] = gpu.optixCapable;
+    object["amdRayTracing"] = gpu.amdRayTracing;
     addFigures(object, gpu);
-    return object.text();
+    return object;
 }
 
-std::string gpusJson(const std::vector<GpuView>& gpus) {
-    std::string text;
+Json gpusJson(const std::vector<GpuView>& gpus) {
+    Json list = Json::array();
     for (std::size_t i = 0; i < gpus.size(); ++i)
-        text += (i == 0 ? "\n    " : ",\n    ") + gpuJson(i, gpus[i]);
-    return gpus.empty() ? "[]" : "[" + text + "\n  ]";
+        list.push_back(gpuJson(i, gpus[i]));
+    return list;
 }
 
-std::string summaryJson(const GpuView& summary) {
-    JsonObject object("  ");
-    addFigures(object, summary);
-    return object.text();
+Json summaryJson(const std::optional<GpuView>& summary) {
+    Json object;
+    if (summary)
+        addFigures(object, *summary);
+    return object;
 }
 
-std::string totalsJson(const Totals& totals) {
-    JsonObject object("  ");
-    object.add("meanUsagePercent", totals.meanUsagePercent);
-    object.add("totalMemoryMiB", totals.totalMemoryMiB);
-    object.add("usedMemoryMiB", totals.usedMemoryMiB);
-    object.add("hottestCelsius", totals.hottestCelsius);
-    return object.text();
+Json totalsJson(const std::vector<GpuView>& gpus) {
+    if (gpus.empty())
+        return {};
+    const Totals totals = totalsOf(gpus);
+    Json object;
+    object["meanUsagePercent"] = roundedOrNull(totals.meanUsagePercent);
+    object["totalMemoryMiB"] = orNull(totals.totalMemoryMiB);
+    object["usedMemoryMiB"] = orNull(totals.usedMemoryMiB);
+    object["hottestCelsius"] = orNull(totals.hottestCelsius);
+    return object;
 }
 
 } // namespace
 
 std::string jsonForm(const StatusReport& report) {
-    JsonObject object("");
-    object.add("formatVersion", std::int32_t{jsonFormatVersion});
-    object.add("state", std::string(stateName(report.state)));
-    object.add("message", report.message);
-    object.add("segment", report.segmentPath);
-    object.add("writerAttached", report.writerAttached);
-    object.add("published", report.published);
-    object.add("measuring", report.measuring);
-    object.add("ageSeconds", report.ageSeconds);
-    object.add("publishedAt", report.publishedAt);
-    object.addRaw("gpus", gpusJson(report.gpus));
-    object.addRaw("summary", report.summary ? summaryJson(*report.summary) : "null");
-    object.addRaw("totals", report.gpus.empty() ? "null" : totalsJson(totalsOf(report.gpus)));
-    return object.text() + "\n";
+    Json object;
+    object["formatVersion"] = jsonFormatVersion;
+    object["state"] = stateName(report.state);
+    object["message"] = report.message;
+    object["segment"] = report.segmentPath;
+    object["writerAttached"] = report.writerAttached;
+    object["published"] = report.published;
+    object["measuring"] = report.measuring;
+    object["ageSeconds"] = roundedOrNull(report.ageSeconds);
+    object["publishedAt"] = roundedOrNull(report.publishedAt);
+    object["gpus"] = gpusJson(report.gpus);
+    object["summary"] = summaryJson(report.summary);
+    object["totals"] = totalsJson(report.gpus);
+    // Everything beyond ASCII is escaped: a terminal may obey the control characters among it.
+    constexpr bool onlyAscii = true;
+    return object.dump(2, ' ', onlyAscii, Json::error_handler_t::replace) + "\n";
 }
 
 } // namespace qzstatus

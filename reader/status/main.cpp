@@ -10,6 +10,7 @@
 #include "reader/status/Options.h"
 #include "reader/status/StatusReport.h"
 #include "reader/status/Terminal.h"
+#include "reader/status/displayText.h"
 #include "reader/status/exitCodes.h"
 #include "reader/status/forms.h"
 #include "reader/status/output.h"
@@ -93,13 +94,12 @@ int main(int argc, char* argv[]) {
     std::signal(SIGXFSZ, SIG_IGN);
 
     const std::vector<std::string_view> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
-    const ParsedOptions parsed = parseOptions(arguments);
-    if (!parsed.error.empty()) {
-        complain(parsed.error + "; see qzGpuStatus --help");
-        return ExitCode_Usage;
-    }
     try {
-        return run(parsed.options);
+        const ParsedOptions parsed = parseOptions(arguments);
+        if (parsed.error.empty())
+            return run(parsed.options);
+        complain(displayText(parsed.error).text + "; see qzGpuStatus --help");
+        return ExitCode_Usage;
     } catch (const std::exception& error) { // out of memory
         complain(error.what());
         return ExitCode_NotReadable;
