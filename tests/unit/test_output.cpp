@@ -40,7 +40,6 @@ class TestOutput : public QObject {
 
   private slots:
     void linesAndFlushes_data() { addChannels(); }
-
     void linesAndFlushes() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
@@ -65,7 +64,6 @@ class TestOutput : public QObject {
     }
 
     void fullFromTheStart_data() { addChannels(); }
-
     void fullFromTheStart() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
@@ -88,9 +86,7 @@ class TestOutput : public QObject {
     }
 
     void fillsLater_data() { addChannels(); }
-
-    /// Every line that arrives is whole, the rest is counted, and those printed after the reader is back
-    /// arrive.
+    /// Every line that arrives is whole, the rest is counted, and lines after the reader is back arrive.
     void fillsLater() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
@@ -137,7 +133,6 @@ class TestOutput : public QObject {
     }
 
     void longLines_data() { addChannels(); }
-
     /// What only begins to fit is cut; whatever comes next starts on a line of its own.
     void longLines() {
         QFETCH(QByteArray, kind);
@@ -205,7 +200,6 @@ class TestOutput : public QObject {
     }
 
     void aLibrarysUnfinishedLineKeepsItsPlace_data() { addChannels(); }
-
     void aLibrarysUnfinishedLineKeepsItsPlace() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
@@ -226,7 +220,6 @@ class TestOutput : public QObject {
     }
 
     void aLibrarysUnfinishedLineIsDropped_data() { addChannels(); }
-
     void aLibrarysUnfinishedLineIsDropped() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
@@ -283,7 +276,6 @@ class TestOutput : public QObject {
     }
 
     void errorsGoTheSameWay_data() { addChannels(); }
-
     void errorsGoTheSameWay() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
