@@ -125,8 +125,11 @@ std::string gpuFamilies(const StatusReport& report) {
 } // namespace
 
 std::string prometheusForm(const StatusReport& report) {
-    std::string text = single("qzgpuinfo_up", "1 while a companion publishes fresh data, else 0.",
-                              flag(report.state == ReportState::Ok));
+    std::string text = head("qzgpuinfo_build_info",
+                            "Version of the qzGpuStatus that made this text; the value is always 1.") +
+                       "qzgpuinfo_build_info{version=\"" QZGPUINFO_VERSION "\"} 1\n";
+    text += single("qzgpuinfo_up", "1 while a companion publishes fresh data, else 0.",
+                   flag(report.state == ReportState::Ok));
     text += single("qzgpuinfo_writer_attached", "1 while some process keeps the published list alive.",
                    flag(report.writerAttached));
     text +=

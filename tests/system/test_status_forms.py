@@ -192,7 +192,7 @@ class Prometheus(unittest.TestCase):
     def test_whole(self):
         families = self.families(block([RTX, IDLE], [NAVI], summary=SUMMARY))
         self.assertEqual(list(families), [
-            "qzgpuinfo_up", "qzgpuinfo_writer_attached", "qzgpuinfo_measuring",
+            "qzgpuinfo_build_info", "qzgpuinfo_up", "qzgpuinfo_writer_attached", "qzgpuinfo_measuring",
             "qzgpuinfo_data_age_seconds", "qzgpuinfo_data_timestamp_seconds", "qzgpuinfo_gpus", "qzgpuinfo_gpu_info", "qzgpuinfo_gpu_figures_valid",
             "qzgpuinfo_gpu_opencl_matched", "qzgpuinfo_gpu_optix_capable", "qzgpuinfo_gpu_amd_ray_tracing",
             "qzgpuinfo_gpu_usage_ratio", "qzgpuinfo_gpu_temperature_celsius", "qzgpuinfo_gpu_memory_total_bytes",

@@ -15,7 +15,11 @@ StatusReport attachedReport() {
 
 /// What does not depend on the GPUs, but for the data's age.
 QByteArray aboutCompanion(bool up, bool attached, bool measuring = false) {
-    return "# HELP qzgpuinfo_up 1 while a companion publishes fresh data, else 0.\n"
+    return "# HELP qzgpuinfo_build_info Version of the qzGpuStatus that made this text; the value is always "
+           "1.\n"
+           "# TYPE qzgpuinfo_build_info gauge\n"
+           "qzgpuinfo_build_info{version=\"" QZGPUINFO_VERSION "\"} 1\n"
+           "# HELP qzgpuinfo_up 1 while a companion publishes fresh data, else 0.\n"
            "# TYPE qzgpuinfo_up gauge\n"
            "qzgpuinfo_up " +
            QByteArray::number(up) +
