@@ -1,10 +1,20 @@
 #include "simulator/lib/Machine.h"
 
+#include <algorithm>
+
 #include "simulator/lib/readSections.h"
 
 namespace qzsim {
 
 namespace {
+
+/// Sections that change what follows from the others, in the order in which they are looked at.
+constexpr std::string_view lateSections[] = {"pci", "kernel", "node", "proc"};
+
+bool isLate(const Section& section) {
+    return std::find(std::begin(lateSections), std::end(lateSections), section.name) !=
+           std::end(lateSections);
+}
 
 void readMachineSection(SectionReader& section, Machine& machine) {
     machine.summary = section.text("summary", "");
@@ -59,6 +69,8 @@ void readSection(const Section& section, Machine& machine, LibraryChoice& librar
     } else if (section.name == "libraries") {
         libraries = readLibraries(reader);
     } else if (section.name == "nvml") {
+        machine.driverVersion = reader.text("driver_version", machine.driverVersion);
+        machine.nvmlVersion = reader.text("nvml_version", machine.nvmlVersion);
         machine.reportedNvmlDevices = readReportedDevices(reader);
     } else if (section.name == "cuda") {
         machine.reportedCudaDevices = readReportedDevices(reader);
@@ -93,6 +105,44 @@ void deriveCudaDevices(Machine& machine) {
             machine.cudaDevices.push_back({gpu.name, gpu.pci, *gpu.compute, true, true});
 }
 
+/// `[kernel] modules`, in place of those that follow from the drivers.
+void readKernel(SectionReader& section, Machine& machine) {
+    if (section.take("modules") != nullptr)
+        machine.modules = section.list("modules");
+    for (const std::string& module : machine.modules)
+        if (!isFileName(module))
+            throw DescriptionError(section.section().place, "not a module's name: " + module);
+    section.finish();
+}
+
+void readLateSections(const std::vector<Section>& sections, std::string_view name, Machine& machine) {
+    for (const Section& section : sections) {
+        if (section.name != name)
+            continue;
+        SectionReader reader(section);
+        if (name == "pci")
+            readPciDevice(reader, machine);
+        else if (name == "kernel")
+            readKernel(reader, machine);
+        else if (name == "node")
+            readNode(reader, machine);
+        else
+            readProc(reader, machine);
+    }
+}
+
+/// What the kernel shows of the GPUs: it follows from them, but for what the description states itself.
+void deriveKernelSide(const std::vector<Section>& sections, Machine& machine) {
+    derivePciDevices(machine);
+    readLateSections(sections, "pci", machine);
+    deriveModules(machine);
+    readLateSections(sections, "kernel", machine);
+    deriveNodes(machine);
+    readLateSections(sections, "node", machine);
+    deriveProcFiles(machine);
+    readLateSections(sections, "proc", machine);
+}
+
 void numberDevices(Machine& machine) {
     int index = 0;
     for (ClPlatform& platform : machine.openCl.platforms)
@@ -108,14 +158,17 @@ Machine parseMachine(std::string_view text, const std::string& file) {
     LibraryChoice libraries;
     bool hasNvidia = false;
     bool hasOpenCl = false;
-    for (const Section& section : parseDescription(text, file)) {
+    const std::vector<Section> sections = parseDescription(text, file);
+    for (const Section& section : sections) {
         hasNvidia = hasNvidia || section.name == "nvidia";
         hasOpenCl = hasOpenCl || section.name == "opencl" || section.name == "platform";
-        readSection(section, machine, libraries);
+        if (!isLate(section))
+            readSection(section, machine, libraries);
     }
     machine.libraries = chosenLibraries(libraries, hasNvidia, hasOpenCl);
     deriveCudaDevices(machine);
     numberDevices(machine);
+    deriveKernelSide(sections, machine);
     return machine;
 }
 

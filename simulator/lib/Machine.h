@@ -1,4 +1,4 @@
-// A simulated machine, as its description file tells it.
+// A simulated machine, as its description file states it.
 #pragma once
 
 #include <cstdint>
@@ -31,6 +31,10 @@ struct NvmlGpu {
     Figure memoryFree;
     Figure memoryUsed;
     bool hasHandle = true;
+    std::string uuid;
+    std::string vbiosVersion;
+    std::optional<bool> mig; ///< none: the GPU can't be partitioned
+    bool persistence = true;
     std::optional<ComputeCapability> compute; ///< none: CUDA does not see it
 };
 
@@ -97,6 +101,22 @@ struct Card {
     std::vector<std::string> connectors;
 };
 
+/// An entry of /sys/bus/pci/devices.
+struct PciDevice {
+    std::string address; ///< 0000:41:00.0
+    std::uint32_t classCode = 0x030000;
+    std::string vendor; ///< the file's text; empty if a card's own file is there
+    std::uint32_t device = 0;
+    std::string driver; ///< empty: none is bound
+    std::vector<SysfsFile> files;
+};
+
+/// A file in place of a device node: only its mode is of interest.
+struct DeviceNode {
+    std::string path; ///< below /dev
+    unsigned mode = 0666;
+};
+
 struct LibraryLink {
     std::string link; ///< the name that the program opens
     std::string file; ///< the stand-in's file
@@ -107,7 +127,9 @@ struct Machine {
     std::vector<std::string> processes;
     std::optional<std::string> osRelease; ///< none: no such file
     std::vector<LibraryLink> libraries;
-    bool fastRandom = false; ///< rand() is made cheap, for tests that run many benchmarks
+    bool fastRandom = false;                 ///< rand() is made cheap, for tests that run many benchmarks
+    std::string driverVersion = "550.54.14"; ///< NVIDIA's, as NVML reports it
+    std::string nvmlVersion = "12.550.54.14";
     std::optional<std::uint32_t> reportedNvmlDevices;
     std::vector<NvmlGpu> nvmlGpus;
     std::vector<CudaDevice> cudaDevices;
@@ -115,6 +137,10 @@ struct Machine {
     OpenClStack openCl;
     std::vector<std::string> drmEntries; ///< further names in /sys/class/drm
     std::vector<Card> cards;
+    std::vector<PciDevice> pciDevices;
+    std::vector<std::string> modules; ///< of the kernel
+    std::vector<DeviceNode> nodes;
+    std::vector<SysfsFile> procFiles; ///< with their paths below /proc
     std::vector<Fault> faults;
 };
 

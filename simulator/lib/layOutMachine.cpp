@@ -4,10 +4,14 @@
 //     sys/             to be /sys
 //     lib/             the vendor libraries, by the names under which they are opened
 //     preload/         the libraries to be preloaded
+//     dev/             files in place of device nodes
+//     proc/            files that stand over those of /proc
 //     os-release       to be /etc/os-release; missing if there is to be none
 //     processes        the names of further processes, one a line
 //     opencl-drivers/  only if kernels run on PoCL: an empty folder for its registration
 //     libRealOpenCL.so likewise: a copy of the library REAL_OPENCL
+#include <array>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -20,6 +24,8 @@ namespace {
 
 using namespace qzsim;
 namespace fs = std::filesystem;
+
+const fs::path pciFolder = "devices/pci0000:00";
 
 void writeFile(const fs::path& path, std::string_view bytes) {
     std::ofstream file(path, std::ios::binary);
@@ -61,7 +67,7 @@ fs::path makeDevice(const fs::path& sys, const Card& card) {
         fs::create_symlink("../../../devices/nowhere/" + card.address, entry);
         return {};
     case SysfsFile::Kind::Bytes: {
-        const fs::path device = fs::path("devices/pci0000:00") / card.address;
+        const fs::path device = pciFolder / card.address;
         fs::create_directories(sys / device);
         fs::create_symlink("../../.." / device, entry);
         return sys / device;
@@ -86,6 +92,52 @@ void writeCard(const fs::path& sys, const Card& card) {
         writeSysfsFile(device / file.path, file);
 }
 
+/// Links one folder of `sys` to another by its way up: `from` is as deep as its slashes say.
+void linkBelow(const fs::path& sys, const fs::path& from, const fs::path& to) {
+    fs::create_directories((sys / from).parent_path());
+    fs::create_symlink(to.lexically_relative(from.parent_path()), sys / from);
+}
+
+std::string hexadecimal(std::uint32_t value, int digits) {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "0x%0*x\n", digits, value);
+    return text.data();
+}
+
+void writePciDevice(const fs::path& sys, const PciDevice& device) {
+    const fs::path bus = "bus/pci";
+    const fs::path place = pciFolder / device.address;
+    fs::create_directories(sys / place);
+    linkBelow(sys, bus / "devices" / device.address, place);
+    writeFile(sys / place / "class", hexadecimal(device.classCode, 6));
+    writeFile(sys / place / "device", hexadecimal(device.device, 4));
+    if (!device.vendor.empty())
+        writeFile(sys / place / "vendor", device.vendor);
+    if (!device.driver.empty()) {
+        const fs::path driver = bus / "drivers" / device.driver;
+        fs::create_directories(sys / driver);
+        linkBelow(sys, place / "driver", driver);
+    }
+    for (const SysfsFile& file : device.files)
+        writeSysfsFile(sys / place / file.path, file);
+}
+
+void writeNodes(const fs::path& dev, const std::vector<DeviceNode>& nodes) {
+    fs::create_directory(dev);
+    for (const DeviceNode& node : nodes) {
+        fs::create_directories((dev / node.path).parent_path());
+        writeFile(dev / node.path, "");
+        fs::permissions(dev / node.path, static_cast<fs::perms>(node.mode));
+    }
+}
+
+void writeProc(const fs::path& proc, const std::vector<SysfsFile>& files) {
+    // There whether or not it is empty, so that the host's own is hidden.
+    fs::create_directories(proc / "driver");
+    for (const SysfsFile& file : files)
+        writeSysfsFile(proc / file.path, file);
+}
+
 void writeSys(const fs::path& sys, const Machine& machine) {
     fs::create_directories(sys / "class/drm");
     // The processor's own entries show through here, since PoCL looks at them.
@@ -95,6 +147,11 @@ void writeSys(const fs::path& sys, const Machine& machine) {
         fs::create_directory(sys / "class/drm" / entry);
     for (const Card& card : machine.cards)
         writeCard(sys, card);
+    fs::create_directories(sys / "bus/pci/devices");
+    for (const PciDevice& device : machine.pciDevices)
+        writePciDevice(sys, device);
+    for (const std::string& module : machine.modules)
+        fs::create_directories(sys / "module" / module);
 }
 
 /// Puts the library under its link's name, changed as the faults demand.
@@ -140,6 +197,8 @@ void layOut(const Machine& machine, const fs::path& folder, const std::string& r
     fs::create_directories(folder / "lib");
     fs::create_directory(folder / "preload");
     writeSys(folder / "sys", machine);
+    writeNodes(folder / "dev", machine.nodes);
+    writeProc(folder / "proc", machine.procFiles);
     for (const LibraryLink& library : machine.libraries)
         writeLibrary(folder / "lib" / library.link, standIns / library.file, library, machine.faults);
     fs::create_symlink(standIns / "libqzsim-sysfs.so", folder / "preload/libqzsim-sysfs.so");

@@ -1,4 +1,4 @@
-// Stand-in for libnvidia-ml.so.1: the ten functions that the program uses, with the published ABI.
+// Stand-in for libnvidia-ml.so.1: the functions that the program and the doctor use, with the published ABI.
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
@@ -17,6 +17,8 @@ enum : nvmlReturn_t {
     NVML_SUCCESS = 0,
     NVML_ERROR_UNINITIALIZED = 1,
     NVML_ERROR_INVALID_ARGUMENT = 2,
+    NVML_ERROR_NOT_SUPPORTED = 3,
+    NVML_ERROR_INSUFFICIENT_SIZE = 7,
 };
 
 /// Version 3 of the record.
@@ -75,6 +77,35 @@ nvmlReturn_t checkDevice(const char* function, int index, bool hasRoom) {
         return NVML_ERROR_INVALID_ARGUMENT;
     }
     return NVML_SUCCESS;
+}
+
+/// A text with its terminator, as NVML hands it over.
+nvmlReturn_t giveText(const Verdict& verdict, const std::string& described, char* text, unsigned room) {
+    const std::string& answer = verdict.answer ? *verdict.answer : described;
+    if (answer.size() >= room)
+        return NVML_ERROR_INSUFFICIENT_SIZE;
+    std::memcpy(text, answer.c_str(), answer.size() + 1);
+    return NVML_SUCCESS;
+}
+
+nvmlReturn_t giveSystemText(const char* function, const std::string& described, char* text, unsigned room) {
+    const Verdict verdict = session().call(function);
+    if (verdict.code)
+        return *verdict.code;
+    if (const auto bad = checkDevice(function, 0, text != nullptr))
+        return bad;
+    return giveText(verdict, described, text, room);
+}
+
+nvmlReturn_t giveDeviceText(const char* function, nvmlDevice_t device, std::string NvmlGpu::* described,
+                            char* text, unsigned room) {
+    const int index = indexOf(device);
+    const Verdict verdict = session().call(function, index);
+    if (verdict.code)
+        return *verdict.code;
+    if (const auto bad = checkDevice(function, index, text != nullptr))
+        return bad;
+    return giveText(verdict, device->*described, text, room);
 }
 
 } // namespace
@@ -194,6 +225,46 @@ QZSIM_API nvmlReturn_t nvmlDeviceGetMemoryInfo(nvmlDevice_t device, nvmlMemory_t
     memory->free = at(device->memoryFree);
     memory->used =
         static_cast<unsigned long long>(verdict.number(static_cast<std::int64_t>(at(device->memoryUsed))));
+    return NVML_SUCCESS;
+}
+
+QZSIM_API nvmlReturn_t nvmlSystemGetDriverVersion(char* version, unsigned room) {
+    return giveSystemText("nvmlSystemGetDriverVersion", session().machine().driverVersion, version, room);
+}
+
+QZSIM_API nvmlReturn_t nvmlSystemGetNVMLVersion(char* version, unsigned room) {
+    return giveSystemText("nvmlSystemGetNVMLVersion", session().machine().nvmlVersion, version, room);
+}
+
+QZSIM_API nvmlReturn_t nvmlDeviceGetUUID(nvmlDevice_t device, char* uuid, unsigned room) {
+    return giveDeviceText("nvmlDeviceGetUUID", device, &NvmlGpu::uuid, uuid, room);
+}
+
+QZSIM_API nvmlReturn_t nvmlDeviceGetVbiosVersion(nvmlDevice_t device, char* version, unsigned room) {
+    return giveDeviceText("nvmlDeviceGetVbiosVersion", device, &NvmlGpu::vbiosVersion, version, room);
+}
+
+QZSIM_API nvmlReturn_t nvmlDeviceGetMigMode(nvmlDevice_t device, unsigned* current, unsigned* pending) {
+    const int index = indexOf(device);
+    const Verdict verdict = session().call("nvmlDeviceGetMigMode", index);
+    if (verdict.code)
+        return *verdict.code;
+    if (const auto bad = checkDevice("nvmlDeviceGetMigMode", index, current != nullptr && pending != nullptr))
+        return bad;
+    if (!device->mig && !verdict.answer)
+        return NVML_ERROR_NOT_SUPPORTED;
+    *current = *pending = static_cast<unsigned>(verdict.number(device->mig.value_or(false) ? 1 : 0));
+    return NVML_SUCCESS;
+}
+
+QZSIM_API nvmlReturn_t nvmlDeviceGetPersistenceMode(nvmlDevice_t device, int* mode) {
+    const int index = indexOf(device);
+    const Verdict verdict = session().call("nvmlDeviceGetPersistenceMode", index);
+    if (verdict.code)
+        return *verdict.code;
+    if (const auto bad = checkDevice("nvmlDeviceGetPersistenceMode", index, mode != nullptr))
+        return bad;
+    *mode = static_cast<int>(verdict.number(device->persistence ? 1 : 0));
     return NVML_SUCCESS;
 }
 

@@ -1,3 +1,6 @@
+#include <array>
+#include <cstdio>
+
 #include "simulator/lib/EntryPoints.h"
 #include "simulator/lib/readSections.h"
 
@@ -30,6 +33,22 @@ std::optional<ComputeCapability> readCompute(SectionReader& section) {
     if (!major || !minor || *major < 0 || *major > 999 || *minor < 0 || *minor > 999)
         throw DescriptionError(entry->place, "compute must be MAJOR.MINOR or none: " + entry->value);
     return ComputeCapability{static_cast<int>(*major), static_cast<int>(*minor)};
+}
+
+std::string defaultUuid(std::size_t number) {
+    std::array<char, 48> text{};
+    std::snprintf(text.data(), text.size(), "GPU-5f1a7e00-0000-4000-8000-%012zu", number);
+    return text.data();
+}
+
+/// What only one who examines the machine asks for; `number` counts the GPUs of the machine.
+void readIdentity(SectionReader& section, NvmlGpu& gpu, int index, std::size_t number) {
+    gpu.uuid = numberedText(section, "uuid", defaultUuid(number), index);
+    gpu.vbiosVersion = section.text("vbios", "94.02.71.00.01");
+    const std::string mig = section.text("mig", "none");
+    if (mig != "none")
+        gpu.mig = section.flag("mig", false);
+    gpu.persistence = section.flag("persistence", true);
 }
 
 void addCudart(std::vector<LibraryLink>& links, const std::string& major, const Place& place, bool plain) {
@@ -76,6 +95,7 @@ void readNvidia(SectionReader& section, Machine& machine) {
             section.figure("memory_free", gpu.memoryTotal.at(1) - gpu.memoryUsed.at(1), 0, INT64_MAX);
         gpu.hasHandle = section.flag("handle", true);
         gpu.compute = readCompute(section);
+        readIdentity(section, gpu, i, machine.nvmlGpus.size());
         machine.nvmlGpus.push_back(gpu);
     }
     section.finish();

@@ -71,7 +71,8 @@ class Simulation(Sandbox):
             if self.layout.uses_pocl and pocl_is_missing():
                 raise SandboxError(f"the machine's kernels run on PoCL, but {pocl_is_missing()}")
             super().__init__(sys=self.layout.sys, shm=shm, hidden=vendor_libraries(), share_pids=share_pids,
-                             no_proc=no_proc, more=_os_release(self.layout.os_release))
+                             no_proc=no_proc, more=[*_os_release(self.layout.os_release), *_over(self.layout.dev, "/dev"),
+                                                     *([] if no_proc else _over(self.layout.proc, "/proc"))])
         except BaseException:
             shutil.rmtree(self._root, ignore_errors=True)
             raise
@@ -131,6 +132,14 @@ class Simulation(Sandbox):
             return command
         script = "".join(f"(exec -a {shlex.quote(name)} sleep 1000000) & " for name in self.layout.processes)
         return ["bash", "-c", script + 'exec "$@"', "bash", *command]
+
+
+def _over(folder: Path, place: str) -> List[str]:
+    """Arguments that put each entry of a folder over, or into, what is at `place`."""
+    arguments = []
+    for path in sorted(folder.iterdir()):
+        arguments += ["--bind", str(path), f"{place}/{path.name}"]
+    return arguments
 
 
 def _os_release(simulated: Optional[Path]) -> List[str]:

@@ -98,6 +98,37 @@ class Surroundings(Probing):
                                     "os.path.exists('/sys/class/drm/card0/device')")
                 self.assertEqual(seen, [link, exists])
 
+    def test_pci_bus(self):
+        simulation = self.described("[nvidia]\nbus = 0x41\n[card card0]\naddress = 0000:42:00.0\nvendor = 0x1002\n"
+                                    "[pci 0000:43:00.0]\nvendor = 0x1a03\ndriver = none\n./power/control = on\n",
+                                    program=self.probe)
+        bus = "/sys/bus/pci/devices"
+        link = "os.path.realpath('{}/0000:{}:00.0/driver')"
+        seen, _ = self.look(simulation, f"sorted(os.listdir('{bus}'))", link.format(bus, 41), link.format(bus, 42),
+                            f"os.path.lexists('{bus}/0000:43:00.0/driver')",
+                            *(f"open('{bus}/0000:41:00.0/{name}').read()" for name in ("class", "vendor", "device")),
+                            f"open('{bus}/0000:43:00.0/power/control').read()",
+                            f"os.path.samefile('{bus}/0000:42:00.0', '/sys/class/drm/card0/device')",
+                            "sorted(os.listdir('/sys/module'))")
+        self.assertEqual(seen, [["0000:41:00.0", "0000:42:00.0", "0000:43:00.0"], "/sys/bus/pci/drivers/nvidia",
+                                "/sys/bus/pci/drivers/amdgpu", False, "0x030000\n", "0x10de\n", "0x2684\n", "on\n", True,
+                                ["amdgpu", "nvidia", "nvidia_drm", "nvidia_modeset", "nvidia_uvm"]])
+
+    def test_device_nodes_and_proc(self):
+        simulation = self.described("[nvidia]\n[card card3]\nvendor = 0x1002\naddress = 0000:09:00.0\n"
+                                    "[node /dev/nvidiactl]\nmode = 0000\n[node /dev/kfd]\nmissing = yes\n"
+                                    "[proc]\nversion = Some other kernel\n", program=self.probe)
+        seen, _ = self.look(simulation, "[name for name in sorted(os.listdir('/dev')) if name[:2] in ('nv', 'kf')]",
+                            "sorted(os.listdir('/dev/dri'))",
+                            "[os.stat('/dev/' + name).st_mode & 0o777 for name in ('nvidia0', 'nvidiactl')]",
+                            "os.access('/dev/nvidia0', os.W_OK)", "os.path.exists('/dev/shm')", "open('/proc/version').read()",
+                            "open('/proc/driver/nvidia/version').readline().split()[7]")
+        self.assertEqual(seen, [["nvidia-uvm", "nvidia0", "nvidiactl"], ["card3", "renderD128"], [0o666, 0], True, True,
+                                "Some other kernel\n", "550.54.14"])
+        seen, _ = self.look(self.simulation("no-gpu", program=self.probe), "os.listdir('/proc/driver')",
+                            "os.path.exists('/dev/dri')", "os.listdir('/sys/bus/pci/devices')")
+        self.assertEqual(seen, [[], False, []])
+
     def test_os_release(self):
         simulation = self.described(CARD, program=self.probe)
         self.assertEqual(self.look(simulation, "open('/etc/os-release').read()")[0], ["ID=test\n"])

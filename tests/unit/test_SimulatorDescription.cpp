@@ -118,9 +118,9 @@ class TestSimulatorDescription : public QObject {
         row("monitor that is not there", "[card card0]\nhwmon = hwmon1\nhwmon2/temp1_input = 1\n",
             "file:3: [card] has no key hwmon2/temp1_input");
         row("file above the device", "[card card0]\n./a/../../b = 1\n",
-            "file:2: not a file below the card's device: ./a/../../b");
+            "file:2: not a file below the device: ./a/../../b");
         row("file without a name", "[card card0]\nhwmon = hwmon1\nhwmon1/ = 1\n",
-            "file:3: not a file below the card's device: hwmon1/");
+            "file:3: not a file below the device: hwmon1/");
         row("device entry", "[card card0]\ndevice_entry = x\n",
             "file:1: device_entry must be link, directory, dangling or missing: x");
         row("os-release", "[os-release]\nid = a\nmissing = yes\n",

@@ -28,6 +28,11 @@ struct Nvml {
         return library.get<int(void*, int, unsigned*)>("nvmlDeviceGetTemperature")(first, 0, &value);
     }
 
+    template <typename Function>
+    Function* get(const char* name) const {
+        return library.get<Function>(name);
+    }
+
     SimulatedLibrary library{"libqzsim-nvml.so"};
     void* first = nullptr;
 };
@@ -95,6 +100,62 @@ class TestSimulatorNvidia : public QObject {
             nvml.library.get<int(void*, char*, unsigned)>("nvmlDeviceGetName")(nvml.first, name.data(), room),
             0);
         QCOMPARE(name, written);
+    }
+
+    void identity() {
+        const SimulatedMachine machine(
+            "[nvml]\ndriver_version = 1.2\nnvml_version = 12.1.2\n"
+            "[nvidia]\nuuid = GPU-x\nvbios = 9.0\nmig = yes\npersistence = no\n",
+            "nvmlDeviceGetMigMode = fail 15 at 2\nnvmlDeviceGetMigMode = answer 0 at 3\n"
+            "nvmlDeviceGetUUID = answer other at 2");
+        const Nvml nvml;
+        QByteArray text(8, '.');
+        const auto ofSystem = [&](const char* name, unsigned room) {
+            return nvml.get<int(char*, unsigned)>(name)(text.data(), room);
+        };
+        const auto ofDevice = [&](const char* name, unsigned room) {
+            return nvml.get<int(void*, char*, unsigned)>(name)(nvml.first, text.data(), room);
+        };
+        QCOMPARE(ofSystem("nvmlSystemGetDriverVersion", 3), 7);
+        QCOMPARE(text, QByteArray("........"));
+        QCOMPARE(ofSystem("nvmlSystemGetDriverVersion", 4), 0);
+        QCOMPARE(text, QByteArray("1.2\0....", 8));
+        QCOMPARE(ofSystem("nvmlSystemGetNVMLVersion", 8), 0);
+        QCOMPARE(text.constData(), "12.1.2");
+        QCOMPARE(ofDevice("nvmlDeviceGetUUID", 8), 0);
+        QCOMPARE(text.constData(), "GPU-x");
+        QCOMPARE(ofDevice("nvmlDeviceGetUUID", 8), 0);
+        QCOMPARE(text.constData(), "other");
+        QCOMPARE(ofDevice("nvmlDeviceGetVbiosVersion", 8), 0);
+        QCOMPARE(text.constData(), "9.0");
+        unsigned current = 7;
+        unsigned pending = 7;
+        const auto mig = nvml.get<int(void*, unsigned*, unsigned*)>("nvmlDeviceGetMigMode");
+        QCOMPARE(mig(nvml.first, &current, &pending), 0);
+        QCOMPARE(current + pending, 2u);
+        QCOMPARE(mig(nvml.first, &current, &pending), 15);
+        QCOMPARE(mig(nvml.first, &current, &pending), 0);
+        QCOMPARE(current + pending, 0u);
+        int persistence = 7;
+        QCOMPARE(nvml.get<int(void*, int*)>("nvmlDeviceGetPersistenceMode")(nvml.first, &persistence), 0);
+        QCOMPARE(persistence, 0);
+    }
+
+    void identityOfAnUndescribedGpu() {
+        const SimulatedMachine machine(twoGpus);
+        const Nvml nvml;
+        unsigned mode = 7;
+        QCOMPARE(nvml.get<int(void*, unsigned*, unsigned*)>("nvmlDeviceGetMigMode")(nvml.first, &mode, &mode),
+                 3);
+        int persistence = 7;
+        QCOMPARE(nvml.get<int(void*, int*)>("nvmlDeviceGetPersistenceMode")(nvml.first, &persistence), 0);
+        QCOMPARE(persistence, 1);
+        QCOMPARE(nvml.get<int(void*, int*)>("nvmlDeviceGetPersistenceMode")(nullptr, &persistence), 2);
+        QByteArray text(48, '.');
+        const SimulatedLibrary second("libqzsim-nvml.so");
+        QCOMPARE(second.get<int(void*, char*, unsigned)>("nvmlDeviceGetUUID")(nvml.first, text.data(), 48),
+                 0);
+        QCOMPARE(text.constData(), "GPU-5f1a7e00-0000-4000-8000-000000000000");
     }
 
     void errorStrings() {
