@@ -9,7 +9,6 @@
 #include "app/log/logLine.h"
 #include "opencl/GpuOpenCL_Loader.h"
 #include "opencl/HostArray.h"
-#include "opencl/benchmarkSettings.h"
 #include "opencl/errorName.h"
 #include "support/qzTimer.h"
 
@@ -66,7 +65,7 @@ bool createBuffer(cl_mem& buffer, cl_context context, cl_mem_flags flags, std::s
 /// One run's state between its steps. The owners are declared in reverse order of their release.
 class Run {
   public:
-    Run(GpuBenchmarkOpenCL_Context& ownedContext, const GpuBenchmarkOpenCL::Geometry& runGeometry)
+    Run(GpuBenchmarkOpenCL_Context& ownedContext, const BenchmarkGeometry& runGeometry)
         : context(ownedContext), geometry(runGeometry), host(runGeometry.bytes()) {}
 
     bool prepare();
@@ -82,7 +81,7 @@ class Run {
     bool warmupFailed(cl_int enqueued, cl_int finished);
 
     GpuBenchmarkOpenCL_Context& context;
-    const GpuBenchmarkOpenCL::Geometry geometry;
+    const BenchmarkGeometry geometry;
     const HostData host;
     DeviceBuffers buffers;
     double gps = 0.0;
@@ -207,7 +206,7 @@ bool Run::measure(double seconds) {
 } // namespace
 
 float GpuBenchmarkOpenCL::run(GpuBenchmarkOpenCL_Context& context, cl_device_id device, double seconds,
-                              const Geometry& geometry) {
+                              const BenchmarkGeometry& geometry) {
     if (!GpuOpenCL_Loader::isLoaded())
         return 0.0F;
     release(context);

@@ -20,6 +20,7 @@ void benchmarkGpu(GpuDevice& record) {
     GpuBenchmarkOpenCL_Context context;
     logLine(5, QStringLiteral("  %1: running %2s Benchmark(openCL) ...")
                    .arg(name, QString::number(benchmarkSeconds)));
-    record.speedGps = GpuBenchmarkOpenCL::run(context, openCLDeviceOf(record), benchmarkSeconds);
+    record.speedGps =
+        GpuBenchmarkOpenCL::run(context, openCLDeviceOf(record), benchmarkSeconds, benchmarkGeometry);
     record.hasSpeed = 1;
 }

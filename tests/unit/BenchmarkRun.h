@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QTest>
 
 #include "app/log/logLine.h"
 #include "opencl/GpuBenchmarkOpenCL.h"
@@ -12,11 +13,11 @@
 #include "tests/unit/FakeOpenCL.h"
 #include "tests/unit/VirtualTime.h"
 
-inline constexpr GpuBenchmarkOpenCL::Geometry small = {{256, 2}, {256, 1}};
+inline constexpr BenchmarkGeometry small = {{256, 2}, {256, 1}};
 
 /// Loads a library of one device, with the settings that the program starts with.
-inline void prepareBenchmark() {
-    logLevel = 5;
+inline void prepareBenchmark(int level = 5) {
+    logLevel = level;
     benchmarkWarmupMs = 4;
     GLOBAL_Iteratons_mod = 1.0F;
     GpuOpenCL_Loader::unload();
@@ -26,7 +27,17 @@ inline void prepareBenchmark() {
     FakeCalls::reset();
 }
 
-/// One run and what came of it.
+/// Every object was released, and none used after its release.
+inline void checkNothingIsLeft() {
+    QCOMPARE(FakeOpenCL::liveObjects(), QStringList());
+    QCOMPARE(FakeOpenCL::misuses(), QStringList());
+}
+
+inline QByteArray benchmarkLine(const QByteArray& text) {
+    return "    GpuBenchmarkOpenCL: " + text + "\n";
+}
+
+/// One run's result and its messages.
 struct Outcome {
     float score = -1.0F;
     QByteArray printed;
@@ -37,15 +48,17 @@ struct Outcome {
     }
 };
 
-inline Outcome run(double seconds, GpuBenchmarkOpenCL_Context& context) {
+inline Outcome run(double seconds, GpuBenchmarkOpenCL_Context& context,
+                   const BenchmarkGeometry& geometry = small) {
     const VirtualTime time;
     Outcome outcome;
-    outcome.printed = printedBy(
-        [&] { outcome.score = GpuBenchmarkOpenCL::run(context, FakeOpenCL::device(0, 0), seconds, small); });
+    outcome.printed = printedBy([&] {
+        outcome.score = GpuBenchmarkOpenCL::run(context, FakeOpenCL::device(0, 0), seconds, geometry);
+    });
     return outcome;
 }
 
-inline Outcome run(double seconds) {
+inline Outcome run(double seconds, const BenchmarkGeometry& geometry = small) {
     GpuBenchmarkOpenCL_Context context;
-    return run(seconds, context);
+    return run(seconds, context, geometry);
 }

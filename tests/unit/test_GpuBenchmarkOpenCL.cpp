@@ -3,9 +3,6 @@
 
 #include <QTest>
 
-#include "app/log/logLine.h"
-#include "opencl/GpuOpenCL_Loader.h"
-#include "opencl/benchmarkSettings.h"
 #include "tests/unit/BenchmarkRun.h"
 
 class TestGpuBenchmarkOpenCL : public QObject {
@@ -14,13 +11,10 @@ class TestGpuBenchmarkOpenCL : public QObject {
   private slots:
     void init() { prepareBenchmark(); }
 
-    void cleanup() {
-        QCOMPARE(FakeOpenCL::liveObjects(), QStringList());
-        QCOMPARE(FakeOpenCL::misuses(), QStringList());
-    }
+    void cleanup() { checkNothingIsLeft(); }
 
     void geometry() {
-        const GpuBenchmarkOpenCL::Geometry real;
+        const BenchmarkGeometry& real = benchmarkGeometry;
         QCOMPARE(real.global[0], std::size_t(32768));
         QCOMPARE(real.global[1], std::size_t(4096));
         QCOMPARE(real.local[0], std::size_t(256));

@@ -3,13 +3,7 @@
 
 #include <QTest>
 
-#include "app/log/logLine.h"
-#include "opencl/GpuBenchmarkOpenCL_Context.h"
-#include "opencl/GpuOpenCL_Loader.h"
-#include "opencl/benchmarkSettings.h"
-#include "tests/unit/CaptureStdout.h"
-#include "tests/unit/FakeCalls.h"
-#include "tests/unit/FakeOpenCL.h"
+#include "tests/unit/BenchmarkRun.h"
 
 using namespace GpuBenchmarkOpenCL;
 
@@ -20,9 +14,19 @@ extern "C" const char* __asan_default_options() { // NOLINT(bugprone-reserved-id
 
 namespace {
 
-QByteArray line(const QByteArray& text) {
-    return "    GpuBenchmarkOpenCL: " + text + "\n";
+/// What is printed when a context can't be created.
+QByteArray failingCreation(GpuBenchmarkOpenCL_Context& context) {
+    int result = 1;
+    const QByteArray printed = printedBy([&] { result = createContext(context, FakeOpenCL::device(0, 0)); });
+    if (result != 0)
+        qFatal("the creation gives %d", result);
+    return printed;
 }
+
+/// A context on the only device.
+struct CreatedContext : GpuBenchmarkOpenCL_Context {
+    CreatedContext() { createContext(*this, FakeOpenCL::device(0, 0)); }
+};
 
 } // namespace
 
@@ -31,19 +35,11 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
 
   private slots:
     void init() {
-        logLevel = 1;
+        prepareBenchmark(1);
         GLOBAL_Iteratons_mod = 0.1F;
-        GpuOpenCL_Loader::unload();
-        FakeLoader::reset();
-        FakeOpenCL::install({{"p", {FakeClDevice()}}});
-        GpuOpenCL_Loader::load(FakeLoader::functions());
-        FakeCalls::reset();
     }
 
-    void cleanup() {
-        QCOMPARE(FakeOpenCL::liveObjects(), QStringList());
-        QCOMPARE(FakeOpenCL::misuses(), QStringList());
-    }
+    void cleanup() { checkNothingIsLeft(); }
 
     void kernelText() {
         const QByteArray expected =
@@ -97,45 +93,32 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
     void createContextFails() {
         FakeCalls::fail("clCreateContext", -6);
         GpuBenchmarkOpenCL_Context context;
-        int result = 1;
-        const QByteArray printed =
-            printedBy([&] { result = createContext(context, FakeOpenCL::device(0, 0)); });
-        QCOMPARE(printed, line("clCreateContext failed: CL_OUT_OF_HOST_MEMORY"));
-        QCOMPARE(result, 0);
+        QCOMPARE(failingCreation(context), benchmarkLine("clCreateContext failed: CL_OUT_OF_HOST_MEMORY"));
         QCOMPARE(context.device, FakeOpenCL::device(0, 0));
         QCOMPARE(FakeCalls::all().size(), 1); // no queue is tried, nothing released
         logLevel = 0;
-        QCOMPARE(printedBy([&] { createContext(context, FakeOpenCL::device(0, 0)); }), QByteArray());
+        QCOMPARE(failingCreation(context), QByteArray());
     }
 
     void createQueueFails() {
         FakeCalls::fail("clCreateCommandQueue", -34);
         GpuBenchmarkOpenCL_Context context;
-        int result = 1;
-        const QByteArray printed =
-            printedBy([&] { result = createContext(context, FakeOpenCL::device(0, 0)); });
-        QCOMPARE(printed, line("clCreateCommandQueue failed: CL_INVALID_CONTEXT"));
-        QCOMPARE(result, 0);
+        QCOMPARE(failingCreation(context), benchmarkLine("clCreateCommandQueue failed: CL_INVALID_CONTEXT"));
         QVERIFY(context.context == nullptr);
         QCOMPARE(FakeCalls::all().last(), QString("clReleaseContext(context1)"));
         logLevel = 0;
-        QCOMPARE(printedBy([&] { createContext(context, FakeOpenCL::device(0, 0)); }), QByteArray());
+        QCOMPARE(failingCreation(context), QByteArray());
     }
 
     void createContextWithoutLibrary() {
         GpuOpenCL_Loader::unload();
         GpuBenchmarkOpenCL_Context context;
-        int result = 1;
-        const QByteArray printed =
-            printedBy([&] { result = createContext(context, FakeOpenCL::device(0, 0)); });
-        QCOMPARE(printed, line("clCreateContext failed: CL_UNKNOWN_ERROR"));
-        QCOMPARE(result, 0);
+        QCOMPARE(failingCreation(context), benchmarkLine("clCreateContext failed: CL_UNKNOWN_ERROR"));
         QVERIFY(context.context == nullptr && context.queue == nullptr);
     }
 
     void buildKernelCalls() {
-        GpuBenchmarkOpenCL_Context context;
-        createContext(context, FakeOpenCL::device(0, 0));
+        CreatedContext context;
         FakeCalls::reset();
         GLOBAL_Iteratons_mod = 2.0F;
         QCOMPARE(buildKernel(context), 1);
@@ -146,8 +129,7 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
     }
 
     void buildKernelAgain() {
-        GpuBenchmarkOpenCL_Context context;
-        createContext(context, FakeOpenCL::device(0, 0));
+        CreatedContext context;
         buildKernel(context);
         FakeCalls::reset();
         QCOMPARE(buildKernel(context), 1);
@@ -162,12 +144,12 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
         QTest::addColumn<QByteArray>("text");
         QTest::addColumn<QString>("last");
         QTest::newRow("program") << "clCreateProgramWithSource" << -30
-                                 << line("clCreateProgramWithSource failed: CL_INVALID_VALUE")
+                                 << benchmarkLine("clCreateProgramWithSource failed: CL_INVALID_VALUE")
                                  << "clCreateProgramWithSource(context1, 1, null)";
-        QTest::newRow("build") << "clBuildProgram" << -11 << line("OpenCL build error:no such type")
+        QTest::newRow("build") << "clBuildProgram" << -11 << benchmarkLine("OpenCL build error:no such type")
                                << "clGetProgramBuildInfo(program1, device0.0, 0x1183, 13, set)";
         QTest::newRow("kernel") << "clCreateKernel" << -46
-                                << line("clCreateKernel failed: CL_INVALID_KERNEL_NAME")
+                                << benchmarkLine("clCreateKernel failed: CL_INVALID_KERNEL_NAME")
                                 << "clCreateKernel(program1, benchmarkKernel)";
     }
 
@@ -175,8 +157,7 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
         QFETCH(QString, call);
         QFETCH(int, status);
         FakeCalls::fail(call, status);
-        GpuBenchmarkOpenCL_Context context;
-        createContext(context, FakeOpenCL::device(0, 0));
+        CreatedContext context;
         int result = 1;
         const QByteArray printed = printedBy([&] { result = buildKernel(context); });
         QTEST(printed, "text");
@@ -193,15 +174,15 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
         const auto row = [](const char* name, const QByteArray& log, qint64 told, const QByteArray& text) {
             QTest::newRow(name) << log << told << text;
         };
-        row("terminated", QByteArray("error\n", 7), 7, line("OpenCL build error:error\n"));
-        row("unterminated", "error", 5, line("OpenCL build error:error"));
-        row("up to the terminator", QByteArray("one\0two", 8), 8, line("OpenCL build error:one"));
-        row("empty", QByteArray("", 1), 1, line("OpenCL build error:"));
-        row("size 0", "error", 0, line("OpenCL build error:"));
-        row("told shorter than it is", "error", 3, line("OpenCL build error:err"));
-        row("told longer than it is", "error", 4096, line("OpenCL build error:error"));
+        row("terminated", QByteArray("error\n", 7), 7, benchmarkLine("OpenCL build error:error\n"));
+        row("unterminated", "error", 5, benchmarkLine("OpenCL build error:error"));
+        row("up to the terminator", QByteArray("one\0two", 8), 8, benchmarkLine("OpenCL build error:one"));
+        row("empty", QByteArray("", 1), 1, benchmarkLine("OpenCL build error:"));
+        row("size 0", "error", 0, benchmarkLine("OpenCL build error:"));
+        row("told shorter than it is", "error", 3, benchmarkLine("OpenCL build error:err"));
+        row("told longer than it is", "error", 4096, benchmarkLine("OpenCL build error:error"));
         row("with a placeholder", QByteArray("in %1 at 50%", 13), 13,
-            line("OpenCL build error:in %1 at 50%"));
+            benchmarkLine("OpenCL build error:in %1 at 50%"));
         row("more than there is memory", "error", Q_INT64_C(1) << 52, "");
         row("the largest size there is", "error", -1, "");
     }
@@ -212,8 +193,7 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
         FakeOpenCL::script().buildLog = log;
         FakeOpenCL::script().buildLogSize = static_cast<std::size_t>(toldSize);
         FakeCalls::fail("clBuildProgram", -11);
-        GpuBenchmarkOpenCL_Context context;
-        createContext(context, FakeOpenCL::device(0, 0));
+        CreatedContext context;
         const QByteArray printed = printedBy([&] { buildKernel(context); });
         QTEST(printed, "text");
         QCOMPARE(FakeCalls::of({"clGetProgramBuildInfo"}).at(0),
@@ -225,14 +205,12 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
         FakeLoader::library("libOpenCL.so.1").symbols.erase("clGetProgramBuildInfo");
         GpuOpenCL_Loader::load(FakeLoader::functions());
         FakeCalls::fail("clBuildProgram", -11);
-        GpuBenchmarkOpenCL_Context context;
-        createContext(context, FakeOpenCL::device(0, 0));
-        QCOMPARE(printedBy([&] { buildKernel(context); }), line("OpenCL build error:"));
+        CreatedContext context;
+        QCOMPARE(printedBy([&] { buildKernel(context); }), benchmarkLine("OpenCL build error:"));
     }
 
     void releaseOrder() {
-        GpuBenchmarkOpenCL_Context context;
-        createContext(context, FakeOpenCL::device(0, 0));
+        CreatedContext context;
         buildKernel(context);
         FakeCalls::reset();
         release(context);
@@ -255,8 +233,7 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
         QFETCH(QString, call);
         FakeCalls::fail(call, -5); // a release that fails is not repeated
         {
-            GpuBenchmarkOpenCL_Context context;
-            createContext(context, FakeOpenCL::device(0, 0));
+            CreatedContext context;
             buildKernel(context);
             release(context);
         }
@@ -265,8 +242,7 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
 
     void releasedAtTheEnd() {
         {
-            GpuBenchmarkOpenCL_Context context;
-            createContext(context, FakeOpenCL::device(0, 0));
+            CreatedContext context;
             buildKernel(context);
             QCOMPARE(FakeOpenCL::liveObjects().size(), 4);
         }

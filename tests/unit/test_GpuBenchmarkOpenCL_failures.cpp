@@ -4,23 +4,14 @@
 
 #include <malloc.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <QFile>
 #include <QTest>
 
-#include "app/log/logLine.h"
-#include "opencl/GpuBenchmarkOpenCL.h"
-#include "opencl/GpuOpenCL_Loader.h"
-#include "opencl/benchmarkSettings.h"
 #include "opencl/errorName.h"
-#include "tests/unit/CaptureStdout.h"
-#include "tests/unit/FakeCalls.h"
-#include "tests/unit/FakeOpenCL.h"
-#include "tests/unit/VirtualTime.h"
-
-using GpuBenchmarkOpenCL::Geometry;
+#include "tests/unit/BenchmarkRun.h"
+#include "tests/unit/ChildProcess.h"
 
 // Two tests ask for more memory than there is.
 extern "C" const char* __asan_default_options() { // NOLINT(bugprone-reserved-identifier)
@@ -30,25 +21,27 @@ extern "C" const char* __asan_default_options() { // NOLINT(bugprone-reserved-id
 namespace {
 
 // Arrays of 256 KiB: large enough to stand out in the heap's figures.
-constexpr Geometry small = {{256, 256}, {256, 1}};
+constexpr BenchmarkGeometry arrays = {{256, 256}, {256, 1}};
 
 // More than any machine has.
-constexpr Geometry tooLarge = {{std::size_t(1) << 40, 1024}, {256, 1}};
+constexpr BenchmarkGeometry tooLarge = {{std::size_t(1) << 40, 1024}, {256, 1}};
 
-float run(const Geometry& geometry = small, double seconds = 0.005) {
-    const VirtualTime time;
-    GpuBenchmarkOpenCL_Context context;
-    return GpuBenchmarkOpenCL::run(context, FakeOpenCL::device(0, 0), seconds, geometry);
+/// A short run, which measures one round.
+Outcome attempt(const BenchmarkGeometry& geometry = arrays) {
+    return run(0.005, geometry);
+}
+
+/// A run that fails with this message.
+void fails(const QByteArray& message, const BenchmarkGeometry& geometry = arrays) {
+    const Outcome outcome = attempt(geometry);
+    QCOMPARE(outcome.printed, message);
+    QCOMPARE(outcome.score, 0.0F);
 }
 
 /// What the process holds on its heap; all zero under a sanitizer, which looks for leaks itself.
 std::size_t heapBytes() {
     const struct mallinfo2 info = mallinfo2();
     return info.uordblks + info.hblkhd;
-}
-
-QByteArray line(const QByteArray& text) {
-    return "    GpuBenchmarkOpenCL: " + text + "\n";
 }
 
 const QStringList releases = {"clReleaseMemObject", "clReleaseKernel", "clReleaseProgram",
@@ -62,20 +55,9 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
     Q_OBJECT
 
   private slots:
-    void init() {
-        logLevel = 1;
-        benchmarkWarmupMs = 4;
-        GpuOpenCL_Loader::unload();
-        FakeLoader::reset();
-        FakeOpenCL::install({{"p", {FakeClDevice()}}});
-        GpuOpenCL_Loader::load(FakeLoader::functions());
-        FakeCalls::reset();
-    }
+    void init() { prepareBenchmark(1); }
 
-    void cleanup() {
-        QCOMPARE(FakeOpenCL::liveObjects(), QStringList());
-        QCOMPARE(FakeOpenCL::misuses(), QStringList());
-    }
+    void cleanup() { checkNothingIsLeft(); }
 
     void failingCall_data() {
         QTest::addColumn<QString>("call");
@@ -88,7 +70,7 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
                 for (bool givesObject : {false, true})
                     QTest::addRow("%s %d: %d%s", qPrintable(call), nth, status, givesObject ? ", object" : "")
                         << call << nth << status << givesObject
-                        << line(QByteArray(text).replace("%1", errorName(status)));
+                        << benchmarkLine(QByteArray(text).replace("%1", errorName(status)));
         };
         rows("clCreateContext", 1, "clCreateContext failed: %1");
         rows("clCreateCommandQueue", 1, "clCreateCommandQueue failed: %1");
@@ -113,11 +95,9 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
         FakeCalls::fail(call, status, nth);
         if (givesObject && call.startsWith("clCreate"))
             FakeCalls::setAnswers(call, true);
-        float score = -1.0F;
+        QFETCH(QByteArray, text);
         const std::size_t before = heapBytes();
-        const QByteArray printed = printedBy([&] { score = run(); });
-        QTEST(printed, "text");
-        QCOMPARE(score, 0.0F);
+        fails(text);
         FakeOpenCL::install({{"p", {FakeClDevice()}}}); // its copies of the data are gone
         QVERIFY2(heapBytes() < before + (64U << 10), "host memory stays behind");
     }
@@ -153,7 +133,7 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
         QFETCH(QString, call);
         QFETCH(int, nth);
         FakeCalls::fail(call, -5, nth);
-        printedBy([] { run(); });
+        attempt();
         QTEST(FakeCalls::of(::releases), "released");
     }
 
@@ -163,10 +143,10 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
             QSKIP("a sanitizer keeps the heap's figures to itself");
         std::vector<std::size_t> atRelease;
         FakeCalls::during("clReleaseMemObject", [&] { atRelease.push_back(heapBytes()); });
-        printedBy([] { run(); });
+        attempt();
         QCOMPARE(atRelease.size(), std::size_t(3));
         for (const std::size_t bytes : atRelease)
-            QVERIFY(bytes > heapBytes() + small.bytes()); // more than one of the two
+            QVERIFY(bytes > heapBytes() + arrays.bytes()); // more than one of the two
     }
 
     void warmupFails_data() {
@@ -190,11 +170,8 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
         QFETCH(bool, queueReleased);
         FakeCalls::fail("clEnqueueNDRangeKernel", enqueued);
         FakeCalls::fail("clFinish", finished);
-        float score = -1.0F;
-        const QByteArray printed = printedBy([&] { score = run(); });
-        QCOMPARE(printed,
-                 line(QByteArray("warmup failed: ") + errorName(enqueued) + " / " + errorName(finished)));
-        QCOMPARE(score, 0.0F);
+        fails(
+            benchmarkLine(QByteArray("warmup failed: ") + errorName(enqueued) + " / " + errorName(finished)));
         QCOMPARE(FakeCalls::count("clFinish"), 1); // asked even when nothing was enqueued
         QCOMPARE(FakeCalls::count("clReleaseCommandQueue"), queueReleased ? 1 : 0);
         QCOMPARE(FakeCalls::count("clReleaseMemObject"), 3);
@@ -211,9 +188,9 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
         QTest::addColumn<QByteArray>("text");
         for (float zero : {0.0F, -0.0F}) {
             QTest::addRow("warm-up %g", zero)
-                << zero << 0 << line("warmup produced zero results, kernel likely failed");
+                << zero << 0 << benchmarkLine("warmup produced zero results, kernel likely failed");
             QTest::addRow("end %g", zero)
-                << zero << 1 << line("results are zero after benchmark, kernel likely failed");
+                << zero << 1 << benchmarkLine("results are zero after benchmark, kernel likely failed");
         }
     }
 
@@ -223,10 +200,8 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
         auto& results = FakeOpenCL::script().results;
         results = {{1.0F, 2.0F, 3.0F, 4.0F}, {1.0F, 2.0F, 3.0F, 4.0F}};
         results[static_cast<std::size_t>(read)].assign(4, zero);
-        float score = -1.0F;
-        const QByteArray printed = printedBy([&] { score = run(); });
-        QTEST(printed, "text");
-        QCOMPARE(score, 0.0F);
+        QFETCH(QByteArray, text);
+        fails(text);
     }
 
     void warmupTooFast_data() {
@@ -242,11 +217,8 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
         QFETCH(double, roundMs);
         QFETCH(QByteArray, average);
         FakeOpenCL::script().roundMs = {roundMs};
-        float score = -1.0F;
-        const QByteArray printed = printedBy([&] { score = run(); });
-        QCOMPARE(printed, line("warmup avg round time < 1ms (" + average +
-                               "ms), kernel likely not running correctly"));
-        QCOMPARE(score, 0.0F);
+        fails(benchmarkLine("warmup avg round time < 1ms (" + average +
+                            "ms), kernel likely not running correctly"));
         QCOMPARE(FakeCalls::count("clEnqueueReadBuffer"), 1); // the results are looked at first
     }
 
@@ -259,10 +231,7 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
     void roundTooFast() {
         QFETCH(double, roundMs);
         FakeOpenCL::script().roundMs = {10.0, 1.0, roundMs}; // one millisecond is enough
-        float score = -1.0F;
-        const QByteArray printed = printedBy([&] { score = run(); });
-        QCOMPARE(printed, line("round time < 1ms, kernel likely not running correctly"));
-        QCOMPARE(score, 0.0F);
+        fails(benchmarkLine("round time < 1ms, kernel likely not running correctly"));
         QCOMPARE(FakeCalls::count("clFinish"), 3);
         QCOMPARE(FakeCalls::count("clEnqueueReadBuffer"), 1);
     }
@@ -291,17 +260,14 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
             init();
             spoil();
             logLevel = level;
-            float score = -1.0F;
-            QCOMPARE(printedBy([&] { score = run(noMemory ? tooLarge : small); }).count('\n'), level);
-            QCOMPARE(score, 0.0F);
+            const Outcome outcome = attempt(noMemory ? tooLarge : arrays);
+            QCOMPARE(outcome.printed.count('\n'), level);
+            QCOMPARE(outcome.score, 0.0F);
         }
     }
 
     void noMemory() {
-        float score = -1.0F;
-        const QByteArray printed = printedBy([&] { score = run(tooLarge); });
-        QCOMPARE(printed, line("malloc failed"));
-        QCOMPARE(score, 0.0F);
+        fails(benchmarkLine("malloc failed"), tooLarge);
         QCOMPARE(FakeCalls::all(),
                  QStringList({"clCreateContext(null, 1, device0.0, null, null)",
                               "clCreateCommandQueue(context1, device0.0, 0)", "clReleaseCommandQueue(queue1)",
@@ -313,34 +279,29 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
 #ifdef __SANITIZE_ADDRESS__
         QSKIP("the sanitizer's own memory does not fit under a limit");
 #else
-        float score = -1.0F;
-        int status = -1;
-        const QByteArray printed = printedBy([&] {
-            const pid_t child = fork();
-            if (child == 0) {
-                QFile statm("/proc/self/statm");
-                statm.open(QIODevice::ReadOnly);
-                const rlim_t now = statm.readAll().split(' ').first().toULongLong() *
-                                   static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
-                const rlimit limit = {now + (rlim_t(700) << 20), now + (rlim_t(700) << 20)};
-                setrlimit(RLIMIT_AS, &limit);
-                score = run(Geometry());
-                std::fflush(stdout);
-                _exit(score == 0.0F && FakeOpenCL::liveObjects().isEmpty() ? 0 : 1);
-            }
-            waitpid(child, &status, 0);
+        ChildProcess child([] {
+            QFile statm("/proc/self/statm");
+            statm.open(QIODevice::ReadOnly);
+            const rlim_t now =
+                statm.readAll().split(' ').first().toULongLong() * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+            const rlimit limit = {now + (rlim_t(700) << 20), now + (rlim_t(700) << 20)};
+            setrlimit(RLIMIT_AS, &limit);
+            const Outcome outcome = attempt(BenchmarkGeometry());
+            return outcome.score == 0.0F && outcome.printed == benchmarkLine("malloc failed") &&
+                           FakeOpenCL::liveObjects().isEmpty()
+                       ? 0
+                       : 1;
         });
-        QCOMPARE(printed, line("malloc failed"));
-        QCOMPARE(status, 0);
+        QCOMPARE(child.result(), 0);
 #endif
     }
 
     void nextRunBeginsAnew() {
         for (const char* failing : {"clCreateBuffer", "clBuildProgram", "clFinish"}) {
             FakeCalls::fail(failing, -4, 1);
-            printedBy([] { QCOMPARE(run(), 0.0F); });
+            QCOMPARE(attempt().score, 0.0F);
             FakeCalls::heal();
-            QVERIFY(run() > 0.0F);
+            QVERIFY(attempt().score > 0.0F);
         }
     }
 
@@ -352,10 +313,9 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
         FakeCalls::fail("clFinish", -36, 2);
         for (const char* call : {"clReleaseMemObject", "clReleaseKernel", "clReleaseCommandQueue"})
             FakeCalls::fail(call, -5);
-        float score = -1.0F;
-        const QByteArray printed = printedBy([&] { score = run(); });
-        QVERIFY(score > 0.0F);
-        QCOMPARE(printed.count("failed"), 0);
+        const Outcome outcome = attempt();
+        QVERIFY(outcome.score > 0.0F);
+        QCOMPARE(outcome.printed.count("failed"), 0);
         QCOMPARE(FakeCalls::count("clReleaseCommandQueue"), 1);
     }
 };

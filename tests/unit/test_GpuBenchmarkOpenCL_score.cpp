@@ -15,6 +15,8 @@ class TestGpuBenchmarkOpenCL_score : public QObject {
   private slots:
     void init() { prepareBenchmark(); }
 
+    void cleanup() { checkNothingIsLeft(); }
+
     void calibration_data() {
         QTest::addColumn<double>("roundMs");
         QTest::addColumn<float>("scale");

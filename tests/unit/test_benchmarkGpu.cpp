@@ -8,6 +8,7 @@
 #include "tests/unit/CaptureStdout.h"
 #include "tests/unit/FakeCalls.h"
 #include "tests/unit/FakeOpenCL.h"
+#include "tests/unit/VirtualTime.h"
 
 class TestBenchmarkGpu : public QObject {
     Q_OBJECT
@@ -27,6 +28,7 @@ class TestBenchmarkGpu : public QObject {
     void cleanup() {
         QCOMPARE(FakeOpenCL::liveObjects(), QStringList());
         benchmarkSeconds = 25;
+        benchmarkGeometry = BenchmarkGeometry();
     }
 
     void defaults() {
@@ -81,6 +83,22 @@ class TestBenchmarkGpu : public QObject {
         QCOMPARE(printed,
                  line + "    GpuBenchmarkOpenCL: clCreateCommandQueue failed: CL_OUT_OF_RESOURCES\n");
         QCOMPARE(FakeCalls::all().first(), QString("clCreateContext(null, 1, device0.1, null, null)"));
+    }
+
+    void scoreIsKept() {
+        FakeCalls::heal();
+        const VirtualTime time;
+        FakeOpenCL::script().roundMs = {20.0};
+        benchmarkGeometry = {{256, 2}, {256, 1}};
+        benchmarkSeconds = 6;
+        GpuDevice record;
+        setOpenCLDevice(record, FakeOpenCL::device(0, 0));
+        const QByteArray printed = printedBy([&] { benchmarkGpu(record); });
+        QCOMPARE(FakeCalls::count("clFinish"), 1 + 300); // the warm-up's round, and 6 s of rounds
+        QVERIFY(FakeCalls::all().contains("clCreateBuffer(context1, 4, 2048, null)"));
+        QCOMPARE(int(record.hasSpeed), 1);
+        QVERIFY2(printed.endsWith("performance " + QByteArray::number(record.speedGps, 'f', 3) + " GPS\n"),
+                 printed.constData());
     }
 
     void failureIsAScoreOfZero() {
