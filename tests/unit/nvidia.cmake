@@ -1,4 +1,3 @@
-qz_unit_test(GpuNvml_Loader LINK qz_nvidia qz_fakes)
 qz_unit_test(GpuCuda_Loader LINK qz_nvidia qz_fakes)
 qz_unit_test(GpuInfoNvml_CUDA_detect LINK qz_nvidia qz_fakes)
 qz_unit_test(GpuInfoNvml_CUDA_index LINK qz_nvidia qz_fakes)

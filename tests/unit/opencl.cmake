@@ -4,7 +4,6 @@ add_library(qz_fakes STATIC FakeCalls.cpp FakeCuda.cpp FakeLoader.cpp FakeNvml.c
 target_link_libraries(qz_fakes PUBLIC qz_opencl)
 
 qz_unit_test(errorName LINK qz_opencl)
-qz_unit_test(GpuOpenCL_Loader LINK qz_fakes)
 qz_unit_test(OpenCLDevices LINK qz_fakes)
 qz_unit_test(GpuBenchmarkOpenCL_Context LINK qz_fakes)
 qz_unit_test(GpuBenchmarkOpenCL LINK qz_fakes)
