@@ -1,49 +1,29 @@
-// What the tests of AMD's provider start from.
+// A machine with AMD's cards.
 #pragma once
 
 #include "amd/GpuInfoAmdLinux.h"
-#include "app/log/logLine.h"
-#include "opencl/GpuOpenCL_Loader.h"
-#include "tests/unit/CaptureStdout.h"
-#include "tests/unit/DrmTree.h"
-#include "tests/unit/FakeCalls.h"
-#include "tests/unit/FakeOpenCL.h"
+#include "tests/unit/VendorMachine.h"
 
-/// The provider with its records in view.
-class AmdProvider : public GpuInfoAmdLinux {
+class AmdMachine : public VendorMachine {
   public:
-    using GpuInfoAmdLinux::GpuInfoAmdLinux;
+    AmdMachine() : VendorMachine([] {}) {}
 
-    const GpuDevice& record(int index) const { return *gpus.at(index); }
-    GpuDevice& edit(int index) { return *gpus.at(index); }
-
-    /// The record of a name; must be there.
-    const GpuDevice& named(const char* name) const {
-        for (const GpuDevice* gpu : gpus)
-            if (qstrcmp(gpu->name, name) == 0)
-                return *gpu;
-        qFatal("there is no GPU named %s", name);
-    }
-};
-
-/// A machine without cards, OpenCL and os-release.
-struct AmdMachine {
-    AmdMachine() {
-        GpuOpenCL_Loader::unload();
-        FakeLoader::reset();
-        FakeCalls::reset();
-        logLevel = 5;
+    void setGpus(const std::vector<NamedGpu>& gpus) override {
+        for (const auto& [name, bus] : gpus)
+            drm.addAmdCard(QStringLiteral("card%1").arg(bus),
+                           QStringLiteral("0000:%1:00.0").arg(bus, 2, 16, QChar('0')),
+                           {{"product_name", name}, {"gpu_busy_percent", "37\n"}});
     }
 
-    void setDistribution(const QByteArray& osRelease) const { DrmTree::write(osReleasePath(), osRelease); }
-    QString osReleasePath() const { return drm.filePath("os-release"); }
-
-    /// Runs `detectGpus`; gives what it prints.
-    QByteArray detect() {
-        return printedBy([this] { result = provider.detectGpus(); });
+    FakeClDevice openCLDevice(unsigned char bus) const override {
+        FakeClDevice device;
+        device.name = "gfx"; // a nameless one would match every card
+        device.topologyBus = bus;
+        return device;
     }
 
-    DrmTree drm;
-    AmdProvider provider{drm.path(), osReleasePath(), FakeLoader::functions()};
-    int result = -1; ///< of `detect`
+    GpuInfo& anyProvider() override { return provider; }
+    GpuDevice& record(const QByteArray& name) override { return provider.named(name); }
+
+    OpenProvider<GpuInfoAmdLinux> provider{drm.path(), osReleasePath(), FakeLoader::functions()};
 };

@@ -1,58 +1,42 @@
-// What the tests of NVIDIA's provider start from.
+// A machine with NVIDIA's GPUs.
 #pragma once
 
-#include <QFile>
-#include <QTemporaryDir>
-
-#include "app/log/logLine.h"
 #include "nvidia/GpuCuda_Loader.h"
 #include "nvidia/GpuInfoNvml_CUDA.h"
 #include "nvidia/GpuNvml_Loader.h"
-#include "opencl/GpuOpenCL_Loader.h"
-#include "tests/unit/CaptureStdout.h"
-#include "tests/unit/FakeCalls.h"
 #include "tests/unit/FakeCuda.h"
 #include "tests/unit/FakeNvml.h"
-#include "tests/unit/FakeOpenCL.h"
+#include "tests/unit/VendorMachine.h"
 
-/// The provider with its records in view.
-class NvidiaProvider : public GpuInfoNvml_CUDA {
+using NvidiaProvider = OpenProvider<GpuInfoNvml_CUDA>;
+
+class NvidiaMachine : public VendorMachine {
   public:
-    using GpuInfoNvml_CUDA::GpuInfoNvml_CUDA;
+    NvidiaMachine()
+        : VendorMachine([] {
+              GpuNvml_Loader::unload();
+              GpuCuda_Loader::unload();
+          }) {}
 
-    const GpuDevice& record(int index) const { return *gpus.at(index); }
-    GpuDevice& edit(int index) { return *gpus.at(index); }
-};
-
-/// A machine without any library, and with an os-release file where the test writes one.
-class NvidiaMachine {
-  public:
-    NvidiaMachine() {
-        GpuNvml_Loader::unload();
-        GpuCuda_Loader::unload();
-        GpuOpenCL_Loader::unload();
-        FakeLoader::reset();
-        FakeCalls::reset();
-        logLevel = 5;
+    void setGpus(const std::vector<NamedGpu>& gpus) override {
+        std::vector<FakeNvmlDevice> devices;
+        std::vector<FakeCudaDevice> cudaDevices;
+        for (const auto& [name, bus] : gpus) {
+            devices.push_back({name, bus});
+            cudaDevices.push_back({bus, 8, 9});
+        }
+        FakeNvml::install(devices);
+        FakeCuda::installDriver(cudaDevices);
     }
 
-    void setDistribution(const QByteArray& osRelease) const {
-        QFile file(osReleasePath());
-        if (!file.open(QIODevice::WriteOnly) || file.write(osRelease) != osRelease.size())
-            qFatal("os-release can't be written");
+    FakeClDevice openCLDevice(unsigned char bus) const override {
+        FakeClDevice device;
+        device.busNv = bus;
+        return device;
     }
 
-    QString osReleasePath() const { return directory.filePath("os-release"); }
+    GpuInfo& anyProvider() override { return provider; }
+    GpuDevice& record(const QByteArray& name) override { return provider.named(name); }
 
-    /// Runs `detectGpus`; gives what it prints.
-    QByteArray detect() {
-        return printedBy([this] { result = provider.detectGpus(); });
-    }
-
-  private:
-    QTemporaryDir directory;
-
-  public:
     NvidiaProvider provider{osReleasePath(), FakeLoader::functions()};
-    int result = -1; ///< of `detect`
 };

@@ -6,7 +6,6 @@
 #include <QFile>
 #include <QTest>
 
-#include "opencl/benchmarkSettings.h"
 #include "tests/unit/AmdMachine.h"
 
 namespace {
@@ -16,20 +15,6 @@ const DrmFiles figures = {{"product_name", "Radeon %1\n"},
                           {"gpu_busy_percent", "37\n"},
                           {"mem_info_vram_used", "1073741824\n"},
                           {"hwmon/hwmon3/temp1_input", "45999\n"}};
-
-QByteArray update(AmdMachine& machine, bool benchmark = false) {
-    int result = 0;
-    const QByteArray printed = printedBy([&] { result = machine.provider.updateUsage(benchmark); });
-    if (result == 0)
-        qFatal("updateUsage gives 0");
-    return printed;
-}
-
-FakeClDevice deviceOnBus(unsigned char bus) {
-    FakeClDevice device;
-    device.topologyBus = bus;
-    return device;
-}
 
 struct Card {
     AmdMachine machine;
@@ -48,7 +33,7 @@ class TestGpuInfoAmdLinux : public QObject {
   private slots:
     void allFigures() {
         Card card;
-        QCOMPARE(update(card.machine), QByteArray("  Radeon %1: retrieving GPU stats ...\n"));
+        QCOMPARE(card.machine.update(), QByteArray("  Radeon %1: retrieving GPU stats ...\n"));
         const GpuDevice& record = card.record();
         QCOMPARE(int(record.statsValid), 1);
         QCOMPARE(int(record.hasUsage), 1);
@@ -62,7 +47,7 @@ class TestGpuInfoAmdLinux : public QObject {
         QCOMPARE(record.temperature, 45);
         QCOMPARE(int(record.hasSpeed), 0);
         logLevel = 4;
-        QCOMPARE(update(card.machine), QByteArray());
+        QCOMPARE(card.machine.update(), QByteArray());
     }
 
     void missingFile_data() {
@@ -83,14 +68,14 @@ class TestGpuInfoAmdLinux : public QObject {
         const auto dangling = [](const QString& path) { QFile::link(path + ".gone", path); };
         Card card;
         const QString path = card.device + "/" + file;
-        update(card.machine);
+        card.machine.update();
         const std::vector<std::function<void(const QString&)>> ways = {emptied, removed, unreadable,
                                                                        dangling};
         for (const auto& spoil : ways) {
             QFile::remove(path);
             QDir().rmdir(path);
             spoil(path);
-            QCOMPARE(update(card.machine).count('\n'), 1); // no message
+            QCOMPARE(card.machine.update().count('\n'), 1); // no message
             const GpuDevice& record = card.record();
             QCOMPARE((QList<int>{record.hasUsage, record.hasMemUsage, record.hasTemperature}), markers);
             QCOMPARE(record.usagePercent, 37); // the old numbers stay
@@ -126,7 +111,7 @@ class TestGpuInfoAmdLinux : public QObject {
         Card card;
         QFETCH(QByteArray, text);
         DrmTree::write(card.device + "/gpu_busy_percent", text);
-        update(card.machine);
+        card.machine.update();
         QCOMPARE(int(card.record().hasUsage), 1);
         QTEST(card.record().usagePercent, "percent");
     }
@@ -155,7 +140,7 @@ class TestGpuInfoAmdLinux : public QObject {
         Card card;
         QFETCH(QByteArray, text);
         DrmTree::write(card.device + "/mem_info_vram_used", text);
-        update(card.machine);
+        card.machine.update();
         QCOMPARE(int(card.record().hasMemUsage), 1);
         QTEST(card.record().memUsedMb, "used");
         QTEST(card.record().memFreeMb, "free");
@@ -178,7 +163,7 @@ class TestGpuInfoAmdLinux : public QObject {
         Card card;
         QFETCH(QByteArray, text);
         DrmTree::write(card.device + "/hwmon/hwmon3/temp1_input", text);
-        update(card.machine);
+        card.machine.update();
         QCOMPARE(int(card.record().hasTemperature), 1);
         QTEST(card.record().temperature, "degrees");
     }
@@ -190,7 +175,7 @@ class TestGpuInfoAmdLinux : public QObject {
         files["temp1_input"] = "45999\n"; // no sensor of the card's
         machine.drm.addAmdCard("card0", "0000:0c:00.0", files);
         machine.detect();
-        update(machine);
+        machine.update();
         QCOMPARE(int(machine.provider.record(0).hasTemperature), 0);
     }
 
@@ -198,10 +183,10 @@ class TestGpuInfoAmdLinux : public QObject {
     void sensorOfALaterReload() {
         Card card;
         QVERIFY(QDir().rename(card.device + "/hwmon/hwmon3", card.device + "/hwmon/hwmon4"));
-        update(card.machine);
+        card.machine.update();
         QCOMPARE(int(card.record().hasTemperature), 0);
         QVERIFY(QDir().rename(card.device + "/hwmon/hwmon4", card.device + "/hwmon/hwmon3"));
-        update(card.machine);
+        card.machine.update();
         QCOMPARE(int(card.record().hasTemperature), 1);
     }
 
@@ -209,7 +194,7 @@ class TestGpuInfoAmdLinux : public QObject {
         Card card;
         DrmTree::write(card.device + "/mem_info_vram_total", "17179869184\n");
         DrmTree::write(card.device + "/vendor", "0x10de\n");
-        update(card.machine);
+        card.machine.update();
         QCOMPARE(card.record().memTotalMb, 8176);
         QCOMPARE(card.record().memFreeMb, 7152);
     }
@@ -221,47 +206,18 @@ class TestGpuInfoAmdLinux : public QObject {
             "card1", "0000:0d:00.0",
             {{"product_name", "whole"}, {"gpu_busy_percent", "1"}, {"mem_info_vram_used", "1"}});
         machine.detect();
-        update(machine);
+        machine.update();
         QCOMPARE(int(machine.provider.named("broken").hasUsage), 0);
         QCOMPARE(int(machine.provider.named("whole").hasUsage), 1);
         QCOMPARE(machine.provider.named("whole").usagePercent, 1);
         QCOMPARE(int(machine.provider.named("whole").hasMemUsage), 1);
     }
 
-    void benchmarkWithoutDevice() {
-        Card card;
-        logLevel = 2;
-        const QByteArray line =
-            "  Radeon %1 AMD-0: unable to run Benchmark(openCL), device_HardwareID is NULL\n";
-        QCOMPARE(update(card.machine, true), line);
-        QCOMPARE(update(card.machine, true), line); // every time
-        QCOMPARE(int(card.record().hasSpeed), 0);
-        QCOMPARE(int(card.record().hasUsage), 1);
-    }
-
-    // The real arrays are a gigabyte: the runs here end before they have filled them.
-    void benchmark() {
-        AmdMachine machine;
-        machine.drm.addAmdCard("card0", "0000:0c:00.0", figures);
-        FakeOpenCL::install({{"p", {deviceOnBus(0x0C)}}});
-        machine.detect();
-        FakeCalls::fail("clCreateContext", -5);
-        benchmarkSeconds = 6;
-        const QByteArray printed = update(machine, true);
-        benchmarkSeconds = 25;
-        QCOMPARE(printed,
-                 QByteArray("  Radeon %1: retrieving GPU stats ...\n"
-                            "  Radeon %1: running 6s Benchmark(openCL) ...\n"
-                            "    GpuBenchmarkOpenCL: clCreateContext failed: CL_OUT_OF_RESOURCES\n"));
-        QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
-        QCOMPARE(machine.provider.record(0).speedGps, 0.0F);
-    }
-
     // The figures are those of the card at its own work, not under the benchmark's.
     void figuresBeforeTheBenchmark() {
         AmdMachine machine;
         const QString device = machine.drm.addAmdCard("card0", "0000:0c:00.0", figures);
-        FakeOpenCL::install({{"p", {deviceOnBus(0x0C)}}});
+        FakeOpenCL::install({{"p", {machine.openCLDevice(0x0C)}}});
         machine.detect();
         FakeCalls::fail("clCreateContext", -5);
         FakeCalls::during("clCreateContext", [&] {
@@ -269,46 +225,18 @@ class TestGpuInfoAmdLinux : public QObject {
             DrmTree::write(device + "/mem_info_vram_used", "8573157376");
             DrmTree::write(device + "/hwmon/hwmon3/temp1_input", "90000");
         });
-        update(machine, true);
+        machine.update(true);
         QCOMPARE(FakeCalls::count("clCreateContext"), 1);
         QCOMPARE(machine.provider.record(0).usagePercent, 37);
         QCOMPARE(machine.provider.record(0).memUsedMb, 1024);
         QCOMPARE(machine.provider.record(0).temperature, 45);
     }
 
-    // A flag that changes while the first card is measured counts for the second.
-    void flagIsReadOncePerGpu() {
-        AmdMachine machine;
-        machine.drm.addAmdCard("card0", "0000:0c:00.0");
-        machine.drm.addAmdCard("card1", "0000:0d:00.0");
-        FakeOpenCL::install({{"p", {deviceOnBus(0x0C), deviceOnBus(0x0D)}}});
-        machine.detect();
-        bool benchmark = true;
-        FakeCalls::fail("clCreateContext", -5);
-        FakeCalls::during("clCreateContext", [&] { benchmark = false; });
-        printedBy([&] { machine.provider.updateUsage(benchmark); });
-        QCOMPARE(FakeCalls::count("clCreateContext"), 1);
-    }
-
-    void scoreStaysWithoutBenchmark() {
-        AmdMachine machine;
-        machine.drm.addAmdCard("card0", "0000:0c:00.0", figures);
-        FakeOpenCL::install({{"p", {deviceOnBus(0x0C)}}});
-        machine.detect();
-        FakeCalls::reset();
-        machine.provider.edit(0).hasSpeed = 1;
-        machine.provider.edit(0).speedGps = 43.5F;
-        update(machine, false);
-        QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
-        QCOMPARE(machine.provider.record(0).speedGps, 43.5F);
-        QCOMPARE(FakeCalls::all(), QStringList());
-    }
-
     // Whatever became of the marker since the card was found.
     void validAfterEveryRefresh() {
         Card card;
         card.machine.provider.edit(0).statsValid = 0;
-        update(card.machine);
+        card.machine.update();
         QCOMPARE(int(card.record().statsValid), 1);
     }
 
@@ -316,7 +244,7 @@ class TestGpuInfoAmdLinux : public QObject {
         Card card;
         QVERIFY(card.machine.provider.shutdown() != 0);
         QCOMPARE(card.machine.provider.gpuCount(), 0);
-        QCOMPARE(update(card.machine, true), QByteArray());
+        QCOMPARE(card.machine.update(true), QByteArray());
         QVERIFY(card.machine.provider.shutdown() != 0);
         // Nothing of the old card is taken for another that is found later.
         QDir(card.device + "/..").removeRecursively();
@@ -325,14 +253,9 @@ class TestGpuInfoAmdLinux : public QObject {
         card.machine.drm.addAmdCard("card1", "0000:03:00.0", others);
         card.machine.detect();
         QCOMPARE(card.machine.provider.gpuCount(), 1);
-        update(card.machine);
+        card.machine.update();
         QCOMPARE(card.record().temperature, 51);
         QCOMPARE(card.record().deviceIndex, 0);
-    }
-
-    void withoutGpus() {
-        AmdMachine machine;
-        QCOMPARE(update(machine, true), QByteArray());
     }
 };
 

@@ -1,4 +1,4 @@
-// AMD's cards found in a tree of real files and links, and the advice where OpenCL is missing.
+// AMD's cards found in a tree of real files and links.
 #include <climits>
 #include <cstring>
 
@@ -8,36 +8,6 @@
 #include <QTest>
 
 #include "tests/unit/AmdMachine.h"
-
-namespace {
-
-const QByteArray openCLLoaderLine = "OpenCL library not found\n\n";
-
-const QByteArray noLibrary = "AMD GPU OpenCL: libOpenCL.so could not be loaded - benchmark not available.\n"
-                             "  -> No OpenCL runtime is installed or registered.\n"
-                             "  -> Option 1 - ROCm drivers (official AMD OpenCL, recommended for compute):\n";
-const QByteArray noPlatform =
-    "AMD GPU OpenCL: libOpenCL.so loaded, but no OpenCL platforms found - benchmark not available.\n"
-    "  -> The ICD loader found no registered OpenCL drivers.\n"
-    "  -> Check: ls /etc/OpenCL/vendors/   (should contain .icd files)\n"
-    " \n"
-    "If no openCL file is found, you have to install openCL:\n"
-    "  -> Option 1 - ROCm (official AMD OpenCL):\n";
-const QByteArray options =
-    "       Supported GPUs: Radeon RX 7700 and newer (RDNA3+), Radeon PRO W6800+, AMD Instinct MI100+\n"
-    "       NOT supported: Older GPUs (RX 6000 series / RDNA2 and below)\n"
-    "       Full list: https://rocm.docs.amd.com/projects/install-on-linux/en/latest/reference/"
-    "system-requirements.html\n"
-    "  -> Option 2 - Community ROCm builds (recommended for unsupported GPUs, works with Blender etc.):\n"
-    "       https://github.com/lamikr/rocm_sdk_builder\n"
-    "  -> Option 3 - MESA OpenCL (basic fallback, limited compute support):\n";
-const QByteArray debianHint = "       Ubuntu/Debian: sudo apt install mesa-opencl-icd\n";
-const QByteArray redHatHint = "       RHEL/Rocky:    Not available for rocky 9 any more\n";
-const QByteArray otherHint = "       Install package: mesa-opencl-icd  (or mesa-libOpenCL)\n";
-const QByteArray noDevices = "AMD GPU OpenCL: Platforms found, but no GPU devices in any platform.\n"
-                             "  -> Check if the AMD GPU OpenCL driver is correctly installed.\n";
-
-} // namespace
 
 class TestGpuInfoAmdLinux_detect : public QObject {
     Q_OBJECT
@@ -59,6 +29,7 @@ class TestGpuInfoAmdLinux_detect : public QObject {
         logLevel = level;
         QTEST(machine.detect(), "text");
         QCOMPARE(machine.result, 0);
+        QCOMPARE(machine.update(true), QByteArray());
         QCOMPARE(FakeCalls::all(), QStringList()); // OpenCL is not touched
     }
 
@@ -243,109 +214,6 @@ class TestGpuInfoAmdLinux_detect : public QObject {
         QCOMPARE(machine.provider.gpuCount(), int(addresses.size()));
         for (int i = 0; i < addresses.size(); ++i)
             QCOMPARE(machine.provider.named(qPrintable("card" + QString::number(i))).deviceIndex, indexes[i]);
-    }
-
-    void withoutOpenCLLibrary_data() {
-        QTest::addColumn<QByteArray>("osRelease");
-        QTest::addColumn<QByteArray>("hint");
-        const auto row = [](const QByteArray& osRelease, const QByteArray& hint) {
-            QTest::newRow(QByteArray(osRelease).replace('\n', '|').constData()) << osRelease << hint;
-        };
-        row("ID=ubuntu\n", debianHint);
-        row("ID=debian\n", debianHint);
-        row("ID=\"Ubuntu\"\n", debianHint);
-        row("ID=rhel\n", redHatHint);
-        row("ID=\"rocky\"\n", redHatHint);
-        row("ID=centos\n", redHatHint);
-        row("ID=fedora\n", redHatHint);
-        row("ID=ol\n", redHatHint);
-        row("ID=arch\n", otherHint);
-        row("ID_LIKE=debian\n", otherHint);
-        QTest::newRow("no file") << QByteArray() << otherHint;
-    }
-
-    void withoutOpenCLLibrary() {
-        QFETCH(QByteArray, osRelease);
-        QFETCH(QByteArray, hint);
-        AmdMachine machine;
-        machine.drm.addAmdCard("card0", "0000:0c:00.0");
-        machine.drm.addAmdCard("card1", "0000:0d:00.0");
-        if (!osRelease.isNull())
-            machine.setDistribution(osRelease);
-        const QByteArray advice = openCLLoaderLine + noLibrary + options + hint;
-        QCOMPARE(machine.detect(), advice + "2 AMD GPU(s) found (no OpenCL, no benchmark)\n");
-        QCOMPARE(machine.result, 1);
-        QCOMPARE(int(machine.provider.record(0).gpuType), 2);
-        QVERIFY(openCLDeviceOf(machine.provider.record(0)) == nullptr);
-        logLevel = 2;
-        QCOMPARE(machine.detect(), advice);
-        logLevel = 1;
-        QCOMPARE(machine.detect(), QByteArray());
-    }
-
-    // What OpenCL's own start does to the machine comes too late for the advice.
-    void distributionIsReadBeforeOpenCLIsLoaded() {
-        AmdMachine machine;
-        machine.drm.addAmdCard("card0", "0000:0c:00.0");
-        machine.setDistribution("ID=debian\n");
-        FakeCalls::during("dlopen", [&machine] { machine.setDistribution("ID=fedora\n"); });
-        const QByteArray advice = machine.detect();
-        QVERIFY2(advice.contains(debianHint), advice.constData());
-    }
-
-    void withoutOpenCLPlatform_data() {
-        QTest::addColumn<QByteArray>("osRelease");
-        QTest::addColumn<QByteArray>("hint");
-        QTest::addColumn<int>("status");
-        QTest::newRow("debian") << QByteArray("ID=debian\n") << debianHint << 0;
-        QTest::newRow("fedora") << QByteArray("ID=fedora\n") << redHatHint << 0;
-        QTest::newRow("other") << QByteArray("ID=arch\n") << otherHint << 0;
-        QTest::newRow("failing call") << QByteArray("ID=arch\n") << otherHint << -1001;
-    }
-
-    void withoutOpenCLPlatform() {
-        QFETCH(QByteArray, osRelease);
-        QFETCH(QByteArray, hint);
-        QFETCH(int, status);
-        AmdMachine machine;
-        machine.drm.addAmdCard("card0", "0000:0c:00.0");
-        machine.setDistribution(osRelease);
-        FakeOpenCL::install({});
-        FakeCalls::fail("clGetPlatformIDs", status);
-        const QByteArray advice = noPlatform + options + hint;
-        QCOMPARE(machine.detect(), advice + "1 AMD GPU(s) found (no OpenCL platform, no benchmark)\n");
-        QCOMPARE(machine.result, 1);
-        logLevel = 2;
-        QCOMPARE(machine.detect(), advice);
-        logLevel = 1;
-        QCOMPARE(machine.detect(), QByteArray());
-    }
-
-    void withoutOpenCLDevices() {
-        AmdMachine machine;
-        machine.drm.addAmdCard("card0", "0000:0c:00.0");
-        FakeOpenCL::install({{"one", {}}, {"two", {FakeClDevice()}}});
-        FakeCalls::fail("clGetDeviceIDs", -1);
-        QCOMPARE(machine.detect(), "AMD GPU OpenCL: 2 platform(s) found\n"
-                                   "  OpenCL platform 0: one\n"
-                                   "  OpenCL platform 1: two\n" +
-                                       noDevices +
-                                       "1 AMD GPU(s) found (no OpenCL GPU devices, no benchmark)\n");
-        QCOMPARE(machine.result, 1);
-        logLevel = 3;
-        QCOMPARE(machine.detect(), noDevices + "2 AMD GPU(s) found (no OpenCL GPU devices, no benchmark)\n");
-        logLevel = 2;
-        QCOMPARE(machine.detect(), noDevices);
-        logLevel = 1;
-        QCOMPARE(machine.detect(), QByteArray());
-    }
-
-    void secondCallAppends() {
-        AmdMachine machine;
-        machine.drm.addAmdCard("card0", "0000:0c:00.0");
-        machine.detect();
-        machine.detect();
-        QCOMPARE(machine.provider.gpuCount(), 2);
     }
 };
 

@@ -1,7 +1,6 @@
 // NVIDIA's live figures, and the end of NVML's use.
 #include <QTest>
 
-#include "opencl/benchmarkSettings.h"
 #include "tests/unit/NvidiaMachine.h"
 
 namespace {
@@ -13,20 +12,6 @@ constexpr const char* figureCalls[] = {"nvmlDeviceGetUtilizationRates", "nvmlDev
 
 const FakeNvmlDevice gpu = {"GPU %1", 0x65, 37, 61, eightGiB};
 
-FakeClDevice deviceOnBus(cl_uint bus) {
-    FakeClDevice device;
-    device.busNv = bus;
-    return device;
-}
-
-QByteArray update(NvidiaMachine& machine, bool benchmark = false) {
-    int result = 0;
-    const QByteArray printed = printedBy([&] { result = machine.provider.updateUsage(benchmark); });
-    if (result != 1)
-        qFatal("updateUsage gives %d", result);
-    return printed;
-}
-
 } // namespace
 
 class TestGpuInfoNvml_CUDA : public QObject {
@@ -37,7 +22,7 @@ class TestGpuInfoNvml_CUDA : public QObject {
         NvidiaMachine machine;
         FakeNvml::install({gpu});
         machine.detect();
-        QCOMPARE(update(machine), QByteArray("  GPU %1: retrieving GPU stats ...\n"));
+        QCOMPARE(machine.update(), QByteArray("  GPU %1: retrieving GPU stats ...\n"));
         const GpuDevice& record = machine.provider.record(0);
         QCOMPARE(int(record.statsValid), 1);
         QCOMPARE(int(record.hasUsage), 1);
@@ -51,7 +36,7 @@ class TestGpuInfoNvml_CUDA : public QObject {
         QCOMPARE(record.memUsedMb, 2048);
         QCOMPARE(int(record.hasSpeed), 0);
         FakeNvml::device(0).utilization = 0; // an idle GPU is a reading
-        update(machine);
+        machine.update();
         QCOMPARE(int(record.hasUsage), 1);
         QCOMPARE(record.usagePercent, 0);
     }
@@ -61,7 +46,7 @@ class TestGpuInfoNvml_CUDA : public QObject {
         FakeNvml::install({gpu, gpu});
         machine.detect();
         FakeCalls::reset();
-        update(machine);
+        machine.update();
         QCOMPARE(FakeCalls::all(),
                  QStringList({"nvmlDeviceGetUtilizationRates(0)", "nvmlDeviceGetTemperature(0, 0)",
                               "nvmlDeviceGetMemoryInfo(0)", "nvmlDeviceGetUtilizationRates(1)",
@@ -73,7 +58,7 @@ class TestGpuInfoNvml_CUDA : public QObject {
         FakeNvml::install({gpu});
         machine.detect();
         logLevel = 4;
-        QCOMPARE(update(machine), QByteArray());
+        QCOMPARE(machine.update(), QByteArray());
     }
 
     void eachFigureHasItsOwnMarker_data() {
@@ -90,7 +75,7 @@ class TestGpuInfoNvml_CUDA : public QObject {
         FakeNvml::install({gpu});
         machine.detect();
         FakeCalls::fail(call, 3);
-        QCOMPARE(update(machine).count('\n'), 1); // no message
+        QCOMPARE(machine.update().count('\n'), 1); // no message
         const GpuDevice& record = machine.provider.record(0);
         QTEST((QList<int>{record.hasUsage, record.hasTemperature, record.hasMemTotal, record.hasMemUsage}),
               "markers");
@@ -102,11 +87,11 @@ class TestGpuInfoNvml_CUDA : public QObject {
         NvidiaMachine machine;
         FakeNvml::install({gpu});
         machine.detect();
-        update(machine);
+        machine.update();
         FakeNvml::device(0) = {"GPU", 0x65, 99, 99, {1, 1, 1}};
         for (const char* call : figureCalls)
             FakeCalls::fail(call, 15);
-        update(machine);
+        machine.update();
         const GpuDevice& record = machine.provider.record(0);
         QCOMPARE(int(record.hasUsage), 0);
         QCOMPARE(record.usagePercent, 37);
@@ -118,7 +103,7 @@ class TestGpuInfoNvml_CUDA : public QObject {
         QCOMPARE(record.memFreeMb, 6144);
         QCOMPARE(record.memUsedMb, 2048);
         FakeCalls::heal();
-        update(machine);
+        machine.update();
         QCOMPARE(int(record.hasMemUsage), 1);
         QCOMPARE(record.memTotalMb, 0);
     }
@@ -144,7 +129,7 @@ class TestGpuInfoNvml_CUDA : public QObject {
             (member == 0 ? memory.total : member == 1 ? memory.free : memory.used) = bytes;
             FakeNvml::install({{"GPU", 1, 0, 0, memory}});
             machine.detect();
-            update(machine);
+            machine.update();
             const GpuDevice& record = machine.provider.record(0);
             QCOMPARE(record.memTotalMb, member == 0 ? mebibytes : 0);
             QCOMPARE(record.memFreeMb, member == 1 ? mebibytes : 0);
@@ -161,7 +146,7 @@ class TestGpuInfoNvml_CUDA : public QObject {
             FakeCalls::fail(call, 3);
             FakeCalls::setAnswers(call, true);
         }
-        update(machine);
+        machine.update();
         const GpuDevice& record = machine.provider.record(0);
         QCOMPARE((QList<int>{record.hasUsage, record.hasTemperature, record.hasMemTotal, record.hasMemUsage}),
                  (QList<int>{0, 0, 0, 0}));
@@ -176,10 +161,10 @@ class TestGpuInfoNvml_CUDA : public QObject {
         NvidiaMachine machine;
         FakeNvml::install({gpu});
         machine.detect();
-        update(machine);
+        machine.update();
         for (const char* call : figureCalls)
             FakeCalls::setAnswers(call, false);
-        update(machine);
+        machine.update();
         const GpuDevice& record = machine.provider.record(0);
         QCOMPARE((QList<int>{record.hasUsage, record.hasTemperature, record.hasMemTotal, record.hasMemUsage}),
                  (QList<int>{1, 1, 1, 1}));
@@ -194,7 +179,7 @@ class TestGpuInfoNvml_CUDA : public QObject {
         machine.detect();
         for (const char* call : figureCalls)
             FakeCalls::fail(call, 15, 1);
-        update(machine);
+        machine.update();
         QCOMPARE(int(machine.provider.record(0).hasUsage), 0);
         QCOMPARE(int(machine.provider.record(1).hasUsage), 1);
         QCOMPARE(int(machine.provider.record(1).hasTemperature), 1);
@@ -207,112 +192,24 @@ class TestGpuInfoNvml_CUDA : public QObject {
         machine.detect();
         GpuNvml_Loader::unload();
         FakeCalls::reset();
-        QCOMPARE(update(machine, true), QByteArray());
+        QCOMPARE(machine.update(true), QByteArray());
         QCOMPARE(int(machine.provider.record(0).statsValid), 0);
         QCOMPARE(FakeCalls::all(), QStringList());
-    }
-
-    void withoutGpus() {
-        NvidiaMachine machine;
-        FakeNvml::install({});
-        machine.detect();
-        QCOMPARE(update(machine, true), QByteArray());
-    }
-
-    void benchmarkWithoutDevice() {
-        NvidiaMachine machine;
-        FakeNvml::install({gpu});
-        FakeCuda::installDriver({{0x65, 8, 9}});
-        FakeOpenCL::install({{"p", {}}});
-        machine.detect();
-        logLevel = 2;
-        QCOMPARE(update(machine, true),
-                 QByteArray("  GPU %1 Cuda-0: unable to run Benchmark(openCL), device_HardwareID is NULL\n"));
-        QCOMPARE(int(machine.provider.record(0).hasSpeed), 0);
-        QCOMPARE(int(machine.provider.record(0).hasMemUsage), 1);
-        GpuOpenCL_Loader::unload();
-        FakeLoader::remove("libOpenCL.so.1");
-        NvidiaProvider other(machine.osReleasePath(), FakeLoader::functions());
-        logLevel = 2;
-        printedBy([&] { other.detectGpus(); });
-        QCOMPARE(
-            printedBy([&] { other.updateUsage(true); }), // without OpenCL the kind is not known
-            QByteArray("  GPU %1 Other-0: unable to run Benchmark(openCL), device_HardwareID is NULL\n"));
-    }
-
-    // The real arrays are a gigabyte: the runs here end before they have filled them.
-    void benchmark() {
-        NvidiaMachine machine;
-        FakeNvml::install({gpu});
-        FakeOpenCL::install({{"p", {deviceOnBus(0x65)}}});
-        machine.detect();
-        FakeCalls::fail("clCreateContext", -5);
-        QCOMPARE(update(machine, true),
-                 QByteArray("  GPU %1: retrieving GPU stats ...\n"
-                            "  GPU %1: running 25s Benchmark(openCL) ...\n"
-                            "    GpuBenchmarkOpenCL: clCreateContext failed: CL_OUT_OF_RESOURCES\n"));
-        const GpuDevice& record = machine.provider.record(0);
-        QCOMPARE(int(record.hasSpeed), 1);
-        QCOMPARE(record.speedGps, 0.0F);
-        QVERIFY(FakeCalls::all().contains("clCreateContext(null, 1, device0.0, null, null)"));
     }
 
     // The figures are those of the GPU at its own work, not under the benchmark's.
     void figuresBeforeTheBenchmark() {
         NvidiaMachine machine;
         FakeNvml::install({gpu});
-        FakeOpenCL::install({{"p", {deviceOnBus(0x65)}}});
+        FakeOpenCL::install({{"p", {machine.openCLDevice(0x65)}}});
         machine.detect();
         FakeCalls::reset();
         FakeCalls::fail("clCreateContext", -5);
-        update(machine, true);
+        machine.update(true);
         QCOMPARE(
             FakeCalls::all(),
             QStringList({"nvmlDeviceGetUtilizationRates(0)", "nvmlDeviceGetTemperature(0, 0)",
                          "nvmlDeviceGetMemoryInfo(0)", "clCreateContext(null, 1, device0.0, null, null)"}));
-    }
-
-    void scoreStaysWithoutBenchmark() {
-        NvidiaMachine machine;
-        FakeNvml::install({gpu});
-        FakeOpenCL::install({{"p", {deviceOnBus(0x65)}}});
-        machine.detect();
-        machine.provider.edit(0).hasSpeed = 1;
-        machine.provider.edit(0).speedGps = 43.5F;
-        update(machine, false);
-        QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
-        QCOMPARE(machine.provider.record(0).speedGps, 43.5F);
-        QCOMPARE(FakeCalls::count("clCreateContext"), 0);
-    }
-
-    // One after the other, whatever becomes of the one before; the second has no device.
-    void everyPairedGpuIsBenchmarked() {
-        NvidiaMachine machine;
-        FakeNvml::install({gpu, {"second", 0x66}, {"third", 0x67}});
-        FakeOpenCL::install({{"p", {deviceOnBus(0x65), deviceOnBus(0x67)}}});
-        machine.detect();
-        FakeCalls::fail("clCreateContext", -5);
-        logLevel = 5;
-        update(machine, true);
-        QCOMPARE(int(machine.provider.record(0).hasSpeed), 1);
-        QCOMPARE(int(machine.provider.record(1).hasSpeed), 0);
-        QCOMPARE(int(machine.provider.record(2).hasSpeed), 1);
-        QCOMPARE(FakeCalls::of({"clCreateContext"}),
-                 QStringList({"clCreateContext(null, 1, device0.0, null, null)",
-                              "clCreateContext(null, 1, device0.1, null, null)"}));
-    }
-
-    // A flag that changes while the first GPU is measured counts for the second.
-    void flagIsReadOncePerGpu() {
-        NvidiaMachine machine;
-        FakeNvml::install({gpu, {"second", 0x66}});
-        FakeOpenCL::install({{"p", {deviceOnBus(0x65), deviceOnBus(0x66)}}});
-        machine.detect();
-        bool benchmark = true;
-        FakeCalls::fail("clCreateContext", -5);
-        FakeCalls::during("clCreateContext", [&] { benchmark = false; });
-        printedBy([&] { machine.provider.updateUsage(benchmark); });
-        QCOMPARE(FakeCalls::count("clCreateContext"), 1);
     }
 
     void shutdown_data() {
