@@ -79,7 +79,7 @@ inline int runWith(int standardOutput, int standardError, const std::function<in
                    const QByteArray& how) {
     ChildProcess child([&] {
         alarm(20);
-        if (how == notReopened && !refuse(SYS_openat, O_NONBLOCK, EACCES))
+        if (how == notReopened && !refuse({SYS_openat, O_NONBLOCK, EACCES}))
             return notPossible;
         dup2(standardOutput, STDOUT_FILENO);
         dup2(standardError, STDERR_FILENO);

@@ -355,7 +355,7 @@ class TestOutput : public QObject {
         const int result = runWith(
             output->writing, errors->writing,
             [] {
-                if (!refuse(SYS_fcntl, F_GETFL, EPERM, 1))
+                if (!refuse({SYS_fcntl, F_GETFL, EPERM, 1}))
                     return notPossible;
                 const NonBlockingOutput nonBlocking;
                 printLine("line");

@@ -31,88 +31,75 @@ bool isWhole(const SegmentDirectory& directory) {
 
 } // namespace
 
+Q_DECLARE_METATYPE(std::vector<RefusedCall>)
+
 class TestSegmentObject : public QObject {
     Q_OBJECT
 
   private slots:
     void otherWays_data() {
-        QTest::addColumn<int>("call");
-        QTest::addColumn<uint>("flags");
-        QTest::addColumn<int>("reason");
-        QTest::newRow("all there") << -1 << 0u << 0;
-        QTest::newRow("no unnamed files: not supported") << int(SYS_openat) << unnamedFlag << EOPNOTSUPP;
-        QTest::newRow("no unnamed files: taken for a directory") << int(SYS_openat) << unnamedFlag << EISDIR;
-        QTest::newRow("no unnamed files: unknown flag") << int(SYS_openat) << unnamedFlag << EINVAL;
-        QTest::newRow("nothing can be linked") << int(SYS_linkat) << 0u << EPERM;
+        QTest::addColumn<std::vector<RefusedCall>>("refused");
+        const auto row = [](const char* name, const std::vector<RefusedCall>& refused) {
+            QTest::newRow(name) << refused;
+        };
+        row("all there", {});
+        row("no unnamed files: not supported", {{SYS_openat, unnamedFlag, EOPNOTSUPP}});
+        row("no unnamed files: taken for a directory", {{SYS_openat, unnamedFlag, EISDIR}});
+        row("no unnamed files: unknown flag", {{SYS_openat, unnamedFlag, EINVAL}});
+        row("nothing can be linked", {{SYS_linkat, 0, EPERM}});
     }
 
     void otherWays() {
-        QFETCH(int, call);
-        QFETCH(uint, flags);
-        QFETCH(int, reason);
+        QFETCH(std::vector<RefusedCall>, refused);
         const SegmentDirectory directory;
-        ChildProcess child([&] {
-            if (call >= 0 && !refuse(unsigned(call), flags, unsigned(reason)))
-                return notPossible;
-            const FileDescriptor object = create(directory);
-            if (!object.isOpen() || !isWhole(directory) || objectSize(object.get()) != size)
-                return 1;
-            if (create(directory).isOpen() || errno != EEXIST || !isWhole(directory))
-                return 2;
-            return 0;
-        });
-        const int result = child.result();
-        if (result == notPossible)
-            QSKIP("SKIPPED: system calls can't be filtered here");
-        QCOMPARE(result, 0);
+        if (!passesWithRefused(refused, [&] {
+                const FileDescriptor object = create(directory);
+                if (!object.isOpen() || !isWhole(directory) || objectSize(object.get()) != size)
+                    return 1;
+                if (create(directory).isOpen() || errno != EEXIST || !isWhole(directory))
+                    return 2;
+                return 0;
+            }))
+            return;
         QVERIFY(isWhole(directory));
     }
 
     void linkedByTheDescriptorAlone() {
         const SegmentDirectory directory;
-        ChildProcess child([&] {
+        passesInChild("SKIPPED: a file can't be linked by its descriptor here", [&] {
             // A privilege, before Linux 6.10.
             const FileDescriptor probe(open(directory.path(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
             if (linkat(probe.get(), "", AT_FDCWD, directory.file("probe").constData(), AT_EMPTY_PATH) != 0 ||
                 unlink(directory.file("probe").constData()) != 0)
                 return notPossible;
             constexpr unsigned linkFlags = 4;
-            if (!refuse(SYS_linkat, AT_SYMLINK_FOLLOW, ENOENT, linkFlags) ||
-                !refuse(SYS_openat, O_EXCL, EPERM))
+            if (!refuse({SYS_linkat, AT_SYMLINK_FOLLOW, ENOENT, linkFlags}) ||
+                !refuse({SYS_openat, O_EXCL, EPERM}))
                 return notPossible;
             const FileDescriptor object = create(directory);
             return object.isOpen() && isWhole(directory) ? 0 : 1;
         });
-        const int result = child.result();
-        if (result == notPossible)
-            QSKIP("SKIPPED: a file can't be linked by its descriptor here");
-        QCOMPARE(result, 0);
     }
 
     /// The name's being free is settled when it is given, not when it was looked at.
     void nameTakenMeanwhile_data() {
-        QTest::addColumn<bool>("unnamed");
-        QTest::newRow("linked") << true;
-        QTest::newRow("renamed") << false;
+        // The look doesn't see it.
+        const std::vector<RefusedCall> unseen = {{SYS_newfstatat, 0, ENOENT}, {SYS_lstat, 0, ENOENT}};
+        std::vector<RefusedCall> renamed = unseen;
+        renamed.push_back({SYS_openat, unnamedFlag, EOPNOTSUPP});
+        QTest::addColumn<std::vector<RefusedCall>>("refused");
+        QTest::newRow("linked") << unseen;
+        QTest::newRow("renamed") << renamed;
     }
 
     void nameTakenMeanwhile() {
-        QFETCH(bool, unnamed);
+        QFETCH(std::vector<RefusedCall>, refused);
         const SegmentDirectory directory;
         QVERIFY(directory.makeFile("segment", "another's"));
-        ChildProcess child([&] {
-            // The look doesn't see it.
-            if (!refuse(SYS_newfstatat, 0, ENOENT) || !refuse(SYS_lstat, 0, ENOENT))
-                return notPossible;
-            if (!unnamed && !refuse(SYS_openat, unnamedFlag, EOPNOTSUPP))
-                return notPossible;
+        passesWithRefused(refused, [&] {
             const FileDescriptor object = create(directory);
             return !object.isOpen() && errno == EEXIST ? 0 : 1;
         });
-        const int result = child.result();
-        if (result == notPossible)
-            QSKIP("SKIPPED: system calls can't be filtered here");
-        QCOMPARE(result, 0);
         QCOMPARE(directory.bytes("segment"), QByteArray("another's"));
         QCOMPARE(directory.names(), QStringList{"segment"});
     }
@@ -139,31 +126,19 @@ class TestSegmentObject : public QObject {
         QFETCH(int, reason);
         QFETCH(bool, replace);
         const SegmentDirectory directory;
-        ChildProcess child([&] {
-            if (!refuse(unsigned(call), flags, unsigned(reason)))
-                return notPossible;
+        passesWithRefused({{call, flags, reason}}, [&] {
             const FileDescriptor object = create(directory, replace);
             return !object.isOpen() && errno == reason ? 0 : 1;
         });
-        const int result = child.result();
-        if (result == notPossible)
-            QSKIP("SKIPPED: system calls can't be filtered here");
-        QCOMPARE(result, 0);
         QCOMPARE(directory.names(), QStringList());
     }
 
     void renamingFails() {
         const SegmentDirectory directory;
-        ChildProcess child([&] {
-            if (!refuse(SYS_openat, unnamedFlag, EOPNOTSUPP) || !refuse(SYS_renameat2, 0, EINVAL))
-                return notPossible;
+        passesWithRefused({{SYS_openat, unnamedFlag, EOPNOTSUPP}, {SYS_renameat2, 0, EINVAL}}, [&] {
             const FileDescriptor object = create(directory);
             return !object.isOpen() && errno == EINVAL ? 0 : 1;
         });
-        const int result = child.result();
-        if (result == notPossible)
-            QSKIP("SKIPPED: system calls can't be filtered here");
-        QCOMPARE(result, 0);
         QCOMPARE(directory.names(), QStringList());
     }
 
@@ -173,16 +148,10 @@ class TestSegmentObject : public QObject {
         QVERIFY(directory.makeFile("segment", QByteArray(int(size), 'x')));
         for (const bool isWritable : {false, true}) {
             constexpr unsigned guards = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-            ChildProcess child([&] {
-                if (!refuse(SYS_openat, guards, EIO))
-                    return notPossible;
+            passesWithRefused({{SYS_openat, guards, EIO}}, [&] {
                 const FileDescriptor object = openSegmentObject(directory.file("segment"), isWritable);
                 return !object.isOpen() && errno == EIO ? 0 : 1;
             });
-            const int result = child.result();
-            if (result == notPossible)
-                QSKIP("SKIPPED: system calls can't be filtered here");
-            QCOMPARE(result, 0);
         }
     }
 
@@ -198,32 +167,20 @@ class TestSegmentObject : public QObject {
         QFETCH(int, reason);
         const SegmentDirectory directory;
         QVERIFY(directory.makeFile("segment", "x"));
-        ChildProcess child([&] {
-            if (!refuse(unsigned(call), 0, unsigned(reason)))
-                return notPossible;
+        passesWithRefused({{call, 0, reason}}, [&] {
             const FileDescriptor object = openSegmentObject(directory.file("segment"), true);
             return !object.isOpen() && errno == (reason == EINTR ? EAGAIN : reason) ? 0 : 1;
         });
-        const int result = child.result();
-        if (result == notPossible)
-            QSKIP("SKIPPED: system calls can't be filtered here");
-        QCOMPARE(result, 0);
     }
 
     void rightsThatCanNotBeNarrowed() {
         const SegmentDirectory directory;
         QVERIFY(directory.makeFile("segment", "x"));
         QCOMPARE(chmod(directory.file("segment").constData(), 0644), 0);
-        ChildProcess child([&] {
-            if (!refuse(SYS_fchmod, 0, EPERM))
-                return notPossible;
+        passesWithRefused({{SYS_fchmod, 0, EPERM}}, [&] {
             const FileDescriptor object = openSegmentObject(directory.file("segment"), true);
             return !object.isOpen() && errno == EPERM ? 0 : 1;
         });
-        const int result = child.result();
-        if (result == notPossible)
-            QSKIP("SKIPPED: system calls can't be filtered here");
-        QCOMPARE(result, 0);
     }
 
     void temporaryNameIsFresh() {
