@@ -28,7 +28,7 @@ void* readForLong(void* reader) {
 
 } // namespace
 
-class test_CancelledReader : public QObject {
+class TestCancelledReader : public QObject {
     Q_OBJECT
 
   private slots:
@@ -52,5 +52,5 @@ class test_CancelledReader : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_CancelledReader)
+QTEST_GUILESS_MAIN(TestCancelledReader)
 #include "test_CancelledReader.moc"

@@ -5,7 +5,7 @@
 
 #include "gpu/GpuFigures.h"
 
-class test_GpuFigures : public QObject {
+class TestGpuFigures : public QObject {
     Q_OBJECT
 
   private slots:
@@ -42,5 +42,5 @@ class test_GpuFigures : public QObject {
     }
 };
 
-QTEST_APPLESS_MAIN(test_GpuFigures)
+QTEST_APPLESS_MAIN(TestGpuFigures)
 #include "test_GpuFigures.moc"

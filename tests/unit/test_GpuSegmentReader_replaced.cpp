@@ -43,7 +43,7 @@ extern "C" int flockAndReplace(int descriptor, int operation) {
     return result;
 }
 
-class test_GpuSegmentReader_replaced : public QObject {
+class TestGpuSegmentReader_replaced : public QObject {
     Q_OBJECT
 
   private slots:
@@ -73,5 +73,5 @@ class test_GpuSegmentReader_replaced : public QObject {
     }
 };
 
-QTEST_APPLESS_MAIN(test_GpuSegmentReader_replaced)
+QTEST_APPLESS_MAIN(TestGpuSegmentReader_replaced)
 #include "test_GpuSegmentReader_replaced.moc"

@@ -18,7 +18,7 @@ ParsedOptions parse(const QByteArray& line) {
 
 } // namespace
 
-class test_Options : public QObject {
+class TestOptions : public QObject {
     Q_OBJECT
 
   private slots:
@@ -159,5 +159,5 @@ class test_Options : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_Options)
+QTEST_GUILESS_MAIN(TestOptions)
 #include "test_Options.moc"

@@ -44,7 +44,7 @@ bool isTorn(const GpuSnapshot& snapshot) {
 
 } // namespace
 
-class test_ReaderAndWriter : public QObject {
+class TestReaderAndWriter : public QObject {
     Q_OBJECT
 
     std::unique_ptr<QTemporaryDir> folder;
@@ -178,5 +178,5 @@ class test_ReaderAndWriter : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_ReaderAndWriter)
+QTEST_GUILESS_MAIN(TestReaderAndWriter)
 #include "test_ReaderAndWriter.moc"

@@ -36,7 +36,7 @@ class Openings {
 
 } // namespace
 
-class test_StatusReport : public QObject {
+class TestStatusReport : public QObject {
     Q_OBJECT
 
   private slots:
@@ -66,5 +66,5 @@ class test_StatusReport : public QObject {
     }
 };
 
-QTEST_APPLESS_MAIN(test_StatusReport)
+QTEST_APPLESS_MAIN(TestStatusReport)
 #include "test_StatusReport.moc"

@@ -11,7 +11,7 @@
 
 using namespace qzstatus;
 
-class test_StatusText : public QObject {
+class TestStatusText : public QObject {
     Q_OBJECT
 
   private slots:
@@ -132,5 +132,5 @@ class test_StatusText : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_StatusText)
+QTEST_GUILESS_MAIN(TestStatusText)
 #include "test_StatusText.moc"

@@ -6,7 +6,7 @@
 #include "app/Vendors.h"
 #include "nvidia/GpuInfoNvml_CUDA.h"
 
-class test_Vendors : public QObject {
+class TestVendors : public QObject {
     Q_OBJECT
 
   private slots:
@@ -18,5 +18,5 @@ class test_Vendors : public QObject {
     }
 };
 
-QTEST_APPLESS_MAIN(test_Vendors)
+QTEST_APPLESS_MAIN(TestVendors)
 #include "test_Vendors.moc"

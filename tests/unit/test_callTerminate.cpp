@@ -27,7 +27,7 @@ void runToTheEnd(const std::function<void(const std::string&)>& work) noexcept {
 
 } // namespace
 
-class test_callTerminate : public QObject {
+class TestCallTerminate : public QObject {
     Q_OBJECT
 
   private slots:
@@ -41,5 +41,5 @@ class test_callTerminate : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_callTerminate)
+QTEST_GUILESS_MAIN(TestCallTerminate)
 #include "test_callTerminate.moc"

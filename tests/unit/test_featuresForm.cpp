@@ -34,7 +34,7 @@ QString highest(const QString& line, const char* prefix) {
 
 } // namespace
 
-class test_featuresForm : public QObject {
+class TestFeaturesForm : public QObject {
     Q_OBJECT
 
   private slots:
@@ -160,5 +160,5 @@ class test_featuresForm : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_featuresForm)
+QTEST_GUILESS_MAIN(TestFeaturesForm)
 #include "test_featuresForm.moc"

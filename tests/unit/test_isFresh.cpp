@@ -18,7 +18,7 @@ std::optional<double> limitOf(double maxAge) {
 
 } // namespace
 
-class test_isFresh : public QObject {
+class TestIsFresh : public QObject {
     Q_OBJECT
 
   private slots:
@@ -76,5 +76,5 @@ class test_isFresh : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_isFresh)
+QTEST_GUILESS_MAIN(TestIsFresh)
 #include "test_isFresh.moc"

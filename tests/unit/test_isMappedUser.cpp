@@ -10,7 +10,7 @@
 
 #include "reader/isMappedUser.h"
 
-class test_isMappedUser : public QObject {
+class TestIsMappedUser : public QObject {
     Q_OBJECT
 
   private slots:
@@ -60,5 +60,5 @@ class test_isMappedUser : public QObject {
     void thisUser() { QVERIFY(isMappedUser(geteuid())); }
 };
 
-QTEST_GUILESS_MAIN(test_isMappedUser)
+QTEST_GUILESS_MAIN(TestIsMappedUser)
 #include "test_isMappedUser.moc"

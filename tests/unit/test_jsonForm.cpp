@@ -129,7 +129,7 @@ const char emptyObject[] = R"({
 
 } // namespace
 
-class test_jsonForm : public QObject {
+class TestJsonForm : public QObject {
     Q_OBJECT
 
   private slots:
@@ -231,5 +231,5 @@ class test_jsonForm : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_jsonForm)
+QTEST_GUILESS_MAIN(TestJsonForm)
 #include "test_jsonForm.moc"

@@ -6,7 +6,7 @@
 #include "StatusReports.h"
 #include "reader/status/forms.h"
 
-class test_lineForm : public QObject {
+class TestLineForm : public QObject {
     Q_OBJECT
 
   private slots:
@@ -57,5 +57,5 @@ class test_lineForm : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_lineForm)
+QTEST_GUILESS_MAIN(TestLineForm)
 #include "test_lineForm.moc"

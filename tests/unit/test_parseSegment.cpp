@@ -22,7 +22,7 @@ int markerCount(const GpuDevice& gpu) {
 
 } // namespace
 
-class test_parseSegment : public QObject {
+class TestParseSegment : public QObject {
     Q_OBJECT
 
   private slots:
@@ -175,5 +175,5 @@ class test_parseSegment : public QObject {
     }
 };
 
-QTEST_APPLESS_MAIN(test_parseSegment)
+QTEST_APPLESS_MAIN(TestParseSegment)
 #include "test_parseSegment.moc"

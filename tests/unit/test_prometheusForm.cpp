@@ -105,7 +105,7 @@ qzgpuinfo_gpu_benchmark_score{gpu="1",kind="Cuda",device="1"} 0
 
 } // namespace
 
-class test_prometheusForm : public QObject {
+class TestPrometheusForm : public QObject {
     Q_OBJECT
 
   private slots:
@@ -194,5 +194,5 @@ class test_prometheusForm : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_prometheusForm)
+QTEST_GUILESS_MAIN(TestPrometheusForm)
 #include "test_prometheusForm.moc"

@@ -21,7 +21,7 @@ QStringList linesOf(const StatusReport& report, int width = noLimit, bool bars =
 
 } // namespace
 
-class test_tableForm : public QObject {
+class TestTableForm : public QObject {
     Q_OBJECT
 
   private slots:
@@ -176,5 +176,5 @@ class test_tableForm : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_tableForm)
+QTEST_GUILESS_MAIN(TestTableForm)
 #include "test_tableForm.moc"

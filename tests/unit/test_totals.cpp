@@ -6,7 +6,7 @@
 #include "StatusReports.h"
 #include "reader/status/totals.h"
 
-class test_totals : public QObject {
+class TestTotals : public QObject {
     Q_OBJECT
 
   private slots:
@@ -55,5 +55,5 @@ class test_totals : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_totals)
+QTEST_GUILESS_MAIN(TestTotals)
 #include "test_totals.moc"
