@@ -9,3 +9,7 @@ qz_test_driver(exiting libnvidia-ml)
 qz_system_test(surroundings)
 qz_system_test(weeks TIMEOUT 300 ONCE)
 qz_system_test(kills_program ONCE)
+# The model says the same whatever the programs were built with.
+if(NOT QZGPUINFO_SANITIZE)
+    qz_system_test(model TIMEOUT 900 ONCE)
+endif()
