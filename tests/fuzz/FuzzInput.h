@@ -1,4 +1,4 @@
-// What the fuzz targets share: how one says what has to hold, and how one takes an input apart.
+// Shared by the fuzz targets: stating what must hold, and splitting an input.
 #pragma once
 
 #include <cstddef>
@@ -25,7 +25,7 @@ inline std::string_view asText(const std::uint8_t* data, std::size_t size,
     return std::string_view(reinterpret_cast<const char*>(data), size).substr(0, most);
 }
 
-/// What stands between the separators, empty pieces too: one more than there are separators.
+/// The pieces between the separators, empty ones too: one more than there are separators.
 inline std::vector<std::string_view> pieces(std::string_view text, char separator) {
     std::vector<std::string_view> found;
     for (std::size_t end = text.find(separator); end != std::string_view::npos; end = text.find(separator)) {
@@ -36,7 +36,7 @@ inline std::vector<std::string_view> pieces(std::string_view text, char separato
     return found;
 }
 
-/// Whether all of the text is 7-bit: the part of the rules that needs no tables to write down again.
+/// Whether all of the text is 7-bit: for this part the rules can be restated without tables.
 inline bool isAscii(std::string_view text) {
     for (const char c : text)
         if (static_cast<unsigned char>(c) > 0x7F)
@@ -48,7 +48,7 @@ inline char asciiLower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-/// Without white space at its ends, as `isspace` has it in the "C" locale.
+/// Without white space at its ends, as `isspace` defines it in the "C" locale.
 inline std::string_view asciiTrimmed(std::string_view text) {
     constexpr std::string_view space = " \t\n\v\f\r";
     const std::size_t first = text.find_first_not_of(space);

@@ -1,4 +1,4 @@
-// A directory of a fuzz target's own, below TMPDIR, gone when the process ends well.
+// A fuzz target's private directory below TMPDIR, removed when the process ends normally.
 #pragma once
 
 #include <filesystem>

@@ -21,7 +21,7 @@ bool canBeMade(std::string_view name) {
            name.find('/') == std::string_view::npos;
 }
 
-/// Makes a directory of each name that can be one.
+/// Creates a directory for each name that can be one.
 std::set<std::string> makeDirectories(const std::filesystem::path& parent, std::string_view names) {
     constexpr std::size_t most = 12;
     std::set<std::string> made;

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// What is printed while it lives.
+/// The output printed while it exists.
 class Printed {
   public:
     Printed() : before(stdout), memory(open_memstream(&text, &length)) { stdout = memory; }
@@ -53,20 +53,20 @@ std::size_t linesOf(const GpuDevice& record) {
 }
 
 /// The text's line for a figure, without what is in front of the number's field.
-bool tells(std::string_view text, const char* what, std::int32_t value) {
+bool shows(std::string_view text, const char* what, std::int32_t value) {
     char line[64] = {};
     std::snprintf(line, sizeof line, "%s%5d ", what, value);
     return text.find(line) != std::string_view::npos;
 }
 
 void checkFigures(const GpuDevice& record, std::string_view text) {
-    require(!record.hasUsage || tells(text, ": Gpu Usage:   ", record.usagePercent), "the usage is told");
-    require(!record.hasTemperature || tells(text, ": Temperature: ", record.temperature),
-            "the temperature is told");
-    require(!record.hasMemTotal || tells(text, ": Mem Total:   ", record.memTotalMb), "the memory is told");
-    require(!record.hasMemUsage || (tells(text, ": Mem Used:    ", record.memUsedMb) &&
-                                    tells(text, ": Mem Free:    ", record.memFreeMb)),
-            "the memory's use is told");
+    require(!record.hasUsage || shows(text, ": Gpu Usage:   ", record.usagePercent), "the usage is shown");
+    require(!record.hasTemperature || shows(text, ": Temperature: ", record.temperature),
+            "the temperature is shown");
+    require(!record.hasMemTotal || shows(text, ": Mem Total:   ", record.memTotalMb), "the memory is shown");
+    require(!record.hasMemUsage || (shows(text, ": Mem Used:    ", record.memUsedMb) &&
+                                    shows(text, ": Mem Free:    ", record.memFreeMb)),
+            "the memory's use is shown");
 }
 
 void checkReport(const GpuDevice& record, int index) {
@@ -87,7 +87,7 @@ void checkReport(const GpuDevice& record, int index) {
                 "no placeholder is left");
     const std::string summary = "---- " + std::string(name) + " ----\n";
     if (index > 89 && isAscii(name))
-        require(text.substr(0, summary.size()) == summary, "the summary's name stands as it is");
+        require(text.substr(0, summary.size()) == summary, "the summary's name is printed as it is");
 }
 
 bool bothGo(const std::string& candidate, const std::string& gpu) {

@@ -1,4 +1,4 @@
-// The model token of whatever a driver calls its GPU.
+// The model token of any name that a driver gives its GPU.
 #include <algorithm>
 #include <string>
 

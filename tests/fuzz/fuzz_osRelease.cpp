@@ -1,4 +1,4 @@
-// The distribution's identifier, out of a file that anybody may have edited.
+// The distribution's identifier, from a file that anybody may have edited.
 #include <string>
 
 #include "support/distributionId.h"
@@ -34,6 +34,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (isAscii(text))
         require(id == QString::fromStdString(expectedId(text)), "the identifier is the first ID= line's");
     if (distributionFamily(id) != DistributionFamily::Other)
-        require(parseDistributionId("ID=" + id.toLatin1()) == id, "a known identifier is found as it stands");
+        require(parseDistributionId("ID=" + id.toLatin1()) == id, "a known identifier is found unchanged");
     return 0;
 }

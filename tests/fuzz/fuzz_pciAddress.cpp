@@ -32,7 +32,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     quint32 expected = 0;
     if (isAscii(text) && plainBus(text, expected))
         require(bus == expected, "the bus is the second piece of the last part");
-    require(parsePciBus("/sys/devices/" + path) == bus, "what stands before the last part does not matter");
+    require(parsePciBus("/sys/devices/" + path) == bus, "what comes before the last part does not matter");
     require(parsePciBus(path + "/gpu") == 0, "a last part without a colon is on no bus");
     const QString again = QString::number(bus, 16);
     require(parsePciBus("/sys/devices/0000:" + again + ":00.0") == bus, "a bus that is written is read back");

@@ -1,4 +1,4 @@
-// What the kernel tells of a process, which chooses its own name and arguments.
+// The kernel's entries on a process, which chooses its own name and arguments.
 #include <functional>
 #include <string>
 
@@ -37,7 +37,7 @@ void checkParts(std::string_view text) {
     require(liesWithin(base, text) && base.find('/') == std::string_view::npos, "a base name has no slash");
 }
 
-/// Whatever a process calls itself, the kernel's line is taken apart in the right places.
+/// Whatever a process calls itself, the kernel's line is split in the right places.
 void checkHostileName(std::string_view name) {
     const std::string line =
         "4711 (" + std::string(name) + ") S 1 2 3 4 -1 6 7 8 9 10 11 12 13 14 20 0 1 0 88213 0\n";

@@ -58,6 +58,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         input.stat.find(input.name) == std::string::npos &&
         input.comm.find(input.name) == std::string::npos &&
         input.cmdline.find(input.name) == std::string::npos)
-        require(!found, "a process has no name that stands in none of its entries");
+        require(!found, "a process has no name that is in none of its entries");
     return 0;
 }

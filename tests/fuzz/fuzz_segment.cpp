@@ -1,4 +1,4 @@
-// A segment of any content, as a reader of it takes it.
+// A segment of any content, as a reader handles it.
 #include <cstring>
 
 #include "reader/GpuSegmentReader.h"

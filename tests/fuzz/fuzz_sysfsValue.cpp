@@ -1,4 +1,4 @@
-// One value of the kernel's, read through a real file.
+// One of the kernel's values, read through a real file.
 #include <string>
 
 #include <sys/mman.h>

@@ -27,11 +27,11 @@ void runOn(const fs::path& input) {
     std::ifstream file(input, std::ios::binary);
     require(file.is_open(), "an input can be read");
     const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    // Of the exact size, so that the sanitizers see a read beyond the end.
+    // Of the exact size, so that the sanitizers detect a read beyond the end.
     std::vector<std::uint8_t> exact;
     exact.reserve(std::max<std::size_t>(bytes.size(), 1)); // not null for an empty one, as a fuzzer has it
     exact.assign(bytes.begin(), bytes.end());
-    // What the abort of a failing target leaves to be read.
+    // Left behind for the abort of a failing target.
     std::fprintf(stderr, "%s\n", input.c_str());
     LLVMFuzzerTestOneInput(exact.data(), exact.size());
 }

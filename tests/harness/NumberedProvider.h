@@ -1,4 +1,4 @@
-// A vendor whose GPUs all show one number, so that a list that was put together from two cycles is seen.
+// A vendor whose GPUs all show one number, so that a list assembled from two cycles is detected.
 #pragma once
 
 #include <cstdint>

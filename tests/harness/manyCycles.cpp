@@ -21,7 +21,7 @@ long entriesOf(const char* directory) {
         std::distance(std::filesystem::directory_iterator(directory), std::filesystem::directory_iterator()));
 }
 
-/// Memory of the process's own; what is mapped from files, as the stand-ins' counters are, is not in it.
+/// The process's own memory, without mapped files such as the stand-ins' counters.
 long residentKilobytes() {
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);)

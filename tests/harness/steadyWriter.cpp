@@ -23,7 +23,7 @@ volatile std::sig_atomic_t endAsked = 0;
 int killedAt = 0;
 int writes = 0;
 
-/// What the kernel may do to a write that a fatal signal meets: it stops at a page's end.
+/// A write interrupted by a fatal signal: the kernel may stop it at the end of a page.
 ssize_t writeHalf(int fd, const void* bytes, std::size_t count, off_t offset) {
     constexpr std::size_t page = 4096;
     const std::size_t toPageEnd = page - static_cast<std::size_t>(offset) % page;

@@ -10,7 +10,7 @@
 
 #include <QByteArray>
 
-/// Sends standard output into memory from its construction until `take` or its destruction. Qt Test prints
+/// Redirects standard output into memory until `take` or its destructor is called. Qt Test prints
 /// its failures there too, so text is taken first and compared afterwards.
 class CaptureStdout {
   public:
@@ -27,14 +27,14 @@ class CaptureStdout {
     CaptureStdout(const CaptureStdout&) = delete;
     CaptureStdout& operator=(const CaptureStdout&) = delete;
 
-    /// What has left the process so far: without what still stands in the stream's buffer.
+    /// What has left the process so far, without the stream's buffer.
     QByteArray written() const {
         QByteArray text(static_cast<int>(lseek(memory, 0, SEEK_END)), '\0');
         const ssize_t length = pread(memory, text.data(), static_cast<std::size_t>(text.size()), 0);
         return length == text.size() ? text : QByteArray();
     }
 
-    /// All that was written; standard output leads where it did before.
+    /// Returns all that was written and restores standard output.
     QByteArray take() {
         std::fflush(stdout);
         const QByteArray text = written();

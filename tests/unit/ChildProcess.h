@@ -10,7 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// Forked at construction; killed and collected at the latest when it goes.
+/// Forked by the constructor; killed and collected by the destructor at the latest.
 class ChildProcess {
   public:
     explicit ChildProcess(const std::function<int()>& work) : pid(fork()) {
@@ -30,8 +30,8 @@ class ChildProcess {
             ::kill(pid, number);
     }
 
-    /// Its exit code; 1000 + the signal that ended it; -1 when it is still running after 60 s or was never
-    /// there.
+    /// Its exit code; 1000 + the signal that ended it; -1 if it is still running after 60 s or could not be
+    /// started.
     int result() {
         for (int i = 0; i < 60000 && pid > 0; ++i) {
             int status = 0;
@@ -52,7 +52,7 @@ class ChildProcess {
     int last = -1;
 };
 
-/// Something that one process waits for and another one gives, any number of times.
+/// An event that one process awaits and another signals, any number of times.
 class Signpost {
   public:
     Signpost() {

@@ -1,4 +1,4 @@
-// The driver with made-up vendors, on a directory of its own in shared memory.
+// The driver with made-up vendors, in a separate directory in shared memory.
 #pragma once
 
 #include <memory>
@@ -8,7 +8,8 @@
 #include "SegmentDirectory.h"
 #include "app/GpuInfo_Main.h"
 
-/// Vendors are made for the words "NVIDIA", "AMD" and "Apple" in `vendors`; the others' places stay empty.
+/// Creates a vendor for each of the words "NVIDIA", "AMD" and "Apple" in `vendors`; the other places stay
+/// empty.
 struct DriverBench {
     explicit DriverBench(const QString& vendors = "NVIDIA AMD", const char* segmentDirectory = nullptr) {
         Vendors madeUp{{}, linuxVendors().unloadLibraries};

@@ -14,12 +14,12 @@ class DrmTree {
   public:
     DrmTree() { QDir(root.path()).mkpath("drm"); }
 
-    /// The directory that stands for /sys/class/drm.
+    /// The directory that replaces /sys/class/drm.
     QString path() const { return root.filePath("drm"); }
 
     QString filePath(const QString& name) const { return root.filePath(name); }
 
-    /// A card whose device link ends in `pciAddress`. Gives the device's directory as it is seen from the
+    /// Adds a card whose device link ends in `pciAddress`. Returns the device's directory as seen from the
     /// card.
     QString addCard(const QString& card, const QString& pciAddress, const DrmFiles& files = {}) const {
         const QString target = root.filePath("devices/pci0000:00/0000:00:03.1/" + pciAddress);

@@ -25,7 +25,7 @@ void FakeCalls::reset() {
 }
 
 int FakeCalls::enter(const char* name, const QStringList& arguments) {
-    // A loop that follows a count which lies would go on until the memory is used up.
+    // A loop that believes a wrong count would go on until memory runs out.
     constexpr int mostOfAnyTest = 100000;
     if (record.size() >= mostOfAnyTest)
         qFatal("%s is called without end", name);

@@ -18,7 +18,7 @@ struct Runtime {
     std::vector<FakeCudaDevice> devices;
 };
 
-// An entry point does not know the library it was found in: each runtime has functions of its own.
+// An entry point does not know its library, so each runtime has separate functions.
 std::array<Runtime, 4> runtimes;
 
 std::vector<FakeCudaDevice> driverDevices;
@@ -65,7 +65,7 @@ int driverCount(int* count) {
     return status;
 }
 
-// A driver's device is its number and 100, so that neither is taken for the other.
+// A driver's device is its number plus 100, so that the two cannot be confused.
 int driverDevice(int* device, int ordinal) {
     const int status = enter("cuDeviceGet", {QString::number(ordinal)});
     if (status == 0 && (ordinal < 0 || ordinal >= static_cast<int>(driverDevices.size())))

@@ -1,4 +1,4 @@
-// Stand-ins for CUDA's runtimes and for the driver's own library, with devices by the test's description.
+// Stand-ins for CUDA's runtimes and for the driver's library, with devices that the test describes.
 #pragma once
 
 #include <vector>
@@ -16,7 +16,7 @@ struct FakeCudaDevice {
 /// The calls are recorded with the library's file as their first argument.
 namespace FakeCuda {
 
-/// Lets a runtime open by `file`, whose soname tells its version. Its record has the bus at `pciBusOffset`.
+/// Lets a runtime of the soname's version open by `file`. Its record has the bus at `pciBusOffset`.
 /// Every file has its own devices; `properties` is the name of the entry point that reads them.
 FakeLibrary& installRuntime(const QByteArray& file, const QByteArray& soname, std::size_t pciBusOffset,
                             const std::vector<FakeCudaDevice>& devices,
@@ -25,7 +25,7 @@ FakeLibrary& installRuntime(const QByteArray& file, const QByteArray& soname, st
 /// The same as `libcuda.so.1`.
 FakeLibrary& installDriver(const std::vector<FakeCudaDevice>& devices);
 
-/// The number of devices that the runtimes tell from now on instead of the real one, until one is installed.
+/// Lets the runtimes report this number of devices instead of the real one, until one is installed.
 void reportCount(int count);
 
 } // namespace FakeCuda

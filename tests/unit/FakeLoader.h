@@ -1,4 +1,4 @@
-// A dynamic loader whose libraries are made by the test.
+// A dynamic loader with libraries that the test makes.
 #pragma once
 
 #include <map>
@@ -32,10 +32,10 @@ FakeLibrary& provide(const QByteArray& file);
 /// The library of a file name; must be there.
 FakeLibrary& library(const QByteArray& file);
 
-/// No library opens by this name any more.
+/// Removes the library of this file name.
 void remove(const QByteArray& file);
 
-/// To be given to what is tested.
+/// The loader to pass to the code under test.
 DynamicLoader functions();
 
 } // namespace FakeLoader

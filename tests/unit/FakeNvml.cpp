@@ -52,7 +52,7 @@ nvmlReturn_t getHandle(unsigned int index, nvmlDevice_t* handle) {
 nvmlReturn_t getPciInfo(nvmlDevice_t handle, nvmlPciInfo_t* pci) {
     const int status = enter("nvmlDeviceGetPciInfo_v3", {numberOf(handle)});
     if (answers("nvmlDeviceGetPciInfo_v3", status)) {
-        // What is not the bus is filled too: a reader of another member is told nonsense.
+        // Everything but the bus is filled with nonsense, in case another member is read.
         std::memset(pci, 0x5a, sizeof *pci);
         pci->bus = deviceOf(handle).bus;
     }

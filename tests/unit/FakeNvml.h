@@ -1,4 +1,4 @@
-// A stand-in for NVML: devices by the test's description, calls recorded and failed through FakeCalls.
+// A stand-in for NVML with devices that the test describes; FakeCalls records its calls and makes them fail.
 #pragma once
 
 #include <vector>
@@ -9,7 +9,7 @@
 #include "tests/unit/FakeLoader.h"
 
 struct FakeNvmlDevice {
-    QByteArray name; ///< written as it stands, without a terminator when it fills the caller's buffer
+    QByteArray name; ///< written as it is, without a terminator if it fills the caller's buffer
     unsigned int bus = 0;
     unsigned int utilization = 0;
     unsigned int temperature = 0;
@@ -25,7 +25,7 @@ FakeLibrary& install(const std::vector<FakeNvmlDevice>& devices,
 /// To change while it is in use.
 FakeNvmlDevice& device(std::size_t index);
 
-/// The number of devices that is told instead of the real one.
+/// Lets the library report this number of devices instead of the real one.
 void reportCount(unsigned int count);
 
 } // namespace FakeNvml

@@ -91,7 +91,7 @@ cl_int release(const char* function, const char* kind, const void* object) {
     return status;
 }
 
-/// Hands out a text the way a driver does that counts on the caller's room.
+/// Writes a text like a driver that trusts the caller's buffer size.
 cl_int answerText(const QByteArray& text, std::size_t room, void* value) {
     std::memcpy(value, text.constData(), std::min(room, static_cast<std::size_t>(text.size())));
     return CL_SUCCESS;

@@ -13,9 +13,9 @@
 #include "tests/unit/FakeLoader.h"
 
 struct FakeClDevice {
-    QByteArray name;       ///< written as it stands, without a terminator when it fills the caller's buffer
-    QByteArray extensions; ///< the same
-    std::optional<cl_uint> busNv;             ///< absent: the attribute is not answered
+    QByteArray name;              ///< written as it is, without a terminator if it fills the caller's buffer
+    QByteArray extensions;        ///< the same
+    std::optional<cl_uint> busNv; ///< absent: the attribute is not answered
     std::optional<unsigned char> topologyBus; ///< the byte of AMD's topology
     std::optional<cl_uint> busKhr;
 };
@@ -25,14 +25,14 @@ struct FakeClPlatform {
     std::vector<FakeClDevice> devices;
 };
 
-/// What a benchmark run finds.
+/// What a benchmark run encounters.
 struct FakeClScript {
     /// The first floats of the n-th read of the results; the last entry serves all further ones.
     std::vector<std::vector<float>> results = {{1.0F, 2.0F, 3.0F, 4.0F}};
     /// The milliseconds that pass in the n-th clFinish; the last entry serves all further ones.
     std::vector<double> roundMs = {10.0};
     QByteArray buildLog = QByteArray("no such type", 13); ///< as the driver writes it, terminator or not
-    std::optional<std::size_t> buildLogSize;              ///< told instead of the text's size
+    std::optional<std::size_t> buildLogSize;              ///< reported instead of the text's size
 };
 
 namespace FakeOpenCL {
@@ -42,7 +42,7 @@ FakeLibrary& install(const std::vector<FakeClPlatform>& platforms, const QByteAr
 
 FakeClScript& script();
 
-/// Tells this number of platforms, or of a platform's devices, instead of the real one.
+/// Reports this number of platforms, or of a platform's devices, instead of the real one.
 void reportPlatforms(cl_uint count);
 void reportDevices(cl_uint count);
 

@@ -1,4 +1,4 @@
-// A vendor as a test wants it.
+// A vendor that a test controls.
 #pragma once
 
 #include <functional>
@@ -8,10 +8,10 @@
 
 #include "gpu/GpuInfo.h"
 
-/// A provider with the records given to it, which writes down what is asked of it.
+/// A provider with the given records, which logs the calls made to it.
 class FakeProvider : public GpuInfo {
   public:
-    /// `calls` outlives the provider; `nameOfVendor` tells its calls from the other vendors'.
+    /// `calls` outlives the provider; `nameOfVendor` marks its calls among the other vendors'.
     FakeProvider(QStringList& calls, const QString& nameOfVendor) : journal(calls), vendor(nameOfVendor) {}
 
     ~FakeProvider() override { note("delete"); }

@@ -1,4 +1,4 @@
-// Streams of a process under test, which take as much as a test wants.
+// Streams of a process under test that accept as much as the test wants.
 #pragma once
 
 #include <cstdio>

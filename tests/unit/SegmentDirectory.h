@@ -1,4 +1,4 @@
-// A directory in real shared memory that a test has for itself.
+// A test's private directory in real shared memory.
 #pragma once
 
 #include <cstdlib>
@@ -13,7 +13,7 @@
 
 #include "support/qzSharedMemory.h"
 
-/// Made at construction, removed with all it holds by the process that made it.
+/// Created by the constructor; removed with its content by the process that created it.
 class SegmentDirectory {
   public:
     SegmentDirectory() {
@@ -31,13 +31,13 @@ class SegmentDirectory {
     const char* path() const { return directory.constData(); }
     QByteArray file(const char* key) const { return directory + '/' + key; }
 
-    /// What is there, hidden files included.
+    /// The names in it, hidden files included.
     QStringList names() const {
         return QDir(QString::fromUtf8(directory))
             .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     }
 
-    /// Of the name itself; all zeros when there is none.
+    /// Of the name itself; all zeros if it does not exist.
     struct stat status(const char* key) const {
         struct stat result{};
         if (lstat(file(key).constData(), &result) != 0)

@@ -1,4 +1,4 @@
-// The flags on a segment, asked for by their bytes as a reader in another language does.
+// The flags on a segment, queried by their bytes as a reader in another language does.
 #pragma once
 
 #include <fcntl.h>

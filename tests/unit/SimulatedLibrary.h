@@ -1,4 +1,4 @@
-// A stand-in library as the program meets it: opened by the dynamic loader, on a machine that a test
+// A stand-in library as the program uses it: opened by the dynamic loader, on a machine that a test
 // describes.
 #pragma once
 
@@ -33,7 +33,7 @@ class SimulatedMachine {
     QTemporaryDir folder;
 };
 
-/// One of the stand-ins, open as long as the object lives.
+/// One of the stand-ins, open as long as the object exists.
 class SimulatedLibrary {
   public:
     explicit SimulatedLibrary(const char* fileName)

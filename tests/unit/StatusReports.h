@@ -1,4 +1,4 @@
-// Readings of the segment as the tests of the output forms need them.
+// Readings of the segment for the tests of the output forms.
 #pragma once
 
 #include <utility>
@@ -30,7 +30,7 @@ inline GpuView gpuView(const char* name, int kindCode, const char* kind, std::in
     return gpu;
 }
 
-/// Every figure present, each with a value of its own.
+/// Every figure present, each with a different value.
 inline GpuView busyGpu() {
     return with(gpuView("NVIDIA GeForce RTX 4090", 1, "Cuda", 0), [](GpuView& gpu) {
         gpu.answering = true;
@@ -58,7 +58,7 @@ inline GpuView idleGpu() {
     });
 }
 
-/// Only the memory's size is known: it is listed and does not answer.
+/// Only the memory's size is known: it is listed but does not answer.
 inline GpuView amdGpu() {
     return with(gpuView("Navi 31", 2, "AMD", 0), [](GpuView& gpu) {
         gpu.amdRayTracing = true;
@@ -95,7 +95,7 @@ inline StatusReport mixedReport() {
     return freshReport({busyGpu(), idleGpu(), amdGpu(), silentGpu()});
 }
 
-/// A list that nothing keeps fresh.
+/// A list that no process keeps fresh.
 inline StatusReport staleReport() {
     return with(freshReport({amdGpu()}), [](StatusReport& report) {
         report.state = ReportState::Stale;
@@ -105,7 +105,7 @@ inline StatusReport staleReport() {
     });
 }
 
-/// Fresh data that are old, as a benchmark is under way.
+/// Old data that count as fresh because a benchmark is running.
 inline StatusReport measuringReport() {
     return with(freshReport(), [](StatusReport& report) {
         report.measuring = true;

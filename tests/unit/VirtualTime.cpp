@@ -13,10 +13,10 @@ namespace {
 
 constexpr std::int64_t nanosecondsASecond = 1000000000;
 
-// The time that is told, in nanoseconds; 0: the real one.
-std::atomic<std::int64_t> told{0};
+// The time that the clock shows, in nanoseconds; 0: the real one.
+std::atomic<std::int64_t> shown{0};
 
-// What passes at each reading, in nanoseconds.
+// The time that passes at each reading, in nanoseconds.
 std::atomic<std::int64_t> step{0};
 
 int realTime(clockid_t clock, timespec* time) {
@@ -25,12 +25,12 @@ int realTime(clockid_t clock, timespec* time) {
 
 } // namespace
 
-// Stands before the C library's, through which std::chrono asks.
+// Replaces the C library's function, which std::chrono calls.
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    const std::int64_t now = told;
+    const std::int64_t now = shown;
     if (clock != CLOCK_MONOTONIC || now == 0)
         return realTime(clock, time);
-    told += step;
+    shown += step;
     *time = {now / nanosecondsASecond, now % nanosecondsASecond};
     return 0;
 }
@@ -38,17 +38,17 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
 VirtualTime::VirtualTime() {
     timespec now{};
     realTime(CLOCK_MONOTONIC, &now);
-    told = now.tv_sec * nanosecondsASecond + now.tv_nsec;
+    shown = now.tv_sec * nanosecondsASecond + now.tv_nsec;
 }
 
 VirtualTime::~VirtualTime() {
-    told = 0;
+    shown = 0;
     step = 0;
 }
 
 void VirtualTime::pass(double milliseconds) {
-    if (told != 0)
-        told += static_cast<std::int64_t>(milliseconds * 1e6);
+    if (shown != 0)
+        shown += static_cast<std::int64_t>(milliseconds * 1e6);
     else if (milliseconds > 0.0)
         QThread::usleep(static_cast<unsigned long>(milliseconds * 1e3));
 }

@@ -1,8 +1,8 @@
-// Time that passes when a test says so.
+// Time that passes only when a test says so.
 #pragma once
 
-/// While one lives, the process's monotonic clock stands still but for what `pass` adds, so that what is
-/// timed comes out the same on a busy machine. One at a time.
+/// While one exists, the process's monotonic clock advances only by what `pass` adds, so that a busy machine
+/// measures the same times. One at a time.
 class VirtualTime {
   public:
     VirtualTime();
@@ -10,9 +10,9 @@ class VirtualTime {
     VirtualTime(const VirtualTime&) = delete;
     VirtualTime& operator=(const VirtualTime&) = delete;
 
-    /// Lets time pass; sleeps where none of these lives.
+    /// Lets time pass; sleeps if no VirtualTime exists.
     static void pass(double milliseconds);
 
-    /// From now on so much passes at each reading of the clock, behind it, until the living one ends.
+    /// From now on this much time passes after each reading of the clock, until the VirtualTime ends.
     static void passAtReadings(double milliseconds);
 };

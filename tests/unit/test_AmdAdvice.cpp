@@ -1,4 +1,4 @@
-// The advice that no machine brings the program to say; what it does say is held where it is said.
+// Advice that no test machine triggers; the rest is tested with its machines.
 #include <QTest>
 
 #include "amd/AmdAdvice.h"

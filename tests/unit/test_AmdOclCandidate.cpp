@@ -35,7 +35,7 @@ AmdOclCandidate nameOnly(const QString& name) {
     return candidate;
 }
 
-/// The place in the list, -1 for none.
+/// The index in the list, -1 for none.
 int place(const std::vector<AmdOclCandidate>& candidates, const AmdOclCandidate* found) {
     return found == nullptr ? -1 : static_cast<int>(found - candidates.data());
 }
@@ -85,7 +85,7 @@ class TestAmdOclCandidate : public QObject {
         QCOMPARE(printed, QByteArray());
     }
 
-    // A success that writes nothing tells bus 0.
+    // A success that writes nothing means bus 0.
     void busWithoutAnswer_data() {
         QTest::addColumn<Answers>("answers");
         QTest::addColumn<QByteArray>("way");
@@ -158,7 +158,7 @@ class TestAmdOclCandidate : public QObject {
         QCOMPARE(candidates[0].name, QString("b"));
     }
 
-    // A platform keeps the number that the library's list gives it.
+    // A platform keeps its number in the library's list.
     void nullEntries() {
         collect({{"one", {device("a")}}, {"two", {device("b")}}, {"three", {device("c"), device("d")}}});
         FakeOpenCL::leavePlatformNull(1);

@@ -1,4 +1,4 @@
-// A thread of a program that reads may be cancelled at any system call.
+// A reading program's thread may be cancelled at any system call.
 #include <chrono>
 
 #include <fcntl.h>

@@ -11,7 +11,7 @@ CommandLine parsed(const QByteArrayList& arguments) {
     return parseCommandLine(vector.size(), vector.constData());
 }
 
-/// What is set, by name, in the record's order.
+/// The names of the options that are set, in the record's order.
 QByteArrayList set(const CommandLine& line) {
     QByteArrayList names;
     const auto add = [&names](bool flag, const char* name) {
@@ -93,7 +93,7 @@ class TestCommandLine : public QObject {
         QCOMPARE(set(parsed(arguments)), flags);
     }
 
-    /// Nothing but the exact text is an option.
+    /// Only the exact text is an option.
     void variant_data() {
         QTest::addColumn<QByteArray>("argument");
         for (const char* text : {"-bench", "-benchShort", "-v", "-debug", "-single", "-queryNvCuda",

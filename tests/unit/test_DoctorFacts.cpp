@@ -198,7 +198,7 @@ class TestDoctorFacts : public QObject {
     void pciAddresses() {
         QCOMPARE(pciAddress(0, 0xc, 0), QString("0000:0c:00.0"));
         QCOMPARE(pciAddress(0x10000, 0xff, 0x1f, 7), QString("10000:ff:1f.7"));
-        // What a lying driver calls a bus.
+        // A bus as a lying driver may report it.
         QCOMPARE(pciAddress(0, 0x101, 0), QString("0000:01:00.0"));
         QCOMPARE(pciVendorName(0x10de), QString("NVIDIA"));
         QCOMPARE(pciVendorName(0x12), QString("vendor 0x0012"));

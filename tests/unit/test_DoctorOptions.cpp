@@ -106,7 +106,7 @@ class TestDoctorOptions : public QObject {
                  QStringList({"system.shm", "pci.drivers"}));
         QCOMPARE(idsOf(chosenChecks({}, {})).size(), int(checks().size()));
         QVERIFY(!idsOf(chosenChecks({}, {"nvidia"})).join(' ').contains("nvidia"));
-        // A beginning ends at a dot.
+        // A prefix ends at a dot.
         QCOMPARE(idsOf(chosenChecks({"nvidia.cuda"}, {})), QStringList("nvidia.cuda"));
     }
 

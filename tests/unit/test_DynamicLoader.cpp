@@ -43,7 +43,7 @@ class TestDynamicLoader : public QObject {
         QTEST(FakeCalls::all(), "calls");
     }
 
-    void resolvesAndTellsWhatIsMissing() {
+    void resolvesAndReportsWhatIsMissing() {
         FakeLoader::provide("liba.so").add("answer", +[] { return 42; });
         const DynamicLoader loader = FakeLoader::functions();
         void* library = loader.openFirst({"liba.so"});

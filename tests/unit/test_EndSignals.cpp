@@ -1,4 +1,4 @@
-// The part of ending in order that only the process itself can see; how it ends is seen from outside.
+// The part of an orderly end that only the process itself can see; system tests see the rest.
 #include <csignal>
 
 #include <sys/resource.h>
@@ -31,7 +31,7 @@ class TestEndSignals : public QObject {
 
   private slots:
     void initTestCase() {
-        // Tests may have been started by nohup or in the background.
+        // The tests may run under nohup or in the background.
         for (const int number : handled)
             std::signal(number, SIG_DFL);
     }

@@ -1,4 +1,4 @@
-// The benchmark's run to its end: what is called, with what, and what comes out.
+// A complete run of the benchmark: its calls, their arguments and its result.
 #include <cmath>
 
 #include <QTest>
@@ -120,7 +120,7 @@ class TestGpuBenchmarkOpenCL : public QObject {
         const float calibrated = GLOBAL_Iteratons_mod;
         QVERIFY(calibrated > 0.1F);
         FakeCalls::fail("clCreateBuffer", -4);
-        run(0.01); // ends before the scale is set anew
+        run(0.01); // ends before the scale is set again
         QCOMPARE(GLOBAL_Iteratons_mod, calibrated);
         FakeCalls::heal();
         FakeCalls::fail("clBuildProgram", -11);
@@ -141,7 +141,7 @@ class TestGpuBenchmarkOpenCL : public QObject {
         QTest::newRow("long limit") << 50 << 20.9 << 3 << QByteArray("20.7"); // 62 ms / 3
     }
 
-    // The limit is looked at before each round.
+    // The limit is checked before each round.
     void warmupRounds() {
         QFETCH(int, limitMs);
         QFETCH(double, roundMs);
@@ -159,7 +159,7 @@ class TestGpuBenchmarkOpenCL : public QObject {
         const Outcome outcome = run(0.02);
         QStringList calls = FakeCalls::of({"clFinish", "clEnqueueReadBuffer"});
         QVERIFY(
-            calls.first().startsWith("clEnqueueReadBuffer")); // no round before the first look at the results
+            calls.first().startsWith("clEnqueueReadBuffer")); // no round before the results are first read
         QVERIFY2(outcome.printed.startsWith(
                      "    GpuBenchmarkOpenCL: warmup avg nan ms/round, GLOBAL_Iteratons_mod set to nan\n"),
                  outcome.printed.constData());
@@ -168,7 +168,7 @@ class TestGpuBenchmarkOpenCL : public QObject {
         QVERIFY(std::isnan(outcome.score));
     }
 
-    // The process is held up between the timer's start and the first look at it.
+    // The process is delayed between the timer's start and its first reading.
     void noWarmupRoundInSomeTime() {
         VirtualTime::passAtReadings(5.0);
         FakeCalls::during("clEnqueueReadBuffer", [] { VirtualTime::passAtReadings(0.0); });

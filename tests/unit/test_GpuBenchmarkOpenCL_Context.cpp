@@ -7,7 +7,7 @@
 
 using namespace GpuBenchmarkOpenCL;
 
-// A driver may tell any size for its build log.
+// A driver may report any size for its build log.
 extern "C" const char* __asan_default_options() { // NOLINT(bugprone-reserved-identifier)
     return "allocator_may_return_null=1";
 }
@@ -169,18 +169,18 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
 
     void buildLog_data() {
         QTest::addColumn<QByteArray>("log");
-        QTest::addColumn<qint64>("toldSize");
+        QTest::addColumn<qint64>("reportedSize");
         QTest::addColumn<QByteArray>("text");
-        const auto row = [](const char* name, const QByteArray& log, qint64 told, const QByteArray& text) {
-            QTest::newRow(name) << log << told << text;
+        const auto row = [](const char* name, const QByteArray& log, qint64 size, const QByteArray& text) {
+            QTest::newRow(name) << log << size << text;
         };
         row("terminated", QByteArray("error\n", 7), 7, benchmarkLine("OpenCL build error:error\n"));
         row("unterminated", "error", 5, benchmarkLine("OpenCL build error:error"));
         row("up to the terminator", QByteArray("one\0two", 8), 8, benchmarkLine("OpenCL build error:one"));
         row("empty", QByteArray("", 1), 1, benchmarkLine("OpenCL build error:"));
         row("size 0", "error", 0, benchmarkLine("OpenCL build error:"));
-        row("told shorter than it is", "error", 3, benchmarkLine("OpenCL build error:err"));
-        row("told longer than it is", "error", 4096, benchmarkLine("OpenCL build error:error"));
+        row("reported shorter than it is", "error", 3, benchmarkLine("OpenCL build error:err"));
+        row("reported longer than it is", "error", 4096, benchmarkLine("OpenCL build error:error"));
         row("with a placeholder", QByteArray("in %1 at 50%", 13), 13,
             benchmarkLine("OpenCL build error:in %1 at 50%"));
         row("more than there is memory", "error", Q_INT64_C(1) << 52, "");
@@ -189,9 +189,9 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
 
     void buildLog() {
         QFETCH(QByteArray, log);
-        QFETCH(qint64, toldSize);
+        QFETCH(qint64, reportedSize);
         FakeOpenCL::script().buildLog = log;
-        FakeOpenCL::script().buildLogSize = static_cast<std::size_t>(toldSize);
+        FakeOpenCL::script().buildLogSize = static_cast<std::size_t>(reportedSize);
         FakeCalls::fail("clBuildProgram", -11);
         CreatedContext context;
         const QByteArray printed = printedBy([&] { buildKernel(context); });

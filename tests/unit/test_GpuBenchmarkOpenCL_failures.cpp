@@ -1,5 +1,4 @@
-// The benchmark's run where something fails: the message, where it is looked at, and that nothing stays
-// behind.
+// Failing runs of the benchmark: the message, the calls that are not checked, and that nothing is leaked.
 #include <functional>
 
 #include <malloc.h>
@@ -38,7 +37,7 @@ void fails(const QByteArray& message, const BenchmarkGeometry& geometry = arrays
     QCOMPARE(outcome.score, 0.0F);
 }
 
-/// What the process holds on its heap; all zero under a sanitizer, which looks for leaks itself.
+/// Bytes on the process's heap; 0 under a sanitizer, which looks for leaks itself.
 std::size_t heapBytes() {
     const struct mallinfo2 info = mallinfo2();
     return info.uordblks + info.hblkhd;
@@ -99,7 +98,7 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
         const std::size_t before = heapBytes();
         fails(text);
         FakeOpenCL::install({{"p", {FakeClDevice()}}}); // its copies of the data are gone
-        QVERIFY2(heapBytes() < before + (64U << 10), "host memory stays behind");
+        QVERIFY2(heapBytes() < before + (64U << 10), "host memory is leaked");
     }
 
     void releases_data() {
@@ -137,7 +136,7 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
         QTEST(FakeCalls::of(::releases), "released");
     }
 
-    // A driver may still be reading from them.
+    // A driver may still be reading the arrays.
     void hostArraysOutliveTheBuffers() {
         if (heapBytes() == 0)
             QSKIP("a sanitizer keeps the heap's figures to itself");
@@ -172,13 +171,13 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
         FakeCalls::fail("clFinish", finished);
         fails(
             benchmarkLine(QByteArray("warmup failed: ") + errorName(enqueued) + " / " + errorName(finished)));
-        QCOMPARE(FakeCalls::count("clFinish"), 1); // asked even when nothing was enqueued
+        QCOMPARE(FakeCalls::count("clFinish"), 1); // called even when nothing was enqueued
         QCOMPARE(FakeCalls::count("clReleaseCommandQueue"), queueReleased ? 1 : 0);
         QCOMPARE(FakeCalls::count("clReleaseMemObject"), 3);
         QCOMPARE(FakeCalls::count("clReleaseContext"), 1);
         if (!queueReleased) {
             QCOMPARE(FakeOpenCL::liveObjects(), QStringList("queue1"));
-            FakeOpenCL::install({}); // the driver has lost it: none of ours
+            FakeOpenCL::install({}); // the driver has lost it, so there is nothing to release
         }
     }
 
@@ -219,7 +218,7 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
         FakeOpenCL::script().roundMs = {roundMs};
         fails(benchmarkLine("warmup avg round time < 1ms (" + average +
                             "ms), kernel likely not running correctly"));
-        QCOMPARE(FakeCalls::count("clEnqueueReadBuffer"), 1); // the results are looked at first
+        QCOMPARE(FakeCalls::count("clEnqueueReadBuffer"), 1); // the results are checked first
     }
 
     void roundTooFast_data() {
@@ -274,7 +273,7 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
                               "clReleaseContext(context1)"}));
     }
 
-    // A process that may have 700 MiB more, and asks for 512 twice.
+    // A process that may allocate 700 MiB, and asks for 512 MiB twice.
     void noMemoryForTheSecondArray() {
 #ifdef __SANITIZE_ADDRESS__
         QSKIP("the sanitizer's own memory does not fit under a limit");
@@ -296,7 +295,7 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
 #endif
     }
 
-    void nextRunBeginsAnew() {
+    void nextRunIsUnaffected() {
         for (const char* failing : {"clCreateBuffer", "clBuildProgram", "clFinish"}) {
             FakeCalls::fail(failing, -4, 1);
             QCOMPARE(attempt().score, 0.0F);
@@ -305,7 +304,7 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
         }
     }
 
-    void measuringFailuresAreNotLookedAt() {
+    void measuringFailuresAreIgnored() {
         logLevel = 5;
         for (const char* call : {"clEnqueueWriteBuffer", "clSetKernelArg"})
             FakeCalls::fail(call, -5);

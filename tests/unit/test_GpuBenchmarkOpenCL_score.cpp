@@ -1,4 +1,4 @@
-// What the benchmark makes of the time its rounds take.
+// The score that the benchmark computes from its rounds' times.
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -46,7 +46,7 @@ class TestGpuBenchmarkOpenCL_score : public QObject {
         QCOMPARE(FakeOpenCL::sources(), sources);
     }
 
-    // 11 ms in 3 rounds, where single precision comes to another float in the last bit.
+    // 11 ms in 3 rounds, where single precision gives a float with another last bit.
     void calibrationInDoublePrecision() {
         benchmarkWarmupMs = 8;
         FakeOpenCL::script().roundMs = {3.67, 3.67, 3.67, 10.0};
@@ -89,7 +89,7 @@ class TestGpuBenchmarkOpenCL_score : public QObject {
         QVERIFY(std::memcmp(&expected, &outcome.score, sizeof expected) == 0);
     }
 
-    // Times for which the third decimal hangs on the last bit of the formula's double.
+    // Times for which the third decimal depends on the last bit of the formula's double.
     void orderOfOperations_data() {
         QTest::addColumn<int>("rounds");
         QTest::addColumn<int>("totalMs");

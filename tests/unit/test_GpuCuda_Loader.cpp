@@ -70,7 +70,7 @@ class TestGpuCuda_Loader : public QObject {
         QTEST(answering(), "used");
     }
 
-    // The file's own soname tells the layout of its record, whatever name it was opened by.
+    // The file's soname decides the layout of its record, whatever name it was opened by.
     void layouts_data() {
         QTest::addColumn<QByteArray>("file");
         QTest::addColumn<QByteArray>("soname");
@@ -261,7 +261,7 @@ class TestGpuCuda_Loader : public QObject {
         QCOMPARE(FakeCalls::of({"cudaGetDeviceProperties"}),
                  QStringList({"cudaGetDeviceProperties(libcudart.so.12, 0)",
                               "cudaGetDeviceProperties(libcudart.so.12, 1)"}));
-        GpuCuda_Loader::unload(); // what was told is forgotten with the library
+        GpuCuda_Loader::unload(); // its answers are forgotten with the library
         load();
         QCOMPARE(GpuCuda_Loader::cudaGetDeviceProperties(&properties, 1), 0);
         QCOMPARE(FakeCalls::count("cudaGetDeviceProperties"), 3);
@@ -287,7 +287,7 @@ class TestGpuCuda_Loader : public QObject {
         QCOMPARE(GpuCuda_Loader::cudaGetDeviceProperties(&properties, 1), 101);
         FakeCalls::reset();
         QVERIFY(GpuCuda_Loader::cudaGetDeviceProperties(&properties, -1) != 0);
-        QCOMPARE(FakeCalls::all(), QStringList()); // a number that no runtime is asked for
+        QCOMPARE(FakeCalls::all(), QStringList()); // no runtime is asked for such a number
     }
 
     void failingCount() {

@@ -26,7 +26,7 @@ class TestGpuDevice : public QObject {
     Q_OBJECT
 
   private slots:
-    /// What a reader in another language finds where, and that each field touches its own bytes alone.
+    /// The offsets that readers in other languages rely on; each field touches only its own bytes.
     void offset_data() {
         QTest::addColumn<Write>("write");
         QTest::addColumn<int>("offset");

@@ -1,4 +1,4 @@
-// The table of figures: every one of the record, by its bytes, and how two values become one.
+// The table of figures: all of the record, by their bytes, and how two values combine.
 #include <limits>
 
 #include <QTest>

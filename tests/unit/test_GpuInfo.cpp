@@ -46,7 +46,7 @@ class TestGpuInfo : public QObject {
         QCOMPARE(provider.gpuCount(), 0);
     }
 
-    /// A key is a device's number, wherever it stands in the list.
+    /// A key is a device's number, wherever the device is in the list.
     void getGpuGoesByDeviceNumber() {
         QStringList calls;
         FakeProvider provider(calls, "NVIDIA");

@@ -179,7 +179,7 @@ class TestGpuInfoAmdLinux : public QObject {
         QCOMPARE(int(machine.provider.record(0).hasTemperature), 0);
     }
 
-    // A reloaded driver numbers its monitors anew: the old path is no other card's.
+    // A reloaded driver renumbers its monitors: the old path must not lead to another card.
     void sensorOfALaterReload() {
         Card card;
         QVERIFY(QDir().rename(card.device + "/hwmon/hwmon3", card.device + "/hwmon/hwmon4"));
@@ -213,7 +213,7 @@ class TestGpuInfoAmdLinux : public QObject {
         QCOMPARE(int(machine.provider.named("whole").hasMemUsage), 1);
     }
 
-    // The figures are those of the card at its own work, not under the benchmark's.
+    // The figures show the card's own load, not the benchmark's.
     void figuresBeforeTheBenchmark() {
         AmdMachine machine;
         const QString device = machine.drm.addAmdCard("card0", "0000:0c:00.0", figures);
@@ -232,7 +232,7 @@ class TestGpuInfoAmdLinux : public QObject {
         QCOMPARE(machine.provider.record(0).temperature, 45);
     }
 
-    // Whatever became of the marker since the card was found.
+    // Even if the marker was cleared since the card was found.
     void validAfterEveryRefresh() {
         Card card;
         card.machine.provider.edit(0).statsValid = 0;
@@ -246,7 +246,7 @@ class TestGpuInfoAmdLinux : public QObject {
         QCOMPARE(card.machine.provider.gpuCount(), 0);
         QCOMPARE(card.machine.update(true), QByteArray());
         QVERIFY(card.machine.provider.shutdown() != 0);
-        // Nothing of the old card is taken for another that is found later.
+        // Nothing of the old card is used for another that is found later.
         QDir(card.device + "/..").removeRecursively();
         DrmFiles others = figures;
         others["hwmon/hwmon3/temp1_input"] = "51000";

@@ -1,4 +1,4 @@
-// AMD's cards paired with OpenCL devices, and what these tell of ray tracing.
+// AMD's cards paired with OpenCL devices, and the devices' ray tracing.
 #include <QTest>
 
 #include "tests/unit/AmdMachine.h"
@@ -203,7 +203,7 @@ class TestGpuInfoAmdLinux_match : public QObject {
         QCOMPARE(int(machine.provider.named("card1").amdRayTracing), 1);
         QCOMPARE(int(machine.provider.named("card2").amdRayTracing), 0);
         QCOMPARE(int(machine.provider.named("card3").amdRayTracing), 1);
-        QCOMPARE(FakeCalls::all().filter("0x1030").size(), 3); // nobody is asked for the GPU without a device
+        QCOMPARE(FakeCalls::all().filter("0x1030").size(), 3); // none for the GPU without a device
     }
 
     void matchesAreDetail() {

@@ -6,7 +6,7 @@
 
 namespace {
 
-/// Records are told apart by their number: 100 + place for NVIDIA, 200 for AMD, 300 for Apple.
+/// A record's number shows its place: 100 + place for NVIDIA, 200 for AMD, 300 for Apple.
 GpuInfoBlock listOf(int cuda, int amd, int metal) {
     GpuInfoBlock list;
     list.cudaCount = static_cast<std::uint32_t>(cuda);
@@ -145,7 +145,7 @@ class TestGpuInfoBlock : public QObject {
         QCOMPARE(QByteArray(list.cudaGpus[0].name), QByteArray("kept"));
     }
 
-    /// Nobody asks; one who does must not read beyond the list.
+    /// No caller does this; if one did, it must not read beyond the list.
     void gpuAtOfAnEmptyList() {
         for (const int onlyCuda : {0, 1}) {
             GpuInfoBlock list;

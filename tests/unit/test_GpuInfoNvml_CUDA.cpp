@@ -137,7 +137,7 @@ class TestGpuInfoNvml_CUDA : public QObject {
         }
     }
 
-    // What a failing call leaves behind is no reading.
+    // What a failing call writes is not a reading.
     void failingCallsThatWrite() {
         NvidiaMachine machine;
         FakeNvml::install({gpu});
@@ -197,7 +197,7 @@ class TestGpuInfoNvml_CUDA : public QObject {
         QCOMPARE(FakeCalls::all(), QStringList());
     }
 
-    // The figures are those of the GPU at its own work, not under the benchmark's.
+    // The figures show the GPU's own load, not the benchmark's.
     void figuresBeforeTheBenchmark() {
         NvidiaMachine machine;
         FakeNvml::install({gpu});
@@ -237,7 +237,7 @@ class TestGpuInfoNvml_CUDA : public QObject {
         QTEST(printed, "text");
         QTEST(result, "result");
         QCOMPARE(FakeCalls::all().first(), QString("nvmlShutdown()"));
-        QVERIFY(GpuNvml_Loader::isLoaded()); // whose library it is closes it
+        QVERIFY(GpuNvml_Loader::isLoaded()); // its loader's owner closes it
         QCOMPARE(machine.provider.gpuCount(), 1);
         QCOMPARE(machine.provider.record(0).name, "GPU %1");
     }

@@ -36,7 +36,7 @@ class TestGpuInfoNvml_CUDA_detect : public QObject {
         QTEST(machine.detect(), "text");
         QCOMPARE(machine.result, 0);
         QCOMPARE(machine.provider.gpuCount(), 0);
-        // Nothing else is looked for.
+        // Nothing else is tried.
         QCOMPARE(FakeCalls::all(),
                  QStringList({"dlopen(libnvidia-ml.so.1, 1)", "dlopen(libnvidia-ml.so, 1)"}));
     }
@@ -164,7 +164,7 @@ class TestGpuInfoNvml_CUDA_detect : public QObject {
         FakeNvml::install(twoGpus);
         installCuda({{0xC1, 8, 9}, {0x65, 8, 9}});
         FakeCalls::fail("nvmlDeviceGetName", 3, 1);
-        FakeCalls::setAnswers("nvmlDeviceGetName", true); // what the failing one writes is no name
+        FakeCalls::setAnswers("nvmlDeviceGetName", true); // what the failing one writes is not a name
         machine.detect();
         QCOMPARE(machine.provider.record(0).name, "");
         QCOMPARE(machine.provider.record(0).deviceIndex, 1); // processing continues

@@ -51,8 +51,9 @@ class TestGpuInfoNvml_CUDA_index : public QObject {
         FakeNvml::install(twoGpus);
         installCuda({{0x65, 8, 9}, {0xC1, 8, 9}});
         FakeCalls::fail("nvmlDeviceGetPciInfo_v3", 3, 1);
-        FakeCalls::setAnswers("nvmlDeviceGetPciInfo_v3", true); // what the failing one writes is no place
-        QCOMPARE(machine.detect().count('\n'), 2 + 7 + 1);      // nothing but the lines on OpenCL's absence
+        FakeCalls::setAnswers("nvmlDeviceGetPciInfo_v3",
+                              true);                       // what the failing one writes is not a location
+        QCOMPARE(machine.detect().count('\n'), 2 + 7 + 1); // nothing but the lines on OpenCL's absence
         QCOMPARE(machine.provider.record(0).deviceIndex, -1);
         QCOMPARE(int(machine.provider.record(0).optixCapable), 0);
         QCOMPARE(machine.provider.record(1).deviceIndex, 1);
@@ -129,7 +130,7 @@ class TestGpuInfoNvml_CUDA_index : public QObject {
         QCOMPARE(int(machine.provider.record(1).optixCapable), 1);
     }
 
-    // The count alone is looked at, not the status it comes with.
+    // Only the count is used, not its call's status.
     void failingCount_data() {
         QTest::addColumn<bool>("answers");
         QTest::addColumn<int>("index");

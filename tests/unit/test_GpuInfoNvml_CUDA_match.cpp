@@ -268,7 +268,7 @@ class TestGpuInfoNvml_CUDA_match : public QObject {
         QCOMPARE(paired(machine.provider.record(0)), QString("0.0"));
     }
 
-    // NVIDIA's attribute fails and is written all the same: the other one counts.
+    // NVIDIA's attribute fails but is written: the other one counts.
     void failingAttributeThatIsWritten() {
         NvidiaMachine machine;
         FakeNvml::install({{"A", 0x65}});

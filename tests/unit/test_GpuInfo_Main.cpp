@@ -1,5 +1,4 @@
-// The driver's life: its start, its timer, its end, what Qt sees of it. The cycle and the segment have tests
-// of their own.
+// The driver's start, timer and end, and its use of Qt. The cycle and the segment have separate tests.
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -43,12 +42,12 @@ DynamicLoader loaderOfAnything() {
             [](void*) -> const char* { return nullptr; }};
 }
 
-/// Text without a line's end, which stays in the stream's buffer until somebody flushes it.
+/// Text without a line end, which stays in the stream's buffer until it is flushed.
 void mark(const QString& text) {
     std::fputs(qPrintable(text), stdout);
 }
 
-/// While it lives, lines go to `action` as they are printed, and nowhere else.
+/// While it exists, printed lines go to `action` and nowhere else.
 class PrintedLines {
   public:
     explicit PrintedLines(std::function<void(const QByteArray&)> whatToDo) : action(std::move(whatToDo)) {
@@ -157,7 +156,7 @@ class TestGpuInfo_Main : public QObject {
         QCOMPARE(bench.calls.mid(2), QStringList({"benchmark NVIDIA", "benchmark AMD"}));
     }
 
-    /// What a provider printed has left the process before the next one, which may crash, is asked.
+    /// A provider's output is flushed before the next provider, which may crash, is called.
     void flushedAfterEachDetection() {
         std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
         DriverBench bench;
@@ -291,7 +290,7 @@ class TestGpuInfo_Main : public QObject {
                  QStringList({"shutdown NVIDIA", "shutdown AMD", "delete NVIDIA", "delete AMD"}));
     }
 
-    /// Whoever waits for the line may read at once.
+    /// A process that waits for the line may read at once.
     void theLockIsFreeWhenTheLineIsPrinted() {
         logLevel = 4;
         DriverBench bench;

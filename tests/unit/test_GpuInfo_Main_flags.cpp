@@ -1,4 +1,4 @@
-// What the driver's flags on the segment say, and when: attached, has published, measuring.
+// The driver's flags on the segment, and when they are set: attached, has published, measuring.
 #include <functional>
 
 #include <fcntl.h>
@@ -122,7 +122,7 @@ class TestGpuInfo_Main_flags : public QObject {
         bench.init();
         QStringList during;
         const auto look = [&] { during << flagsOn(bench); };
-        // The driver's destructor calls the vendors once more.
+        // The driver's destructor calls the vendors again.
         const auto guard = qScopeGuard([&] {
             bench.nvidia->onCall = bench.amd->onCall = nullptr;
             beforeUnlock = nullptr;

@@ -1,4 +1,4 @@
-// What the driver does with the segment: every way in which it can be made, joined, lost and written.
+// The driver and its segment: every way to create, join, lose and write it.
 #include <functional>
 
 #include <fcntl.h>
@@ -15,7 +15,7 @@
 
 namespace {
 
-/// The sentence that the segment's class has for what `operation` meets.
+/// The segment class's sentence for the failure of `operation`.
 QByteArray reasonOf(const char* directory, const std::function<void(qzSharedMemory&)>& operation) {
     qzSharedMemory other(segmentKey, 7, directory);
     operation(other);
@@ -48,7 +48,7 @@ QByteArray afterReport(const QByteArray& text) {
 const QByteArray unableToAttach = "Unable to attach shared memory!; ";
 const QByteArray updated = "Updated shared memory block\n";
 
-/// Another process's hold on the lock: locks belong to what is opened, not to who opens it.
+/// The lock as another process holds it: locks belong to the open file, not to the process.
 class Holder {
   public:
     explicit Holder(const DriverBench& bench)
@@ -351,7 +351,7 @@ class TestGpuInfo_Main_segment : public QObject {
         setrlimit(RLIMIT_FSIZE, &small);
         bool result = true;
         const QByteArray text = DriverBench::printed([&] { result = bench.driver->publish(); });
-        logLevel = 0; // what is published no more is told at every level
+        logLevel = 0; // that nothing is published any more is reported at every level
         const QByteArray fatal = DriverBench::printed([&] { bench.driver->publish(); });
         logLevel = 4;
         setrlimit(RLIMIT_FSIZE, &before);
@@ -360,7 +360,7 @@ class TestGpuInfo_Main_segment : public QObject {
         QVERIFY2(text.contains(segmentKey), text.constData()); // with its reason
         QVERIFY(!result);
         QCOMPARE(bench.segment().left(8), QByteArray::fromHex("010d0100 00000000"));
-        // The segment is kept: leaving it would take it away from its readers.
+        // The segment is kept: detaching would take it away from its readers.
         QCOMPARE(DriverBench::printed([&] { bench.driver->publish(); }), updated);
     }
 

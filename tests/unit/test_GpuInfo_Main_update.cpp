@@ -1,4 +1,4 @@
-// One update cycle: what is asked, stored, printed and summed up.
+// One update cycle: its calls, records, report and summary.
 #include <limits>
 
 #include <QTest>
@@ -209,7 +209,7 @@ class TestGpuInfo_Main_update : public QObject {
         QVERIFY(text.contains("Total GPU Count: 48\n"));
     }
 
-    /// The count is that of the last one refreshed, so a stale entry may stand below it.
+    /// The count is that of the last one refreshed, so a stale entry may lie below it.
     void oneInTheMiddleIsNotRefreshed() {
         Cycle cycle;
         for (const char* name : {"a", "b", "c"}) {
@@ -277,7 +277,7 @@ class TestGpuInfo_Main_update : public QObject {
                 provider->add("stored");
         cycle.update();
         QCOMPARE(cycle.list().totalCount(), 3 * GpuInfoBlock::capacity);
-        // The counts are down before the providers are asked.
+        // The counts are reset before the providers are called.
         QVector<quint32> counts;
         cycle.nvidia->onUpdate = [&] {
             counts << cycle.list().cudaCount << cycle.list().amdCount << cycle.list().metalCount;
@@ -338,7 +338,7 @@ class TestGpuInfo_Main_update : public QObject {
             give(cycle.amd->add("x"), figures);
         cycle.update();
         QCOMPARE(summaryOf(cycle.list()), sum);
-        cycle.update(); // the sums begin anew
+        cycle.update(); // the sums start again
         QCOMPARE(summaryOf(cycle.list()), sum);
     }
 
@@ -351,7 +351,7 @@ class TestGpuInfo_Main_update : public QObject {
         QCOMPARE(summaryOf(cycle.list()), QByteArray("+321 +30 +1000 +30 +400 +1.75 valid 1"));
     }
 
-    /// The 17th of a vendor is printed, but what is summed up is what readers can see.
+    /// A vendor's 17th GPU is printed, but the summary covers only what readers can see.
     void summaryOfWhatIsStored() {
         Cycle cycle;
         for (int i = 0; i < 17; ++i)

@@ -1,4 +1,5 @@
-// The reader's library alone: whose segment it reads, how it waits for one, and one that changes meanwhile.
+// The reader's library alone: whose segment it reads, how it waits for one, and one that changes during a
+// read.
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -36,7 +37,7 @@ int openDescriptors() {
                                 .size());
 }
 
-/// A segment file of this test's own.
+/// This test's own segment file.
 class SegmentFile {
   public:
     SegmentFile() { write(&initial, sizeof initial); }
@@ -186,7 +187,7 @@ class TestGpuSegmentReader : public QObject {
         QCOMPARE(result, SegmentResult::Ok);
     }
 
-    /// A shared lock keeps the reader out as well: it asks for an exclusive one.
+    /// A shared lock keeps the reader out as well, since it requests an exclusive one.
     void aSharedLockIsALock() {
         const SegmentFile file;
         const int holder = file.open();
@@ -230,7 +231,7 @@ class TestGpuSegmentReader : public QObject {
         QCOMPARE(result, SegmentResult::Missing);
     }
 
-    /// No read goes through a mapping: an object that shrinks is an answer, never a SIGBUS.
+    /// No read goes through a mapping: an object that shrinks gives a result, never a SIGBUS.
     void aSegmentThatShrinksAndGrows() {
         const SegmentFile file;
         std::atomic<bool> done{false};

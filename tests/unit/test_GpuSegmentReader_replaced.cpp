@@ -1,4 +1,5 @@
-// A segment that is replaced while its reader waits for the lock: by a companion that restarts, or for ever.
+// A segment that is replaced while its reader waits for the lock: once, by a restarted companion, or
+// endlessly.
 #include <cstdio>
 
 #include <dlfcn.h>

@@ -129,7 +129,7 @@ class TestProcessName : public QObject {
         row("an argument of another program", "render-manager.py", false, "python3", "render-manager.py",
             false);
         row("no command name", "render-manager.py", false, "", "render-manager.py", false);
-        row("a short name is told by the command", "render.py", false, "render", "render.py", false);
+        row("a short name is the command's", "render.py", false, "render", "render.py", false);
         row("15 bytes", "render-mngr.py1", false, "render-mngr.py1", "/x/render-mngr.py1", true);
         row("15 bytes, whole command name", "render-mngr.py1", false, "render-mngr.py", "render-mngr.py1",
             false);

@@ -1,4 +1,4 @@
-// The reader on segments that the program's own writer makes: both sides mean the same lock, byte and
+// The reader on segments of the program's own writer: both sides use the same lock, bytes and
 // instant.
 #include <atomic>
 #include <cstring>
@@ -135,7 +135,7 @@ class TestReaderAndWriter : public QObject {
         QCOMPARE(read(snapshot, 50ms), SegmentResult::Ok);
     }
 
-    /// A reader never counts as attached: the writer is the last one all the same, and removes the segment.
+    /// A reader never counts as attached: the writer is still the last one, and removes the segment.
     void readingKeepsNothingAlive() {
         publish(uniformBlock(1));
         GpuSnapshot snapshot;

@@ -1,4 +1,4 @@
-// What a machine's description may say, and the one line that tells where it is wrong.
+// What a machine's description may say, and the one line that reports where it is wrong.
 #include <cerrno>
 
 #include <QTest>

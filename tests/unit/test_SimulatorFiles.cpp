@@ -1,4 +1,4 @@
-// The counters' file, and the library that stands before the functions that read files.
+// The counters' file, and the library that replaces the functions that read files.
 #include <array>
 #include <cerrno>
 
@@ -18,7 +18,7 @@ constexpr const char* card =
 
 const QByteArray device = "/sys/class/drm/card0/device/";
 
-/// The functions of the preloaded library, asked for by name: here they stand before nobody.
+/// The functions of the preloaded library, looked up by name: here they replace nothing.
 struct Watcher {
     SimulatedLibrary library{"libqzsim-sysfs.so"};
 

@@ -236,7 +236,7 @@ class TestSimulatorNvidia : public QObject {
         QCOMPARE(nvml.temperature(value), 0);
         QVERIFY(timer.elapsed() >= 50);
         QCOMPARE(value, 99u);
-        // Success without an answer is a lie of its own.
+        // A success without an answer is another kind of lie.
         QCOMPARE(nvml.library.get<int(unsigned*)>("nvmlDeviceGetCount_v2")(&value), 0);
         QCOMPARE(value, 99u);
     }
@@ -316,7 +316,7 @@ class TestSimulatorNvidia : public QObject {
         QCOMPARE(numberAt(record, 360), 8);
         QCOMPARE(numberAt(record, 364), 9);
         QCOMPARE(numberAt(record, static_cast<std::size_t>(busOffset)), 0x1ff);
-        // Noise up to the record's end, so that a wrong offset finds no zero, and nothing written beyond it.
+        // Noise up to the record's end, so that a wrong offset finds no zero, and nothing beyond it.
         QCOMPARE(record[static_cast<std::size_t>(size) - 1], static_cast<unsigned char>(0xa5));
         QCOMPARE(record[static_cast<std::size_t>(size)], static_cast<unsigned char>(0));
         QCOMPARE(properties(record.data(), 1), 101);

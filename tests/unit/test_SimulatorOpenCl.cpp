@@ -199,7 +199,7 @@ class TestSimulatorOpenCl : public QObject {
         QCOMPARE(finish(objects.queue), CL_SUCCESS);
         QVERIFY(timer.elapsed() < 40);
         QCOMPARE(machine.counted("note:range 512x2 local 256x1 offset none"), 2);
-        // The next benchmark has a context of its own and begins with the first round again.
+        // The next benchmark has another context and begins with the first round again.
         objects.library.QZSIM_CL(clCreateContext)(nullptr, 1, &objects.device, nullptr, nullptr, nullptr);
         timer.start();
         QCOMPARE(objects.launch(), CL_SUCCESS);

@@ -14,7 +14,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// Counts how often a file is opened. Its closing is watched, too, for equal events in a row count once.
+/// Counts how often a file is opened. Closing is watched too, since equal events in a row count once.
 class Openings {
   public:
     explicit Openings(const QString& path) : events(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {

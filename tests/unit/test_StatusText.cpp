@@ -1,4 +1,4 @@
-// Text from outside on its way to people and formats: what displayText and its neighbours make of it.
+// Text from outside, prepared for people and formats by displayText and its neighbours.
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
@@ -45,7 +45,7 @@ class TestStatusText : public QObject {
         row("a byte above the continuations", "\xc3\xc0z", bad + bad + "z");
         row("a byte below the continuations", "\xc3\x7fz", bad + "\x7fz");
         row("a byte above them in the middle", "\xe2\x82\xc0z", bad + bad + "z");
-        row("begun anew", "\xe2\xe2\x82\xac", bad + QChar(0x20AC));
+        row("started again", "\xe2\xe2\x82\xac", bad + QChar(0x20AC));
     }
     void decoding() {
         QFETCH(QByteArray, bytes);

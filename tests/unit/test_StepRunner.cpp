@@ -35,7 +35,7 @@ QStringList kindsOf(const StepOutcome& outcome) {
 }
 
 void crash() {
-    // A sanitizer would answer it in its own way.
+    // A sanitizer would handle it differently.
     std::signal(SIGSEGV, SIG_DFL);
     std::raise(SIGSEGV);
 }
@@ -45,14 +45,14 @@ void sleepLong() {
         ::usleep(100'000);
 }
 
-/// Whether the process is there and has not ended.
+/// Whether the process exists and has not ended.
 bool isAlive(pid_t pid) {
     const char state = processState(pid);
     return state != '?' && state != 'Z';
 }
 
-/// Tells the number of a process that it starts and that lives on; `leaves`: in a session of its own, and
-/// without a parent.
+/// Starts a process that lives on and reports its number; `leaves`: in a separate session, and without a
+/// parent.
 void startAnother(Channel& channel, bool leaves) {
     int told[2];
     QVERIFY(::pipe(told) == 0);
@@ -108,7 +108,7 @@ class TestStepRunner : public QObject {
             std::fputs("done\n{}", stdout);
             std::fflush(stdout);
             std::fputs("\x01qz", stderr);
-            // An empty write is a packet, too.
+            // An empty write is a packet as well.
             QCOMPARE(::write(STDOUT_FILENO, "", 0), ssize_t(0));
             ::_exit(0);
         });

@@ -30,7 +30,7 @@ QStringList absentIn(Table table) {
     return names;
 }
 
-/// A loader, and what is expected of it.
+/// A loader and its expected behaviour.
 struct Loader {
     QByteArray file; ///< tried after the same name with ".1"
     QByteArray notFoundText;
@@ -330,7 +330,7 @@ class TestVendorLibrary : public QObject {
         const auto report = [](LoadFailure) {};
         VendorLibrary<GpuNvml_Table> library;
         library.load({"libnvidia-ml.so.1"}, FakeLoader::functions(), report);
-        // Loaded already: nothing is taken from it.
+        // Already loaded, so the second loader is not used.
         library.load({"libnvidia-ml.so.1"}, DynamicLoader::system(), report);
         library.unload();
         QCOMPARE(FakeLoader::library("libnvidia-ml.so.1").timesOpen, 0);

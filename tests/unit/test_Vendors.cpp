@@ -1,4 +1,4 @@
-// The vendors that the program itself runs with. That their libraries are unloaded, and when, is tested with
+// The program's own vendors. When their libraries are unloaded is tested with
 // the driver.
 #include <QTest>
 

@@ -27,7 +27,7 @@ int idleWithProgramName(const char* name) {
     return execl("/bin/sleep", name, "60", nullptr);
 }
 
-/// Of no other process on the machine.
+/// A name that no other process on the machine has.
 QByteArray ownName(const char* word) {
     return QByteArray(word) + '-' + QByteArray::number(getpid());
 }
@@ -181,7 +181,7 @@ class TestWatchDog : public QObject {
         const int atOnce = killed.count();
         const bool came = killed.wait(20 * interval);
         const qint64 first = time.elapsed();
-        // It goes on for as long as the event loop runs.
+        // It continues as long as the event loop runs.
         const bool cameAgain = killed.wait(20 * interval);
         const qint64 second = time.elapsed();
         const QByteArray line = "Process '" + ownName("gone") + "' does  not exist, closing...\n";

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Ends the process with 3 when the exception that ended it is the one that was thrown.
+/// Ends the process with 3 if its exception is the one that was thrown.
 void endKnowingly() {
     try {
         std::rethrow_exception(std::current_exception());

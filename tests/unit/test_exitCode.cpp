@@ -24,7 +24,7 @@ CommandLine asking(int questions) {
     return line;
 }
 
-/// NVIDIA's places first, as the list has them.
+/// NVIDIA's places first, as in the list.
 GpuInfoBlock listOf(const QVector<Gpu>& gpus) {
     GpuInfoBlock list;
     for (const Gpu& gpu : gpus) {
@@ -80,7 +80,7 @@ class TestExitCode : public QObject {
         row("any, AMD", AnyGpu, {plainAmd}, 1);
         row("the mark's own value", NvOptix, {{1, 200, 0}}, 200);
         row("the mark's own value, AMD", AmdRt, {{2, 0, 255}}, 255);
-        row("the last mark stands", NvOptix, {{1, 5, 0}, {1, 7, 0}}, 7);
+        row("the last mark counts", NvOptix, {{1, 5, 0}, {1, 7, 0}}, 7);
         row("a mark that is missing lowers nothing", NvOptix, {{1, 5, 0}, plainNvidia}, 5);
         row("CUDA before OptiX", NvCuda | NvOptix, {{1, 5, 0}}, 5);
         row("OptiX before ray tracing", NvOptix | AmdRt, {{1, 5, 6}}, 6);
@@ -132,7 +132,7 @@ class TestExitCode : public QObject {
         QCOMPARE(exitCode(asking(Score), list, runResult), 20);
         list.cudaCount = 0;
         QCOMPARE(exitCode(asking(Score), list, runResult), 30);
-        list.onlyCuda = 1; // AMD's is none of the list's then
+        list.onlyCuda = 1; // so AMD's record is not in the list
         QCOMPARE(exitCode(asking(Score), list, runResult), 0);
         list.onlyCuda = 0;
         list.amdCount = 0;

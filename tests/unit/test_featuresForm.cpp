@@ -9,7 +9,7 @@
 
 namespace {
 
-/// A GPU that answers and has nothing else.
+/// A GPU that answers and has no figures.
 GpuView plainGpu(const char* name = "", int kindCode = 0) {
     return with(gpuView(name, kindCode, "Other", 0), [](GpuView& gpu) { gpu.answering = true; });
 }
@@ -26,7 +26,7 @@ QString lineOf(std::vector<GpuView> gpus) {
     return QString::fromStdString(featuresForm(freshReport(std::move(gpus))));
 }
 
-/// The last feature that begins so; empty when there is none.
+/// The last feature with this beginning; empty if there is none.
 QString highest(const QString& line, const char* prefix) {
     const QStringList features = line.trimmed().split(',').filter(QLatin1String(prefix));
     return features.isEmpty() ? QString() : features.last();
@@ -67,7 +67,7 @@ class TestFeaturesForm : public QObject {
         QTEST(QString::fromStdString(featuresForm(report)), "line");
     }
 
-    /// What these cards report, and the size that they are sold with.
+    /// The memory that these cards report, and their nominal size.
     void memory_data() {
         QTest::addColumn<int>("mebibytes");
         QTest::addColumn<QString>("feature");

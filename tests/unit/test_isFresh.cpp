@@ -1,4 +1,4 @@
-// Which lists count as fresh: by who published them, when, and what a caller allows.
+// Which lists count as fresh: by their publisher, their age and what a caller allows.
 #include <limits>
 #include <optional>
 
@@ -38,9 +38,9 @@ class TestIsFresh : public QObject {
         row("five cycles, measuring", "published measuring", 20.1, any, Freshness::Fresh);
         row("half an hour, measuring", "published measuring", 1800.0, any, Freshness::Fresh);
         row("past half an hour, measuring", "published measuring", 1800.1, any, Freshness::TooOld);
-        row("nobody published", "", 0.0, any, Freshness::Unpublished);
-        row("nobody published, measuring", "measuring", 0.0, any, Freshness::Unpublished);
-        row("nobody published, any age allowed", "", 0.0, 0.0, Freshness::Unpublished);
+        row("not published", "", 0.0, any, Freshness::Unpublished);
+        row("not published, measuring", "measuring", 0.0, any, Freshness::Unpublished);
+        row("not published, any age allowed", "", 0.0, 0.0, Freshness::Unpublished);
         row("up to the caller's limit", "published", 100.0, 100.0, Freshness::Fresh);
         row("past the caller's limit", "published", 5.1, 5.0, Freshness::TooOld);
         row("past the caller's limit, measuring", "published measuring", 5.1, 5.0, Freshness::TooOld);
@@ -49,7 +49,7 @@ class TestIsFresh : public QObject {
         row("far ahead", "published", -10.1, any, Freshness::Ahead);
         row("far ahead, any age allowed", "published", -10.1, 0.0, Freshness::Ahead);
         row("far ahead, measuring", "published measuring", -10.1, any, Freshness::Ahead);
-        row("far ahead, nobody published", "", -10.1, any, Freshness::Unpublished);
+        row("far ahead, not published", "", -10.1, any, Freshness::Unpublished);
     }
     void judged() {
         QFETCH(QString, flags);

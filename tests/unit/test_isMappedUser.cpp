@@ -1,4 +1,4 @@
-// Whether a user's number is one user's, by what the kernel says of a user namespace.
+// Whether a user's number identifies one user, by the kernel's map of the user namespace.
 #include <sstream>
 
 #include <unistd.h>

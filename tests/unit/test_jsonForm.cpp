@@ -1,4 +1,4 @@
-// One JSON object: its members, their order, and what of a text or number needs care in that format.
+// One JSON object: its members, their order, and the texts and numbers that need care in that format.
 #include <cfloat>
 
 #include <QJsonDocument>

@@ -1,4 +1,4 @@
-// One line a GPU, as a log keeps it.
+// One line per GPU, for a log.
 #include <clocale>
 
 #include <QTest>

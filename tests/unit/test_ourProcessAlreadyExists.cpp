@@ -22,7 +22,7 @@ bool exists(const char* name, const ProcTree& tree, qint64* pid = nullptr) {
     return ourProcessAlreadyExists(name, true, true, pid, tree.root().constData());
 }
 
-/// Makes this very program the watched one.
+/// Gives this program the watched name.
 constexpr char waitForInput[] = "--wait-for-input";
 
 /// A name that nothing else on the machine has.
@@ -152,7 +152,7 @@ class TestOurProcessAlreadyExists : public QObject {
             };
             if (pthread_create(&other, nullptr, idle, nullptr) != 0)
                 return 1;
-            // Without the exit of the thread library, which would run clean-up of the test's own.
+            // Not through the thread library, which would run the test's clean-up.
             return static_cast<int>(syscall(SYS_exit, 0));
         });
         const QString stat = QStringLiteral("/proc/%1/stat").arg(process.id());
@@ -257,7 +257,7 @@ class TestOurProcessAlreadyExists : public QObject {
         Signpost asked;
         Signpost unlistable;
         ChildProcess child([&] {
-            // Root may list what it likes.
+            // Root may list every directory.
             if (geteuid() == 0 && setuid(65534) != 0)
                 return 2;
             qint64 first = 0;

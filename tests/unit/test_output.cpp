@@ -20,7 +20,7 @@
 
 namespace {
 
-/// What happens between asking whether output is ready and writing.
+/// Runs between the check that output is ready and the write.
 std::function<void()> meanwhile;
 
 } // namespace
@@ -113,7 +113,7 @@ class TestOutput : public QObject {
         });
         QVERIFY(full.await());
         early = output->drain();
-        // The description that the parent shares waits as ever.
+        // The parent's shared file description still blocks.
         QCOMPARE(fcntl(output->writing, F_GETFL), flags);
         drained.give();
         QCOMPARE(child.result(), 0);
@@ -127,13 +127,13 @@ class TestOutput : public QObject {
             torn += line != "a line of 32 bytes, its end too";
         }
         QVERIFY(whole > 10);
-        // A terminal or a socket takes what fits.
+        // A terminal or a socket accepts what fits.
         QVERIFY2(torn <= (kind == "pipe" ? 0 : 1), qPrintable(QString::number(torn)));
         QCOMPARE(errors->drain(), droppedMessage(many - whole));
     }
 
     void longLines_data() { addChannels(); }
-    /// What only begins to fit is cut; whatever comes next starts on a line of its own.
+    /// A line that fits only in part is cut; the next one starts on a new line.
     void longLines() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
@@ -252,7 +252,7 @@ class TestOutput : public QObject {
         QTest::newRow("socket") << QByteArray("socket") << QByteArray(notReopened);
     }
 
-    /// It was ready, and is full when the line is written.
+    /// Ready when checked, full when the line is written.
     void neighboursFillIt() {
         QFETCH(QByteArray, kind);
         QFETCH(QByteArray, how);
@@ -348,7 +348,7 @@ class TestOutput : public QObject {
         QCOMPARE(errors->drain(), QByteArray());
     }
 
-    /// As a sandbox that filters system calls may do it.
+    /// A sandbox that filters system calls may do this.
     void flagsThatCannotBeRead() {
         const auto output = OutputChannel::make("pipe");
         const auto errors = OutputChannel::make("pipe");
@@ -366,7 +366,7 @@ class TestOutput : public QObject {
         QCOMPARE(output->drain(), QByteArray("line\n"));
     }
 
-    /// A file's place is shared with others who write there: `{ qzGpuInfo; date; } > file`.
+    /// A file's offset is shared with other writers: `{ qzGpuInfo; date; } > file`.
     void aFileIsNotReopened() {
         CaptureStdout output;
         const int others = dup(STDOUT_FILENO);

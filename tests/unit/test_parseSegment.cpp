@@ -1,4 +1,4 @@
-// What the reader makes of a block's bytes, whatever they are.
+// The reader's result for a block of any bytes.
 #include <cstring>
 #include <random>
 

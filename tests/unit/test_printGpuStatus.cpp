@@ -215,7 +215,7 @@ class TestPrintGpuStatus : public QObject {
             },
             "    #0 : Speed:       -0.50 GPS\n");
         row(
-            "speed that is no number",
+            "speed that is not a number",
             [](GpuDevice& gpu) {
                 gpu.hasSpeed = 1;
                 gpu.speedGps = std::numeric_limits<float>::quiet_NaN();
@@ -241,7 +241,7 @@ class TestPrintGpuStatus : public QObject {
         QCOMPARE(printed(gpu, 0), "---- #0    AMD-0  x ----\n" + lines + " \n");
     }
 
-    /// All of the block is of one level: the default verbosity hides it.
+    /// All of the block has one level: the default verbosity hides it.
     void hiddenBelowLevelFour() {
         logLevel = 3;
         QCOMPARE(printed(withEveryFigure(gpuOf(1, "x")), 0), QByteArray());

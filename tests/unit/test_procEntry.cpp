@@ -93,7 +93,7 @@ class TestProcEntry : public QObject {
         const QByteArray before("1 (r) S 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 ");
         QTest::newRow("one of many words") << before + "20 21 22 23 24" << 20;
         QTest::newRow("last word") << before + "7" << 7;
-        QTest::newRow("not told") << before << 0;
+        QTest::newRow("not reported") << before << 0;
         QTest::newRow("not a number") << before + "many" << 0;
     }
 

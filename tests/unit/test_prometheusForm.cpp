@@ -8,12 +8,12 @@
 
 namespace {
 
-/// A process keeps the list alive, yet it is too old.
+/// A process is attached, yet the list is too old.
 StatusReport attachedReport() {
     return with(staleReport(), [](StatusReport& report) { report.writerAttached = true; });
 }
 
-/// What does not depend on the GPUs, but for the data's age.
+/// The lines that do not depend on the GPUs, except the data's age.
 QByteArray aboutCompanion(bool up, bool attached, bool measuring = false) {
     return "# HELP qzgpuinfo_build_info Version of the qzGpuStatus that made this text; the value is always "
            "1.\n"

@@ -23,17 +23,17 @@ class TestQzLastOSError : public QObject {
         QFETCH(int, number);
         QFETCH(QString, text);
         errno = EBADF;
-        const QString told = qzLastOSError(number);
+        const QString returned = qzLastOSError(number);
         const int kept = errno;
-        QCOMPARE(told, text);
+        QCOMPARE(returned, text);
         QCOMPARE(kept, EBADF);
     }
 
     void minusOneIsTheCurrentError() {
         errno = EACCES;
-        const QString told = qzLastOSError(-1);
+        const QString returned = qzLastOSError(-1);
         const int kept = errno;
-        QCOMPARE(told, QStringLiteral("Permission denied"));
+        QCOMPARE(returned, QStringLiteral("Permission denied"));
         QCOMPARE(kept, EACCES);
     }
 };

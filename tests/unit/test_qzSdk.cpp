@@ -3,7 +3,7 @@
 #include "support/qzSdk.h"
 
 namespace {
-// As a program of the suite has it: made before the entry point runs.
+// As in a program of the suite: created before the entry point runs.
 const __QZSDK startUp(true, qz_AppType(0), "qzGpuInfo", false);
 } // namespace
 

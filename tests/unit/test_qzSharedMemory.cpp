@@ -240,7 +240,7 @@ class TestQzSharedMemory : public QObject {
         QCOMPARE(segment.size(), blockSize);
         QVERIFY(segment.data() != nullptr && QFile::remove(directory.file(key)));
         QVERIFY(!segment.isIntact());
-        QVERIFY(segment.create(4000, true, false)); // made anew
+        QVERIFY(segment.create(4000, true, false)); // created again
         QVERIFY(segment.write("n", 1));
         QCOMPARE(*static_cast<char*>(segment.data()), 'n');
         QCOMPARE(segment.size(), qint64(4000));

@@ -34,7 +34,7 @@ class TestQzString : public QObject {
         QCOMPARE(text.length(), std::size_t(held.size()));
     }
 
-    /// The room for the terminator is the string's own. With these capacities no padding lies behind a string
+    /// The terminator has its own room. With these capacities no padding follows a string
     /// that lacks it.
     void theTerminatorHasItsRoom() {
         struct Neighbours {

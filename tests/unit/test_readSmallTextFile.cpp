@@ -22,8 +22,8 @@ namespace {
 
 using SystemCall = decltype(__ptrace_syscall_info::entry);
 
-/// The system calls that a child process makes between two calls of `getppid` which stand around `action`;
-/// nothing when it can't be traced.
+/// The system calls that a child process makes in `action`, which is enclosed by two calls of `getppid`;
+/// nothing if it can't be traced.
 template <class Action>
 std::optional<std::vector<SystemCall>> systemCallsOf(Action action) {
     const pid_t child = fork();
@@ -89,7 +89,7 @@ class TestReadSmallTextFile : public QObject {
         QTest::newRow("64 KiB") << QByteArray(65536, 'x');
     }
 
-    // Whatever it costs in calls, the bytes are those of Qt's own text mode.
+    // The bytes are those of Qt's own text mode.
     void content() {
         QFETCH(QByteArray, bytes);
         QFile file(write(bytes));
@@ -165,7 +165,7 @@ class TestReadSmallTextFile : public QObject {
         const auto calls = systemCallsOf([&] { value = readSmallTextFile(file); });
         QVERIFY(calls);
         QVERIFY2(calls->size() >= 3 && calls->size() <= 5, QByteArray::number(int(calls->size())));
-        // A driver that starts a program must not hand the file on to it.
+        // A driver that starts a program must not pass the file on to it.
         QCOMPARE(int(calls->front().nr), int(SYS_openat));
         QVERIFY((calls->front().args[2] & O_CLOEXEC) != 0);
     }

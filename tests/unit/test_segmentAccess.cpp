@@ -1,4 +1,4 @@
-// What an attached process does with its segment: lock, write, map, see that it is still there.
+// Operations on an attached segment: lock, write, map, check that it is still there.
 #include <limits>
 #include <thread>
 
@@ -63,7 +63,7 @@ class TestSegmentAccess : public QObject {
         qzSharedMemory reader(key, qzSharedMemory::ModeRead, directory.path());
         qzSharedMemory writer(key, mode, directory.path());
         QVERIFY(reader.attach() && writer.attach());
-        // The kernel tells what may be written, without a signal.
+        // The kernel reports what may be written, without a signal.
         const int zero = open("/dev/zero", O_RDONLY | O_CLOEXEC);
         QCOMPARE(read(zero, writer.data(), 1), ssize_t(1));
         QCOMPARE(read(zero, reader.data(), 1), ssize_t(-1));
@@ -107,7 +107,7 @@ class TestSegmentAccess : public QObject {
         QCOMPARE(directory.bytes(key), held);
     }
 
-    /// Written through a mapping the time would stay, and so it does when nothing is written.
+    /// Writing through a mapping would not change the time, and neither does writing nothing.
     void writeOfNothingSetsTheTime() {
         const SegmentDirectory directory;
         qzSharedMemory segment(key, mode, directory.path());
@@ -152,7 +152,7 @@ class TestSegmentAccess : public QObject {
         QVERIFY(isSentenceAbout(textOf(segment), key));
         QVERIFY(segment.lock() && segment.unlock());
         QVERIFY(segment.detach());
-        // Smaller than what was asked for: not this segment's to remove.
+        // Smaller than requested: another segment, so it is not removed.
         QCOMPARE(directory.names(), QStringList{key});
     }
 

@@ -1,4 +1,4 @@
-// What others put in a segment's place, and what a system may refuse.
+// Other objects in a segment's place, and calls that the system refuses.
 #include <cerrno>
 
 #include <grp.h>
@@ -31,7 +31,7 @@ bool writeText(const char* path, const QByteArray& text) {
     return file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && file.write(text) == text.size();
 }
 
-/// Gives this process mounts of its own. False where that is not allowed.
+/// Gives this process private mounts. False where that is not allowed.
 bool leaveMounts() {
     const auto onlyItself = [](unsigned id) {
         return QByteArray::number(id) + ' ' + QByteArray::number(id) + " 1";
@@ -176,7 +176,7 @@ class TestSegmentNeighbours : public QObject {
                 return 1;
             if (segment.attach() || segment.error() != qzSharedMemory::PermissionDenied)
                 return 2;
-            // In a directory like /dev/shm nobody but root takes another one's name.
+            // In a directory like /dev/shm only root can take another user's name.
             if (!asRoot &&
                 (segment.create(blockSize, true, true) ||
                  segment.error() != qzSharedMemory::PermissionDenied || directory.names().size() != 1))
@@ -233,7 +233,7 @@ class TestSegmentNeighbours : public QObject {
                 return 3;
             if (directory.names() != QStringList{"first", "second"})
                 return 4;
-            // What is there already needs no room.
+            // What already exists needs no room.
             qzSharedMemory again("first", mode, directory.path());
             if (again.create(blockSize, true, false) || again.error() != qzSharedMemory::AlreadyExists)
                 return 5;

@@ -1,4 +1,4 @@
-// How an object comes to its name where the system lacks one of the ways.
+// How an object gets its name where the system lacks one of the ways.
 #include <cerrno>
 
 #include <fcntl.h>
@@ -81,9 +81,9 @@ class TestSegmentObject : public QObject {
         });
     }
 
-    /// The name's being free is settled when it is given, not when it was looked at.
+    /// Whether the name is free is decided when it is given, not when it was checked.
     void nameTakenMeanwhile_data() {
-        // The look doesn't see it.
+        // The check doesn't see it.
         const std::vector<RefusedCall> unseen = {{SYS_newfstatat, 0, ENOENT}, {SYS_lstat, 0, ENOENT}};
         std::vector<RefusedCall> renamed = unseen;
         renamed.push_back({SYS_openat, unnamedFlag, EOPNOTSUPP});
@@ -142,7 +142,7 @@ class TestSegmentObject : public QObject {
         QCOMPARE(directory.names(), QStringList());
     }
 
-    /// All at once: refusing the call that has them all shows that it has.
+    /// Refusing only calls that have all the flags shows that this one has them.
     void openedWithEveryGuard() {
         const SegmentDirectory directory;
         QVERIFY(directory.makeFile("segment", QByteArray(int(size), 'x')));

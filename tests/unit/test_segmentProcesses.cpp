@@ -1,4 +1,4 @@
-// Several processes on one segment: who removes it, what a killed one leaves, who wins a race.
+// Several processes on one segment: which removes it, what a killed one leaves, which wins a race.
 #include <algorithm>
 #include <memory>
 #include <vector>
@@ -274,7 +274,7 @@ class TestSegmentProcesses : public QObject {
                         continue;
                     if (segment.size() != blockSize)
                         return 30;
-                    // Whoever is attached keeps the name alive for all.
+                    // Any attached process keeps the name for all.
                     if (!segment.isIntact())
                         return 40 + segment.error();
                     if (!segment.detach())

@@ -1,4 +1,4 @@
-// What is said of each failure, word for word: it is what a person finds in a log.
+// The sentence for each failure, word for word, as a person finds it in a log.
 #include <functional>
 
 #include <fcntl.h>

@@ -30,7 +30,7 @@ class TestShortGpuName : public QObject {
         row("Some GeForce", "SomeGeForce");
         row("NVIDIA", "NVIDIA");
 
-        // Each word where only its own removal can take it.
+        // Each word where only its own removal can remove it.
         row("a NVIDIA b", "ab");
         row("a GeForce b", "ab");
         row("a Quadro b", "ab");
@@ -69,7 +69,7 @@ class TestShortGpuName : public QObject {
         row("Series a", "Seriesa");
         row("AdaGeneration", "AdaGeneration");
 
-        // Every occurrence goes, inside of words too, in whatever case.
+        // Every occurrence is removed, inside of words too, in any case.
         row("nViDiA nvidia x", "x");
         row("gEFORCE GEFORCE x", "x");
         row("qUADRO x", "x");
@@ -124,7 +124,7 @@ class TestShortGpuName : public QObject {
         row("Ada Series Generation", "Ada");
         row("x SerAda Generationies", "xSerAdaies");
 
-        // The blank alone goes inside; all white space goes at the ends.
+        // Inside, only blanks are removed; at the ends, all white space is.
         row("a \t b", "a\tb");
         row("a\nb", "a\nb");
         row("\t\n a b \r\n", "ab");

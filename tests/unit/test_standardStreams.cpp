@@ -61,7 +61,7 @@ class TestStandardStreams : public QObject {
         QCOMPARE(process.result(), 0);
     }
 
-    /// Nothing can be written into what stands for a stream, not even by mistake.
+    /// Nothing can be written to the stream's replacement, not even by mistake.
     void writingWithoutADevice() {
         ChildProcess process([] {
             close(STDOUT_FILENO);

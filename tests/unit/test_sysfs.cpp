@@ -11,7 +11,7 @@
 
 namespace {
 
-/// A directory's entries as the file system gives them.
+/// A directory's entries in the file system's order.
 QStringList readDirectory(const QString& path) {
     QStringList names;
     DIR* directory = opendir(QFile::encodeName(path).constData());
@@ -139,7 +139,7 @@ class TestSysfs : public QObject {
         QStringList sorted = order;
         sorted.sort();
         if (order == sorted)
-            QSKIP("this file system lists by name, so that no order can be told from another");
+            QSKIP("this file system lists by name, so its order shows nothing");
     }
 
     void noCards() {
@@ -189,7 +189,7 @@ class TestSysfs : public QObject {
             QCOMPARE(findHwmonDir(device), device + "/hwmon/" + first);
         }
         if (first == alphabetical)
-            QSKIP("this file system lists by name, so that no order can be told from another");
+            QSKIP("this file system lists by name, so its order shows nothing");
     }
 
     void busOfAddress_data() {

@@ -1,4 +1,4 @@
-// The table for people: its columns, what they hold, and what goes when the terminal is narrow.
+// The table for people: its columns, their content, and what is dropped on a narrow terminal.
 #include <clocale>
 
 #include <QTest>
@@ -124,7 +124,7 @@ class TestTableForm : public QObject {
         QVERIFY2(line.contains("% " + bar + "  60C 1024/24576 MiB"), qPrintable(line));
     }
 
-    /// The bar of the memory is drawn where used and total are known.
+    /// The memory bar is drawn if used and total are known.
     void memoryBar() {
         StatusReport report =
             freshReport({with(amdGpu(), [](GpuView& gpu) { gpu.memoryUsedMiB = 4 * 1024; })});
@@ -133,8 +133,8 @@ class TestTableForm : public QObject {
         QVERIFY(!linesOf(report, noLimit, true).value(2).contains('['));
     }
 
-    /// The columns in the order in which they go. A name keeps 16 columns before another column goes, or 8
-    /// where all that is left matters more than a readable name.
+    /// The columns in the order in which they are dropped. A name keeps 16 columns before another one is
+    /// dropped, or 8 where all that is left matters more than a readable name.
     void narrowing_data() {
         QTest::addColumn<int>("width");
         QTest::addColumn<QString>("line");
