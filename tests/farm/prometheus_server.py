@@ -80,7 +80,7 @@ class Server:
 
 
 class Monitoring:
-    """Both servers. What stands in a file FOLDER/textfiles/NAME.prom can be asked for a second or two later."""
+    """Both servers. The content of FOLDER/textfiles/NAME.prom can be queried a second or two later."""
 
     def __init__(self, folder):
         self.textfiles = folder / "textfiles"

@@ -16,7 +16,7 @@ import read_segment  # noqa: E402  (found through the path above)
 
 
 class CompanionCase(SimulatedCase):
-    """A test case that starts companions, each with a folder of its own as /dev/shm."""
+    """A test case that starts companions, each with a separate folder as /dev/shm."""
 
     def companion(self, machine, *arguments, shm=None, streams=subprocess.PIPE, **settings):
         """A companion on the machine of a description: its folder, that of another one where it is given, and the

@@ -48,7 +48,7 @@ def parse(data):
             raise ValueError(f"neither comment nor series: {line!r}")
         name, labels, value = series.groups()
         if name != current or not {"help", "type"} <= families[name].keys():
-            raise ValueError(f"{name} stands outside of its family")
+            raise ValueError(f"{name} is outside of its family")
         labels = _labels(labels or "")
         if any(labels == earlier for earlier, _ in families[name]["series"]):
             raise ValueError(f"{line!r} twice")

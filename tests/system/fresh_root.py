@@ -128,7 +128,7 @@ class PackagesRoot(FreshRoot):
         self.status.touch()
         (self.path / "etc/passwd").write_text(PASSWD, encoding="utf-8")
         (self.path / "etc/group").write_text(GROUP, encoding="utf-8")
-        # The shell's name is made by a script of its package and stands in no list of files.
+        # The shell's name is made by a script of its package and is in no list of files.
         self.add(self.machine.essential, ["usr/bin/sh"])
 
     def add(self, wanted, more_files=()):
@@ -168,7 +168,7 @@ class PackagesRoot(FreshRoot):
 class DebootstrapRoot(FreshRoot):
     def __init__(self, path):
         super().__init__(path)
-        # In a mount namespace of its own, so that nothing stays mounted.
+        # In a private mount namespace, so that nothing stays mounted.
         about = Path("/etc/os-release").read_text(encoding="utf-8")
         release = re.search(r"^VERSION_CODENAME=(\w+)$", about, re.MULTILINE)
         call("unshare", "--mount", "--pid", "--fork", "debootstrap", "--variant=minbase", release[1], path)

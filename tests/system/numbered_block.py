@@ -1,4 +1,4 @@
-"""Reads a segment whose figures all carry one number a cycle, by byte offsets, and tells a block that was put together
+"""Reads a segment whose figures all carry one number a cycle, by byte offsets, and detects a block that was put together
 from two cycles."""
 
 import struct

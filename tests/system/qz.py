@@ -64,7 +64,7 @@ def wait_until(condition, timeout=10.0, what="the condition"):
 
 
 class Sandbox(sandbox.Sandbox):
-    """A machine without GPUs. `shm` says what stands at /dev/shm: "own" (the host sees it as `folder`), or as for the
+    """A machine without GPUs. `shm` says what is at /dev/shm: "own" (the host sees it as `folder`), or as for the
     launcher's sandbox. `drm`: a folder of DRM cards."""
 
     def __init__(self, shm="own", drm=None, more=(), **settings):

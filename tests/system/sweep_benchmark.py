@@ -11,7 +11,7 @@ LINE = "    GpuBenchmarkOpenCL: "
 
 
 class BenchmarkOracle:
-    """One run. The clock stands still but for the script's rounds."""
+    """One run. Only the script's rounds advance the clock."""
 
     def __init__(self, libraries, log):
         self._libraries = libraries

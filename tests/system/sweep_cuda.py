@@ -4,7 +4,7 @@ from sweep_machine import CUDA_DRIVER, DRIVER_LIBRARY, NVIDIA, PROPERTIES, RUNTI
 
 
 class CudaOracle:
-    """The first library that answers a count; a device that has told its properties is not asked again."""
+    """The first library that answers a count; a device that has returned its properties is not asked again."""
 
     def __init__(self, libraries):
         self._libraries = libraries

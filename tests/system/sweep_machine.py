@@ -21,7 +21,7 @@ OPENCL_OPTIONAL = ("clGetPlatformInfo", "clGetProgramBuildInfo", "clEnqueueWrite
                    "clReleaseContext", "clReleaseMemObject")
 OPENCL = OPENCL_REQUIRED + OPENCL_OPTIONAL
 CUDA_DRIVER = ("cuInit", "cuDeviceGetCount", "cuDeviceGet", "cuDeviceGetAttribute")
-# By version, the function that tells a device's properties.
+# By version, the function that returns a device's properties.
 PROPERTIES = {13: "cudaGetDeviceProperties", 12: "cudaGetDeviceProperties_v2", 11: "cudaGetDeviceProperties"}
 
 NVML_LIBRARY, OPENCL_LIBRARY, DRIVER_LIBRARY = "libnvidia-ml.so.1", "libOpenCL.so.1", "libcuda.so.1"

@@ -323,7 +323,7 @@ class Oracle:
         record.speed = BenchmarkOracle(self._libraries, self._log).run()
 
     def _collect(self, records, first):
-        """The list's entries: looked up by device number, so that one that nobody has stays as it was made."""
+        """The list's entries: looked up by device number, so that one that no device has keeps its initial values."""
         listed = []
         for key in range(len(records)):
             found = next((record for record in records if record.index == key and record.valid), None)

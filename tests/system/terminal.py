@@ -66,7 +66,7 @@ class Screen:
 
 
 class Terminal:
-    """A program on a terminal of its own."""
+    """A program on a separate terminal."""
 
     def __init__(self, arguments, columns=80, rows=24, kind="xterm"):
         self.pid, self.master = pty.fork()

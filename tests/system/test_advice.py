@@ -49,7 +49,7 @@ AMD_OPTIONS = [
     "  -> Option 3 - MESA OpenCL (basic fallback, limited compute support):",
 ]
 
-# os-release as it stands on a machine, and the family of the advice.
+# os-release as it is on a machine, and the family of the advice.
 DISTRIBUTIONS = {
     'NAME="Ubuntu"\\nID=ubuntu\\nID_LIKE=debian\\n': "debian",
     "ID=debian\\n": "debian",

@@ -49,7 +49,7 @@ class Limits(Scratch):
         return output.getvalue(), (row["measured"], row["limit"], row["verdict"]), end.exception.code
 
     def test_limits(self):
-        for limit, value, told, passed in (
+        for limit, value, expected, passed in (
             ("at_most", 1.2, "at most 1.2 ms", True), ("at_most", 1.2000001, "at most 1.2 ms", False),
             ("at_most", 0, "at most 1.2 ms", True), ("at_most", math.nan, "at most 1.2 ms", False),
             ("at_least", 1.2, "at least 1.2 ms", True), ("at_least", 1.1999999, "at least 1.2 ms", False),
@@ -60,20 +60,20 @@ class Limits(Scratch):
                 output, row, code = self.verdict(limit, value, 1.2, " ms", digits=1)
                 verdict = "ok" if passed else "FAILED"
                 shown = "0 ms" if value == 0 else f"{value:.1f} ms"
-                self.assertEqual(row, (shown, told, verdict))
-                self.assertEqual(output, f"{verdict:6}  size: {shown} ({told})\n")
+                self.assertEqual(row, (shown, expected, verdict))
+                self.assertEqual(output, f"{verdict:6}  size: {shown} ({expected})\n")
                 self.assertEqual(code, 0 if passed else 1)
 
     def test_a_figure_without_limit_never_fails(self):
         self.assertEqual(self.verdict("note", math.inf, " ms"), ("        size: inf ms\n", ("inf ms", "", ""), 0))
 
     def test_agreement(self):
-        for seen, told, tolerance, passed in (
+        for seen, expected, tolerance, passed in (
             ("a", "a", 0, True), ("a", "b", 0, False), (5, 5.0, 0, True), (None, None, 0, True), (None, 5.0, 9, False),
             (5.0, None, 0, False), (5.0, 7.0, 2, True), (7.1, 5.0, 2, False), (5.0, 7.1, 2, False),
         ):
-            with self.subTest(seen=seen, told=told):
-                _, row, code = self.verdict("agrees", seen, told, tolerance)
+            with self.subTest(seen=seen, expected=expected):
+                _, row, code = self.verdict("agrees", seen, expected, tolerance)
                 self.assertEqual((row[2], code), ("ok", 0) if passed else ("FAILED", 1))
 
     def test_one_broken_limit_is_enough(self):
@@ -336,7 +336,7 @@ class Programs(simulated.SimulatedCase):
         self.assertEqual(run.exit_code, 0, run.output)
         cost = json.loads(run.output)
         self.assertGreater(cost["processor_ms"], 0)
-        # One thread of its own: it has no more of the processor than the time that passes.
+        # A single thread: it uses no more of the processor than the time that passes.
         self.assertLessEqual(cost["processor_ms"], cost["total_ms"] + 1)
         self.assertEqual((run.report.calls["clEnqueueWriteBuffer"], run.report.live), (2, {}))
 

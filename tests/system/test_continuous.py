@@ -72,7 +72,7 @@ class Continuous(unittest.TestCase):
 
     @classmethod
     def begin(cls, *arguments, null=True, code=False, **options):
-        """A run in a sandbox of its own: both."""
+        """A run in a new sandbox: both."""
         sandbox = qz.Sandbox(null=null)
         cls.addClassCleanup(sandbox.close)
         if code:

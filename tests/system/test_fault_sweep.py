@@ -121,7 +121,7 @@ def with_code(combination, code):
 
 
 def usual_combinations():
-    """Each function, mode and call with a code of its own, and then the function's other codes, going round the calls
+    """Each function, mode and call with a different code, and then the function's other codes, going round the calls
     of a mode in which it matters."""
     by_function = {}
     for function, combination in product():
@@ -235,18 +235,18 @@ def only(one, other):
 
 
 class FaultSweep(SimulatedCase):
-    # A machine that stands still for milliseconds in the middle of a round makes the benchmark see another time than
-    # the script says. Such a run is made anew, and counted.
+    # A machine that stalls for milliseconds in the middle of a round makes the benchmark see another time than
+    # the script says. Such a run is repeated, and counted.
     def setUp(self):
         self.stage = Stage(self)
-        self.made_anew = 0
+        self.repeated = 0
 
     def wrong(self, combination):
         found = self.stage.run(combination)
         attempts = 1
         while found and combination.benchmarks and attempts < 3:
             attempts += 1
-            self.made_anew += 1
+            self.repeated += 1
             found = self.stage.run(combination)
         return found
 
@@ -273,7 +273,7 @@ class FaultSweep(SimulatedCase):
             for each in checks:
                 each.result()
         print(f"{self.id().rpartition('.')[2]}: {len(combinations)} combinations tried in "
-              f"{time.monotonic() - begin:.0f} s, {self.made_anew} runs made anew", flush=True)
+              f"{time.monotonic() - begin:.0f} s, {self.repeated} runs repeated", flush=True)
         if bad:
             self.fail("\n" + "\n".join(bad))
 

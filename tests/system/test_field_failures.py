@@ -130,7 +130,7 @@ class NeverReturns(CompanionCase):
                 self.assertIsNone(run.exit_code)
                 self.assert_readable(folder, block)
                 self.assertEqual(run.stop()[0], 128 + signal.SIGTERM)
-                # As after a kill: the data stay, and say that nobody writes them any more.
+                # As after a kill: the data stay, marked as no longer written.
                 self.assert_readable(folder, block)
                 self.assertFalse(is_set(folder / NAME, ATTACHED))
                 self.assertEqual(self.state(folder)[1]["state"], "stale")

@@ -56,7 +56,7 @@ entries = renderD128
 DRM = "/sys/class/drm"
 LIVE = {"card0/gpu_busy_percent", "card0/mem_info_vram_used", "card0/hwmon/hwmon3/temp1_input",
         "card1/gpu_busy_percent", "card1/mem_info_vram_used"}
-# What tells whether a card is one to be shown, and which; a name is not asked for where the better one is there.
+# What decides whether a card is shown, and which; a name is not asked for where the better one is there.
 AT_START = {"card0/vendor", "card0/product_name", "card0/mem_info_vram_total", "card0/hwmon",
             "card1/vendor", "card1/product_name", "card1/label", "card1/mem_info_vram_total", "card1/hwmon",
             "card2/vendor", "card2/product_name", "card2/label", "card2/mem_info_vram_total", "card2/hwmon",
@@ -127,7 +127,7 @@ class Readings(CompanionCase):
         self.assertEqual(self.by_name(second), {**whole, "Radeon": (None, 8192, None, None)})
         third = self.published(folder, second)
         self.assertEqual(self.by_name(third), {**whole, "right slot": (None, 4096, 1024, None)})
-        # The monitor of card0 comes back under another number after its driver was loaded anew; the number it had is
+        # The monitor of card0 comes back under another number after its driver was reloaded; the number it had is
         # now another card's.
         monitors = simulation.layout.card("card0") / "hwmon"
         (monitors / "hwmon3").rename(monitors / "hwmon8")

@@ -14,7 +14,7 @@ from neighbours import UserSandbox
 BROKEN = Path(os.environ["QZGPUINFO_BUILD"]) / "tests/system/drivers/brokenIcd/libbrokenIcd.so.1"
 INSTALLED = Path("/etc/OpenCL/vendors")
 ASKED = "driver is asked\n"
-# What PoCL leaves behind is not the program's; it tells a sanitizer build alone.
+# What PoCL leaves behind is not the program's; only a sanitizer build reports it.
 QUIET = {"ASAN_OPTIONS": "detect_leaks=0"}
 START = qz.SHORT_BANNER + qz.VERBOSE + qz.INIT + qz.NO_NVML + "0 CUDA GPU(s) found - NVML not available\n"
 WITHOUT = ("AMD GPU OpenCL: 1 platform(s) found\n  OpenCL platform 0: Portable Computing Language\n"

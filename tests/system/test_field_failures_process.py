@@ -77,7 +77,7 @@ class CrashAtTheEnd(CompanionCase):
                 if moment == "crash-at-exit":
                     self.assertEqual(list(folder.iterdir()), [])
                 else:
-                    # As after a kill: whole, and marked as nobody's.
+                    # As after a kill: whole, and marked as not published.
                     self.assertEqual((folder / NAME).read_bytes(), block)
                     self.assertFalse(is_set(folder / NAME, ATTACHED))
 

@@ -1,4 +1,4 @@
-"""What a reader makes of a companion that hangs, is killed or is followed by another: fresh is only what a living one
+"""How a reader judges a companion that hangs, is killed or is followed by another: fresh is only what a living one
 published, and not longer ago than a living one takes."""
 
 import json

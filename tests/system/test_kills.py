@@ -21,7 +21,7 @@ from segment_bytes import NAME, read_locked
 KILLS = int(os.environ.get("QZ_KILLS", "300"))
 READERS = 4
 WRITERS = 2
-# Writers are told apart by the range of their numbers. A float holds all of them.
+# The range of its numbers identifies a writer. A float holds all of them.
 RANGE = 160_000
 IDENTITIES = 100
 WRITER = os.path.join(os.environ["QZGPUINFO_BUILD"], "tests/harness/steadyWriter")

@@ -18,7 +18,7 @@ from segment_bytes import NAME, read_locked
 
 ROUNDS = int(os.environ.get("QZ_PROGRAM_KILLS", "2"))
 INTERVAL = 4.0
-# Writers are told apart by the range of their numbers.
+# The range of its numbers identifies a writer.
 RANGE = 10_000
 _NUMBERS = struct.Struct("<i12xi8xi")
 
@@ -69,7 +69,7 @@ class Program(simulated.SimulatedCase):
         self.begun = 0
 
     def begin(self):
-        """A writer of its own range of numbers: the range and the run."""
+        """A writer with a range of numbers: the range and the run."""
         self.begun += 1
         simulation = self.simulation("cycle-numbers", shm=self.directory, cycle_start=self.begun * RANGE)
         return self.begun, simulation.start()
@@ -82,7 +82,7 @@ class Program(simulated.SimulatedCase):
             time.sleep(0.002)
 
     def wait_between_cycles_of(self, readers, writer):
-        """So that who is started now does not publish at the same moments, and is seen."""
+        """So that the process started now does not publish at the same moments, and is seen."""
         while not INTERVAL / 4 < (time.monotonic() - readers.published[writer]) % INTERVAL < INTERVAL * 3 / 4:
             time.sleep(0.01)
 

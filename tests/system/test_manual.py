@@ -53,7 +53,7 @@ class Pages(unittest.TestCase):
                     self.assertTrue(manual_pages.section(page, name))
 
     def options_of(self, page):
-        """The options that stand at the head of an item, and all that the synopsis names."""
+        """The options at the head of an item, and all that the synopsis names."""
         heads = [line for line in manual_pages.section(page, "OPTIONS") if re.match(r"-", line)]
         heads = "\n".join(re.split(r"\s{2,}", line)[0] for line in heads)
         heads = set(re.findall(r"(?<!\S)(--?\w[\w-]*)", heads))

@@ -33,12 +33,12 @@ class ReadSegment(unittest.TestCase):
 
     def test_says_what_the_command_says(self):
         with Segment(BLOCK) as segment:
-            told = json.loads(run("--json", directory=segment.directory).stdout)["gpus"]
+            status = json.loads(run("--json", directory=segment.directory).stdout)["gpus"]
         names = {"name": "name", "kind": "kind", "device": "deviceIndex", "opencl": "openclMatched",
                  "optix": "optixCapable", "ray_tracing": "amdRayTracing", "usage": "usagePercent",
                  "temperature": "temperatureCelsius", "total": "memoryTotalMiB", "used": "memoryUsedMiB",
                  "free": "memoryFreeMiB", "speed": "speedGps", "answers": "figuresValid"}
-        for mine, theirs in zip(reader.gpus(BLOCK), told, strict=True):
+        for mine, theirs in zip(reader.gpus(BLOCK), status, strict=True):
             # The command takes a name of 64 bytes without an end for one of 63; so long a name is never published.
             self.assertEqual({**mine, "name": mine["name"][:63]}, {key: theirs[name] for key, name in names.items()})
 

@@ -65,7 +65,7 @@ for gpu in json.loads({truth!r}):
 
 
 def truth_with(index, **figures):
-    """nvidia-smi's answers with some of one GPU's replaced; "_" in a figure's name stands for its dot."""
+    """nvidia-smi's answers with some of one GPU's replaced; "_" in a figure's name replaces its dot."""
     truth = [dict(one) for one in TRUTH]
     truth[index].update({name.replace("_", ".", 1): value for name, value in figures.items()})
     return truth

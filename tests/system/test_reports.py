@@ -4,7 +4,7 @@ a description and its report, no new code.
 Each line of a report begins with two characters: blanks if it is always printed, "v " if -v is needed for it. Lines
 between "@ 0-15" and "@" are repeated for each number i of the ranges, as f-strings.
 
-QZGPUINFO_UPDATE_REPORTS=1 writes anew what is not as expected; what changed is then a diff to be read before it is
+QZGPUINFO_UPDATE_REPORTS=1 rewrites what is not as expected; what changed is then a diff to be read before it is
 committed."""
 
 import itertools

@@ -43,7 +43,7 @@ for line in sys.argv[1:]:
 
 
 class Probing(SimulatedCase):
-    """Looks around on a machine with a program of its own."""
+    """Looks around on a machine with a probe program."""
 
     def setUp(self):
         folder = tempfile.TemporaryDirectory(prefix="qzsim-probe-")

@@ -98,7 +98,7 @@ class Segment(qz.SandboxCase):
 
 
 class Order(qz.SandboxCase):
-    """What is flushed, when events are processed, how timers are set and objects connected; a library that stands between
+    """What is flushed, when events are processed, how timers are set and objects connected; a library that sits between
     writes it down."""
 
     FLUSHED = "[output flushed]\n[errors flushed]\n"
@@ -117,11 +117,11 @@ class Order(qz.SandboxCase):
     def start(self, *arguments, sandbox=None, **environment):
         library = DRIVERS / "tellsOrder/libtellsOrder.so.1"
         # The sanitizers' own library wants to be the first.
-        told = f'exec env LD_PRELOAD={library} ASAN_OPTIONS=verify_asan_link_order=0 "$0" "$@"'
-        # Without a real OpenCL, which may do things of its own at exit.
+        command = f'exec env LD_PRELOAD={library} ASAN_OPTIONS=verify_asan_link_order=0 "$0" "$@"'
+        # Without a real OpenCL, which may act at exit.
         libraries = f"{DRIVERS / 'slowEnd'}:{DRIVERS / 'incompleteOpenCL'}"
         sandbox = sandbox or self.sandbox()
-        return sandbox.start(*arguments, shell=told, LD_LIBRARY_PATH=libraries, **environment)
+        return sandbox.start(*arguments, shell=command, LD_LIBRARY_PATH=libraries, **environment)
 
     def expect(self, ended, expected, exit_code=0):
         """The advice on OpenCL left out."""
@@ -208,7 +208,7 @@ class Vendors(qz.SandboxCase):
 
     def test_a_library_that_lacks_an_entry_point(self):
         code, output = self.sandbox().run("-v", "-single", LD_LIBRARY_PATH=str(DRIVERS / "incompleteNvml"))
-        lacking = "GpuNvml_Loader: required functions not found\n[closed]\n"  # told before its own code runs
+        lacking = "GpuNvml_Loader: required functions not found\n[closed]\n"  # printed before the library's code runs
         self.assertEqual((code, output), (0, WHOLE.replace(qz.NO_NVML, lacking)))
 
     def test_what_is_no_opencl(self):

@@ -1,4 +1,4 @@
-"""The table, the JSON object and the metrics that `qzGpuStatus` makes of a segment."""
+"""The table, the JSON object and the metrics that `qzGpuStatus` prints for a segment."""
 
 import json
 import shutil
@@ -17,7 +17,7 @@ NAVI = record(b"Navi 31", kind=2, index=0, ray_tracing=1, total=16384)
 BARE = record(b"Bare", kind=0, index=-1)
 SUMMARY = record(b"Summary", kind=4, index=99, usage=45, temperature=60, total=8192, memory=(1024, 8192), speed=123.45)
 
-# Bytes that a name may hold, and the text that stands for them.
+# Bytes that a name may hold, and the text that is shown for them.
 ODD_NAMES = [
     b'quotes " and \' and \\ backslash \\n',
     b"line\nbreak\r\ttab",

@@ -1,5 +1,5 @@
-"""What stands under the segment's name and is none of this user's own: `qzGpuStatus` does not wait on it, read it or trust
-it."""
+"""An object under the segment's name that is not this user's segment: `qzGpuStatus` does not wait on it, read it or
+trust it."""
 
 import json
 import os

@@ -1,4 +1,4 @@
-"""A companion whose standard output nobody reads. It has to publish, to notice the end of the watched process and to
+"""A companion whose standard output is not read. It has to publish, to notice the end of the watched process and to
 end as ever. The runs take seconds each, so all of them are started at once."""
 
 import fcntl
@@ -24,7 +24,7 @@ CYCLE, WATCHDOG, SLACK = 4.0, 5.0, 3.0
 
 
 def messages_of_a_cycle():
-    """What is printed, and dropped, as a whole: three messages have a line break of their own."""
+    """Units that are printed, or dropped, as a whole: three messages contain a line break."""
     update, empty, title, *figures, end, after_end, empty_1, empty_2 = NO_GPU_REPORT.splitlines(keepends=True)
     return [update, empty + title, *figures, end + after_end, empty_1 + empty_2, UPDATED]
 
@@ -67,7 +67,7 @@ def stopped_terminal():
 
 
 def read_all(descriptor):
-    """What stands in a pipe, a socket or a terminal now."""
+    """What a pipe, a socket or a terminal holds now."""
     os.set_blocking(descriptor, False)
     text = b""
     try:
@@ -79,7 +79,7 @@ def read_all(descriptor):
 
 
 class Stuck:
-    """A companion that watches a process of its own, on an output that nobody reads."""
+    """A companion that watches a separate process, with an output that is not read."""
 
     def __init__(self, make, joined=False, **environment):
         self.reading, self.writing = make()

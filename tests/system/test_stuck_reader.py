@@ -27,7 +27,7 @@ os.kill(os.getpid(), signal.SIGSTOP)
 
 class StuckReader(qz.SandboxCase):
     def start_stuck(self, *arguments):
-        """The program with a segment whose lock somebody holds who is stopped."""
+        """The program with a segment whose lock a stopped process holds."""
         sandbox = self.sandbox()
         run = sandbox.start(*arguments)
         run.wait_for(qz.CREATED)

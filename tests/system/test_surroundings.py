@@ -24,12 +24,12 @@ NO_DESCRIPTORS = ('Unable to create shared memory!; The shared memory "qzGpuInfo
                   "files). Too many open files\n")
 
 
-@unittest.skipIf(SANITIZED, "a sanitizer needs /proc and descriptors of its own")
+@unittest.skipIf(SANITIZED, "a sanitizer needs /proc and additional descriptors")
 class ProcessList(unittest.TestCase):
     """Watching over more than one interval, all runs side by side."""
 
     def begin(self, *prefix, ordinary=False, arguments=()):
-        """A run behind a command of its own, and what it watches."""
+        """A run behind a separate command, and what it watches."""
         sandbox = UserSandbox(ordinary)
         self.addCleanup(sandbox.close)
         watched = Watched(*sandbox.switch)
@@ -74,7 +74,7 @@ class ProcessList(unittest.TestCase):
         return sandbox, sandbox.start_as_user(watched.name), watched
 
 
-@unittest.skipIf(SANITIZED, "a sanitizer needs descriptors of its own")
+@unittest.skipIf(SANITIZED, "a sanitizer needs additional descriptors")
 class Descriptors(qz.SandboxCase):
     def test_few(self):
         """With fewer than the segment needs the program says so; with more it works; no number ends it by a signal."""

@@ -104,7 +104,7 @@ class Dev(Scratch):
         self.assertEqual(answer.returncode, 1)
         self.assertEqual(lines[0], "dev: will install with apt-get: cmake ninja-build")
         calls = [line.split(" ", 3)[3] for line in lines if line.startswith("apt-get ")]
-        # The lists are fetched anew after the first failure; without them nothing is left to try.
+        # The lists are fetched again after the first failure; without them nothing is left to try.
         install = "DPkg::Lock::Timeout=300 install --no-install-recommends cmake ninja-build"
         self.assertEqual(calls[-2:], [install, "DPkg::Lock::Timeout=300 update"])
         self.assertEqual(lines[-1], "dev: apt-get could not install: cmake ninja-build")

@@ -40,7 +40,7 @@ class Watched(unittest.TestCase):
         return process
 
     def assert_waits_for_output(self, pid):
-        """Until the process sleeps in a write that nobody takes."""
+        """Until the process sleeps in a write that is not read."""
         for _ in range(200):
             with open(f"/proc/{pid}/wchan", encoding="ascii") as file:
                 channel = file.read()

@@ -1,5 +1,5 @@
 // A vendor's library of a version that lacks one of the entry points that are asked for, nvmlErrorString, and
-// tells when it is closed.
+// reports when it is closed.
 #include <cstdio>
 
 namespace {
