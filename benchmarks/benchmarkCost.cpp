@@ -121,7 +121,8 @@ int main(int argc, char** argv) {
     GpuBenchmarkOpenCL_Context context;
     const Clock::time_point began = Clock::now();
     const double beganProcessor = processorMilliseconds();
-    const float score = GpuBenchmarkOpenCL::run(context, devices.front(), std::strtod(argv[1], nullptr));
+    const float score =
+        GpuBenchmarkOpenCL::run(context, devices.front(), std::strtod(argv[1], nullptr), benchmarkGeometry);
     const double total = milliseconds(began, Clock::now());
     const double processor = processorMilliseconds() - beganProcessor;
     std::printf("{\"total_ms\": %.3f, \"outside_processor_ms\": %.3f, \"rounds_ms\": %.3f, \"builds_ms\": "
