@@ -6,6 +6,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "reader/status/userId.h"
+
 namespace qzstatus {
 
 namespace {
@@ -49,13 +51,23 @@ void addOptions(CLI::App& app, Options& options) {
     watch->check(seconds(0.1))->expected(0, 1)->default_str(std::to_string(options.watchSeconds));
     watch->each([&options](const std::string&) { options.form = Form::Watch; });
 
-    const std::array forms{watch, addForm("--json", Form::Json), addForm("--prometheus", Form::Prometheus),
-                           addForm("-h,--help", Form::Help), addForm("--version", Form::Version)};
+    const std::array forms{watch,
+                           addForm("--json", Form::Json),
+                           addForm("--prometheus", Form::Prometheus),
+                           addForm("--features", Form::Features),
+                           addForm("-h,--help", Form::Help),
+                           addForm("--version", Form::Version)};
     for (auto first = forms.begin(); first != forms.end(); ++first)
         std::for_each(first + 1, forms.end(), [first](CLI::Option* other) { (*first)->excludes(other); });
 
     addValue(app, "--wait", "SECONDS", options.waitSeconds)->check(seconds(0.0));
     addValue(app, "--max-age", "SECONDS", options.maxAgeSeconds)->check(seconds(0.0));
+    const auto takeUser = [&options](const std::string& name) {
+        options.owner = userId(name);
+        if (!options.owner)
+            throw CLI::ValidationError("--user", "unknown user '" + name + "'");
+    };
+    app.add_option_function<std::string>("--user", takeUser)->type_name("NAME")->take_last();
     addValue(app, "--directory", "DIR", options.directory);
     addValue(app, "--output", "FILE", options.output)->excludes(watch);
 }
@@ -88,6 +100,7 @@ Shows the GPUs that a running qzGpuInfo publishes on this machine.
 Without a form option: a table, cut to the terminal's width.
       --json             one JSON object; absent figures are null
       --prometheus       metrics in the Prometheus text exposition format
+      --features         the GPUs' features for a job scheduler, on one line
       --watch [SECONDS]  a table redrawn in place every SECONDS (default 2, at
                          least 0.1) until interrupted; plain lines when
                          standard output is no terminal
@@ -99,6 +112,7 @@ Without a form option: a table, cut to the terminal's width.
       --max-age SECONDS  data older than this are stale (default 20, while GPUs
                          are being measured 1800; 0: no limit). Data that no
                          running program has published are stale at any age.
+      --user NAME        read the segment of this user, and refuse anyone else's
       --directory DIR    where the segment is (default /dev/shm)
 
 Exit codes:

@@ -6,13 +6,16 @@
 #include <string_view>
 #include <vector>
 
+#include <sys/types.h>
+
 namespace qzstatus {
 
-enum class Form { Table, Json, Prometheus, Watch, Help, Version };
+enum class Form { Table, Json, Prometheus, Features, Watch, Help, Version };
 
 struct Options {
     Form form = Form::Table;
     std::string directory = "/dev/shm";
+    std::optional<uid_t> owner;          ///< whose segment; nothing: the user's who runs this
     std::string output;                  ///< empty: standard output
     double waitSeconds = 0.0;            ///< 0: read once
     double watchSeconds = 2.0;           ///< between two readings
@@ -25,8 +28,8 @@ struct ParsedOptions {
     std::string error;
 };
 
-/// `arguments` is the command line without the program's name.
-ParsedOptions parseOptions(const std::vector<std::string_view>& arguments);
+/// `commandLine` is without the program's name.
+ParsedOptions parseOptions(const std::vector<std::string_view>& commandLine);
 
 /// The text of `--help`, with every option and exit code.
 const char* helpText();

@@ -12,6 +12,7 @@
 #include "reader/status/Terminal.h"
 #include "reader/status/displayText.h"
 #include "reader/status/exitCodes.h"
+#include "reader/status/featuresForm.h"
 #include "reader/status/forms.h"
 #include "reader/status/output.h"
 #include "reader/status/watch.h"
@@ -50,13 +51,18 @@ std::string textOf(const Options& options, const StatusReport& report) {
         return jsonForm(report);
     case Form::Prometheus:
         return prometheusForm(report);
+    case Form::Features:
+        return featuresForm(report);
     default:
         return tableForm(report, options.output.empty() ? terminalSize(STDOUT_FILENO).columns : 0, false);
     }
 }
 
-bool hasList(const StatusReport& report) {
-    return report.state == ReportState::Ok || report.state == ReportState::Stale;
+/// Whether a form has nothing to show for this state but the message, which then goes to standard error.
+bool onlyComplains(Form form, ReportState state) {
+    const bool stale = state == ReportState::Stale;
+    // A scheduler would take what a stale list says for what the node can do now.
+    return state != ReportState::Ok && (form == Form::Features || (form == Form::Table && !stale));
 }
 
 int run(const Options& options) {
@@ -65,7 +71,7 @@ int run(const Options& options) {
     if (options.form == Form::Version)
         return putOut(options, "qzGpuStatus " QZGPUINFO_VERSION "\n", ExitCode_Ok);
 
-    const GpuSegmentReader reader(options.directory);
+    const GpuSegmentReader reader(options.directory, segmentKey, options.owner);
     const auto wait = std::chrono::milliseconds(static_cast<std::int64_t>(options.waitSeconds * 1000.0));
     if (options.form == Form::Watch) {
         if (options.waitSeconds > 0.0)
@@ -76,8 +82,7 @@ int run(const Options& options) {
 
     const StatusReport report = readReport(reader, options.maxAgeSeconds, wait);
     const int exitCode = exitCodeOf(report.state);
-    // The other forms carry the message themselves; for people it is no part of the table.
-    if (options.form == Form::Table && !hasList(report)) {
+    if (onlyComplains(options.form, report.state)) {
         complain(report.segmentPath + ": " + report.message);
         return exitCode;
     }

@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import resource
 import signal
 import stat
@@ -28,6 +29,10 @@ def state_of(segment):
     return result.returncode, json.loads(result.stdout)
 
 
+def without_times(text):
+    return re.sub(r"\d+\.\d s", "N s", text)
+
+
 class States(unittest.TestCase):
     def expect(self, segment, code, state):
         answered, report = state_of(segment)
@@ -37,6 +42,12 @@ class States(unittest.TestCase):
             table = run(directory=segment.directory)
             self.assertEqual(table.stdout, b"")
             self.assertEqual(table.stderr.decode(), f"qzGpuStatus: {segment.path}: {report['message']}\n")
+        if state != "ok":
+            features = run("--features", directory=segment.directory)
+            self.assertEqual((features.returncode, features.stdout), (code, b""))
+            # The data have grown older since.
+            self.assertEqual(without_times(features.stderr.decode()),
+                             f"qzGpuStatus: {segment.path}: {without_times(report['message'])}\n")
         return report
 
     def test_fresh_data(self):
@@ -44,6 +55,12 @@ class States(unittest.TestCase):
             report = self.expect(segment, OK, "ok")
             self.assertEqual([report[flag] for flag in ("writerAttached", "published", "measuring")], [True, True, False])
             self.assertLess(report["ageSeconds"], 10)
+
+    def test_features_of_fresh_data(self):
+        for gpus, line in (([], b"\n"), ([GPU], b"qz_gpu,qz_nvcuda,qz_model_somegpu\n")):
+            with Segment(block(gpus)) as segment:
+                result = run("--features", directory=segment.directory)
+                self.assertEqual((result.returncode, result.stdout, result.stderr), (OK, line, b""))
 
     def test_no_gpu_at_all_is_fresh_data_too(self):
         with Segment(block()) as segment:
@@ -211,8 +228,8 @@ class CommandLine(unittest.TestCase):
             result = run(name)
             self.assertEqual((result.returncode, result.stderr), (OK, b""))
             text = result.stdout.decode()
-            for option in ("--json", "--prometheus", "--watch", "--help", "--version", "--output", "--wait",
-                           "--max-age", "--directory"):
+            for option in ("--json", "--prometheus", "--features", "--watch", "--help", "--version", "--output", "--wait",
+                           "--max-age", "--user", "--directory"):
                 self.assertIn(option, text)
             for code in range(8):
                 self.assertIn(f"\n  {code}  ", text)
@@ -227,11 +244,13 @@ class CommandLine(unittest.TestCase):
                           ["--wait", "1.2.3"], ["--wait", "99999999999"], ["--watch", "0"], ["--watch=0.05"],
                           ["--watch=soon"], ["--watch="], ["--watch", "--json"], ["--max-age", "old"], ["--output"],
                           ["--output", ""], ["--output="], ["--directory"], ["--watch", "--output", "x"],
-                          ["x" * 10000]):
+                          ["x" * 10000], ["--features", "--json"], ["--features", "--watch"], ["--features=x"],
+                          ["--user"], ["--user="], ["--user", ""], ["--user", "no-such-user"], ["--user", "0"]):
             with self.subTest(arguments):
                 result = run(*arguments)
                 self.assertEqual((result.returncode, result.stdout), (USAGE, b""))
                 self.assertRegex(result.stderr.decode(), r"\AqzGpuStatus: [^\n]*; see qzGpuStatus --help\n\Z")
+        self.assertIn(b"unknown user 'no-such-user'", run("--user", "no-such-user").stderr)
 
 
 class Output(unittest.TestCase):

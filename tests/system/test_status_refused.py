@@ -3,6 +3,7 @@ trust it."""
 
 import json
 import os
+import pwd
 import socket
 import subprocess
 import unittest
@@ -10,7 +11,8 @@ import unittest
 from segment_bytes import Segment, block, record
 from status_command import PROGRAM, reachable_by_nobody, run
 
-OK, FOREIGN, NOT_READABLE = 0, 4, 6
+OK, NO_DATA, FOREIGN, NOT_READABLE = 0, 1, 4, 6
+ME = pwd.getpwuid(os.geteuid()).pw_name
 GPU = record(b"Some GPU", usage=5)
 
 
@@ -76,6 +78,38 @@ class WhatIsNoSegment(unittest.TestCase):
                 if not reachable_by_nobody(path):
                     self.skipTest(f"SKIPPED: {path} is out of another user's reach")
             self.assertEqual(run(directory=segment.directory, user=65534).returncode, OK)
+
+    def test_whose_segment_it_has_to_be(self):
+        other = "daemon" if ME != "daemon" else "bin"
+        with Segment(block([GPU])) as segment:
+            for user, code in ((ME, OK), (other, NOT_READABLE)):
+                for form in ([], ["--json"], ["--prometheus"], ["--features"]):
+                    with self.subTest(user=user, form=form):
+                        self.assertEqual(run(*form, "--user", user, directory=segment.directory).returncode, code)
+            os.unlink(segment.path)
+            self.assertEqual(run("--user", ME, directory=segment.directory).returncode, NO_DATA)
+
+    @unittest.skipIf(os.geteuid() != 0, "SKIPPED: only root can give a file to another user")
+    def test_root_reads_for_another_user(self):
+        with Segment(block([GPU])) as segment:
+            os.chown(segment.path, pwd.getpwnam("daemon").pw_uid, -1)
+            result = run("--user", "daemon", directory=segment.directory)
+            self.assertEqual((result.returncode, result.stderr), (OK, b""))
+            self.assertIn(b"Some GPU", result.stdout)
+            self.assertEqual(run("--user=bin", directory=segment.directory).returncode, NOT_READABLE)
+            self.assertEqual(run(directory=segment.directory).returncode, NOT_READABLE)
+            for mode in (0o644, 0o660):
+                os.chmod(segment.path, mode)
+                self.assertEqual(run("--user", "daemon", directory=segment.directory).returncode, NOT_READABLE)
+
+    @unittest.skipIf(os.geteuid() != 0, "SKIPPED: only root can run as another user")
+    def test_another_user_has_no_right_to_read(self):
+        with Segment(block([GPU])) as segment:
+            os.chmod(segment.directory, 0o755)
+            for path in (PROGRAM, segment.directory):
+                if not reachable_by_nobody(path):
+                    self.skipTest(f"SKIPPED: {path} is out of another user's reach")
+            self.assertEqual(run("--user", ME, directory=segment.directory, user=65534).returncode, NOT_READABLE)
 
     @unittest.skipIf(os.geteuid() != 0, "SKIPPED: only root can run as another user")
     def test_not_readable(self):

@@ -29,6 +29,7 @@ class TestOptions : public QObject {
         row("--json", Form::Json);
         row("--json --json", Form::Json);
         row("--prometheus", Form::Prometheus);
+        row("--features", Form::Features);
         row("--watch", Form::Watch);
         row("--watch --watch", Form::Watch);
         row("--help", Form::Help);
@@ -44,6 +45,16 @@ class TestOptions : public QObject {
         QCOMPARE(parsed.options.waitSeconds, 0.0);
         QCOMPARE(parsed.options.watchSeconds, 2.0);
         QVERIFY(!parsed.options.maxAgeSeconds);
+        QVERIFY(!parsed.options.owner);
+    }
+
+    void user() {
+        for (const char* line : {"--user root", "--user=root", "--user no-such-user --user root"}) {
+            const ParsedOptions parsed = parse(line);
+            QCOMPARE(parsed.error, std::string());
+            QCOMPARE(parsed.options.owner.value_or(1), uid_t{0});
+        }
+        QCOMPARE(parse("--user no-such-user").error, std::string("--user: unknown user 'no-such-user'"));
     }
 
     void seconds_data() {
@@ -141,13 +152,19 @@ class TestOptions : public QObject {
                                  "--output ''",
                                  "--output=",
                                  "--output= x",
+                                 "--user",
+                                 "--user ''",
+                                 "--user=",
+                                 "--user 0",
+                                 "--features=yes",
                                  "--directory",
                                  "--directory ''",
                                  "--directory=",
                                  "--watch --output x",
                                  "--output x --watch 3"})
             QTest::newRow(line) << QByteArray(line);
-        const char* const forms[] = {"--json", "--prometheus", "--watch", "--help", "--version"};
+        const char* const forms[] = {"--json",  "--prometheus", "--features",
+                                     "--watch", "--help",       "--version"};
         for (const char* first : forms)
             for (const char* second : forms)
                 if (first != second)
