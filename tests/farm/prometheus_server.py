@@ -6,6 +6,7 @@ import http.client
 import json
 import os
 import shutil
+import socket
 import subprocess
 import urllib.parse
 from pathlib import Path
@@ -25,8 +26,8 @@ def missing_programs():
     return [program for program in PROGRAMS if shutil.which(program) is None]
 
 
-def listening_port(pid):
-    """The TCP port at which a process listens; None while there is none."""
+def listening_sockets(pid):
+    """Address and port of each TCP socket at which a process listens."""
     sockets = set()
     for descriptor in Path(f"/proc/{pid}/fd").iterdir():
         try:
@@ -36,8 +37,13 @@ def listening_port(pid):
     for line in Path(f"/proc/{pid}/net/tcp").read_text(encoding="ascii").splitlines()[1:]:
         _, local, _, state, *_, inode = line.split()[:10]
         if state == "0A" and f"socket:[{inode}]" in sockets:
-            return int(local.split(":")[1], 16)
-    return None
+            address, port = local.split(":")
+            yield socket.inet_ntoa(bytes.fromhex(address)[::-1]), int(port, 16)
+
+
+def listening_port(pid):
+    """The TCP port at which a process listens; None while there is none."""
+    return next((port for _, port in listening_sockets(pid)), None)
 
 
 class Server:
