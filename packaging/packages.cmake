@@ -2,7 +2,7 @@
 compressed("${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz" debian/changelog.in)
 
 # `./dev package` builds this and nothing else.
-add_custom_target(packaged DEPENDS qzGpuInfo qzGpuStatus qzgpureader qz_compressed_changelog qz_compressed_changelog.Debian)
+add_custom_target(packaged DEPENDS qzGpuInfo qzGpuStatus qzgpureader qzgpuinfo qz_compressed_changelog qz_compressed_changelog.Debian)
 
 set(CPACK_PACKAGE_NAME qzgpuinfo)
 set(CPACK_PACKAGE_VENDOR "qzGpuInfo developers")
@@ -16,8 +16,9 @@ publishes usage, temperature and memory of every GPU in shared memory,
 every 4 seconds.
 @blank@
 qzGpuStatus shows what a companion publishes: as a table, as JSON or as
-metrics for Prometheus. A C++ library, with its CMake package and pkg-config
-file, reads the published list in other programs.
+metrics for Prometheus. Libraries with a C and a C++ interface, with their
+CMake packages and pkg-config files, read the published list in other
+programs.
 @blank@
 No vendor library is needed to start; those that are there are loaded.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -32,10 +33,13 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE ${QZGPUINFO_PACKAGE_RELEASE})
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# From this, packages that link the library get their dependency on this one.
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ocl-icd-libopencl1 | libopencl1")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-foreach(script postinst prerm postrm)
-    list(APPEND CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_SOURCE_DIR}/debian/${script}")
+foreach(file postinst prerm postrm triggers)
+    list(APPEND CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_SOURCE_DIR}/debian/${file}")
 endforeach()
 
 string(REPLACE "@blank@" "" CPACK_RPM_PACKAGE_DESCRIPTION "${description}")

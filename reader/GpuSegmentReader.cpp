@@ -152,28 +152,6 @@ Attempt readOnce(const char* path, uid_t owner, Clock::time_point deadline, GpuS
 
 } // namespace
 
-const char* segmentResultText(SegmentResult result) noexcept {
-    switch (result) {
-    case SegmentResult::Ok:
-        return "the GPU list was read";
-    case SegmentResult::Missing:
-        return "there is no segment; the companion does not run";
-    case SegmentResult::NotReady:
-        return "the segment holds no data yet; its first update cycle is not done";
-    case SegmentResult::Foreign:
-        return "what stands under the segment's name is not a GPU list of this version";
-    case SegmentResult::TooSmall:
-        return "the segment is too small to hold a GPU list";
-    case SegmentResult::Locked:
-        return "the segment's lock was not free in time";
-    case SegmentResult::PermissionDenied:
-        return "the segment belongs to another user, is open to others, or may not be read";
-    case SegmentResult::IoError:
-        return "the segment could not be read";
-    }
-    return "unknown result";
-}
-
 GpuSegmentReader::GpuSegmentReader(std::string directory, const std::string& key, std::optional<uid_t> owner)
     : segmentPath(std::move(directory) + "/" + key), segmentOwner(owner) {}
 

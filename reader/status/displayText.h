@@ -4,23 +4,18 @@
 #include <string>
 #include <string_view>
 
+#include "reader/utf8.h"
+
 namespace qzstatus {
 
-/// What stands for bytes that are no UTF-8, and for characters that a terminal must not get.
-constexpr char32_t replacementCharacter = 0xFFFD;
+using qzgpuinfo::appendUtf8;
+using qzgpuinfo::decodeUtf8;
+using qzgpuinfo::replacementCharacter;
 
 /// C0, DEL or C1: what a terminal may obey instead of showing it.
 constexpr bool isControl(char32_t codePoint) {
     return codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0);
 }
-
-/// The code points of `bytes`. Each longest beginning of a valid sequence that is cut short or goes wrong,
-/// and each byte that begins none, gives one replacement character; surrogates and over-long forms are no
-/// UTF-8.
-std::u32string decodeUtf8(std::string_view bytes);
-
-/// Appends one code point to `text` as UTF-8.
-void appendUtf8(std::string& text, char32_t codePoint);
 
 /// A line of text and the columns it takes on a terminal.
 struct DisplayText {

@@ -36,7 +36,7 @@ def section(page, name):
 
 def plain(text):
     """A line of a source without roff's escapes."""
-    return text.replace(r"\(dq", '"').replace(r"\(aq", "'").replace(r"\e", "\\")
+    return text.replace(r"\(dq", '"').replace(r"\(aq", "'").replace(r"\-", "-").replace(r"\e", "\\")
 
 
 def examples(text):

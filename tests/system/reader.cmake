@@ -10,3 +10,8 @@ qz_system_test(read_segment)
 qz_system_test(slurm_health TIMEOUT 300)
 qz_system_test(freshness)
 qz_system_test(reader_package TIMEOUT 300)
+qz_system_test(scripts)
+qz_system_test(abi)
+# Nothing is installed of it; here its warnings count.
+add_executable(gpusExample "${PROJECT_SOURCE_DIR}/docs/examples/gpus.cpp")
+target_link_libraries(gpusExample PRIVATE qz_build qzgpureader)

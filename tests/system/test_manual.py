@@ -3,6 +3,7 @@
 import os
 import re
 import subprocess
+import textwrap
 import unittest
 from pathlib import Path
 
@@ -77,6 +78,22 @@ class Pages(unittest.TestCase):
         def first_words(codes):
             return [(code, re.findall(r"\w+", text.split(".")[0].lower())[:4]) for code, text in codes]
         self.assertEqual(first_words(page), first_words(listed))
+
+
+class Examples(unittest.TestCase):
+    """What a page or README shows of docs/examples is the file; tests run the file."""
+
+    def test_in_the_pages(self):
+        for page, names in (("qzGpuInfo.1", ("has_gpu.sh", "has_gpu.py")), ("qzGpuInfo_v2.5", ("gpus.c",))):
+            for name in names:
+                with self.subTest(page, name=name):
+                    text = (SOURCE / "docs" / "examples" / name).read_text(encoding="utf-8")
+                    self.assertEqual(manual_pages.literal(manual_pages.source(page), text.splitlines()[0]), text)
+
+    def test_in_readme(self):
+        readme = (SOURCE / "README.md").read_text(encoding="utf-8")
+        text = (SOURCE / "docs" / "examples" / "has_gpu.sh").read_text(encoding="utf-8")
+        self.assertIn("\n\n" + textwrap.indent(text, "    ") + "\n", readme)
 
 
 class Links(unittest.TestCase):

@@ -91,8 +91,10 @@ class Contents(unittest.TestCase):
     def test_rights_and_owners(self):
         for line in ask("--list", "--verbose"):
             rights, _, user, group, *_, path = line.split()
+            if rights.startswith("l"):
+                continue
             with self.subTest(path):
-                program = rights.startswith("d") or path.startswith("/usr/bin/")
+                program = rights.startswith("d") or path.startswith(("/usr/bin/", "/usr/lib64/libqzgpuinfo.so"))
                 self.assertEqual((rights[1:], user, group), ("rwxr-xr-x" if program else "rw-r--r--", "root", "root"))
 
     def test_the_same_tree_gives_the_same_package(self):

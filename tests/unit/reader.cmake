@@ -1,5 +1,6 @@
 qz_unit_test(GpuSegmentReader LINK qzgpureader)
 qz_unit_test(parseSegment LINK qzgpureader)
+qz_unit_test(Reader LINK qzgpureader)
 qz_unit_test(CancelledReader LINK qzgpureader)
 qz_unit_test(isFresh LINK qzgpureader)
 qz_unit_test(GpuSegmentReader_replaced LINK qzgpureader)
@@ -15,3 +16,6 @@ qz_unit_test(prometheusForm LINK qz_gpu_status)
 target_compile_definitions(test_prometheusForm PRIVATE QZGPUINFO_VERSION="${PROJECT_VERSION}")
 qz_unit_test(featuresForm LINK qz_gpu_status)
 qz_unit_test(ReaderAndWriter LINK qzgpureader qz_support)
+# The installed header is a system header, since it is C.
+qz_unit_test(qzgpuinfo LINK qzgpuinfo qz_gpu_record)
+target_include_directories(test_qzgpuinfo SYSTEM PRIVATE "${PROJECT_SOURCE_DIR}/reader/c")

@@ -1,0 +1,4 @@
+// Deprecated; gone in the next release.
+#pragma once
+
+#include "reader/GpuSegmentReader.h"
