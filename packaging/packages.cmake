@@ -1,26 +1,25 @@
-# What CPack makes. It packs what is installed; stage.cmake then fits that to the kind of package.
+# The packages that CPack makes of what is installed; stage.cmake adapts the files to each kind.
 compressed("${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz" debian/changelog.in)
 
-# `./dev package` builds this and nothing else.
+# All that `./dev package` builds.
 add_custom_target(packaged DEPENDS qzGpuInfo qzGpuStatus qzgpureader qzgpuinfo qz_compressed_changelog qz_compressed_changelog.Debian)
 
 set(CPACK_PACKAGE_NAME qzgpuinfo)
 set(CPACK_PACKAGE_VENDOR "qzGpuInfo developers")
 set(CPACK_PACKAGE_CONTACT "${QZGPUINFO_MAINTAINER}")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "finds, describes and measures the GPUs of a machine")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "detects and benchmarks the GPUs of a machine")
 set(description "\
-qzGpuInfo finds the NVIDIA and AMD GPUs of the machine it runs on, describes
-them and measures their speed with an OpenCL benchmark. Started once it
+qzGpuInfo detects the NVIDIA and AMD GPUs of a machine, reads their load,
+temperature and memory, and benchmarks them with OpenCL. A single run
 answers a question about the GPUs by its exit code; as a companion it
-publishes usage, temperature and memory of every GPU in shared memory,
-every 4 seconds.
+publishes the figures of every GPU in shared memory, every 4 seconds.
 @blank@
 qzGpuStatus shows what a companion publishes: as a table, as JSON or as
 metrics for Prometheus. Libraries with a C and a C++ interface, with their
 CMake packages and pkg-config files, read the published list in other
 programs.
 @blank@
-No vendor library is needed to start; those that are there are loaded.")
+No vendor library is needed; installed ones are loaded.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_BINARY_DIR}/stage.cmake")
 configure_file(stage.cmake.in stage.cmake @ONLY)
@@ -52,8 +51,8 @@ set(CPACK_RPM_USER_FILELIST "%license /usr/share/doc/qzgpuinfo/copyright")
 set(CPACK_RPM_COMPRESSION_TYPE xz)
 configure_file(rpm/changelog.in changelog.rpm @ONLY)
 set(CPACK_RPM_CHANGELOG_FILE "${CMAKE_CURRENT_BINARY_DIR}/changelog.rpm")
-# What an .rpm depends on is found by the names of the libraries. The program that reads the library's description is a
-# developer's. The same tree gives the same package.
+# An .rpm depends on libraries by their sonames. pkg-config, which reads the .pc files, is left to developers. The same
+# tree gives the same package.
 set(CPACK_RPM_SPEC_MORE_DEFINE "\
 Recommends: libOpenCL.so.1()(64bit)
 %define __requires_exclude ^/usr/bin/pkg-config$

@@ -46,7 +46,8 @@ const char* kindText(GpuKind kind) noexcept {
     return *text != '\0' ? text : "unknown";
 }
 
-Reader::Reader(std::string directory) : segmentDirectory(std::move(directory)) {}
+Reader::Reader(std::string directory, std::optional<uid_t> owner)
+    : segmentDirectory(std::move(directory)), segmentOwner(owner) {}
 
 std::string Reader::path() const {
     return GpuSegmentReader(segmentDirectory).path();
@@ -55,7 +56,8 @@ std::string Reader::path() const {
 SegmentResult Reader::read(Snapshot& snapshot, std::chrono::milliseconds lockWait) const {
     snapshot = {};
     GpuSnapshot copied;
-    const SegmentResult result = GpuSegmentReader(segmentDirectory).read(copied, lockWait);
+    const SegmentResult result =
+        GpuSegmentReader(segmentDirectory, segmentKey, segmentOwner).read(copied, lockWait);
     static_cast<SegmentState&>(snapshot) = copied;
     if (result != SegmentResult::Ok)
         return result;

@@ -96,6 +96,21 @@ qzgpuinfo_gpu gpuOf(const Gpu& gpu) noexcept {
     return copy;
 }
 
+qzgpuinfo_result openReader(const char* directory, std::optional<uid_t> owner,
+                            qzgpuinfo_reader** reader) noexcept {
+    if (reader == nullptr)
+        return QZGPUINFO_INVALID_ARGUMENT;
+    const ErrnoGuard guard;
+    *reader = nullptr;
+    try {
+        *reader =
+            new qzgpuinfo_reader{qzgpuinfo::Reader(directory != nullptr ? directory : "/dev/shm", owner), {}};
+        return QZGPUINFO_OK;
+    } catch (const std::exception&) {
+        return QZGPUINFO_OUT_OF_MEMORY;
+    }
+}
+
 } // namespace
 
 uint32_t qzgpuinfo_api_version() {
@@ -120,17 +135,11 @@ const char* qzgpuinfo_kind_text(uint32_t kind) {
 }
 
 qzgpuinfo_result qzgpuinfo_open(const char* directory, qzgpuinfo_reader** reader) {
-    if (reader == nullptr)
-        return QZGPUINFO_INVALID_ARGUMENT;
-    const ErrnoGuard guard;
-    *reader = nullptr;
-    try {
-        *reader = new qzgpuinfo_reader{
-            directory != nullptr ? qzgpuinfo::Reader(directory) : qzgpuinfo::Reader(), {}};
-        return QZGPUINFO_OK;
-    } catch (const std::exception&) {
-        return QZGPUINFO_OUT_OF_MEMORY;
-    }
+    return openReader(directory, {}, reader);
+}
+
+qzgpuinfo_result qzgpuinfo_open_user(const char* directory, uint32_t user, qzgpuinfo_reader** reader) {
+    return openReader(directory, user, reader);
 }
 
 void qzgpuinfo_close(qzgpuinfo_reader* reader) {

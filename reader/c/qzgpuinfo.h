@@ -124,6 +124,10 @@ const char* qzgpuinfo_kind_text(uint32_t kind);
  */
 qzgpuinfo_result qzgpuinfo_open(const char* directory, qzgpuinfo_reader** reader);
 
+/* The same for the segment of a given user, by number, instead of the process's effective user. The segment
+ * of anyone else is refused with QZGPUINFO_PERMISSION_DENIED. Only root can read another user's. */
+qzgpuinfo_result qzgpuinfo_open_user(const char* directory, uint32_t user, qzgpuinfo_reader** reader);
+
 /* Releases a reader; NULL is ignored. */
 void qzgpuinfo_close(qzgpuinfo_reader* reader);
 

@@ -28,7 +28,7 @@ target_link_libraries(in_c PRIVATE qzgpuinfo::qzgpuinfo)
 add_executable(in_cpp gpus.cpp)
 target_link_libraries(in_cpp PRIVATE qzGpuInfoReader::qzgpureader)
 """
-# What was written for the headers of 1.0 and looks at no GPU.
+# Written for the deprecated headers; looks at no GPU.
 DEPRECATED = r"""
 #include <cstdio>
 #include "reader/isFresh.h"

@@ -46,6 +46,13 @@ class test_Reader : public QObject {
         QCOMPARE(Reader().path(), std::string("/dev/shm/qzGpuInfo_v2"));
     }
 
+    void onlyTheOwnersSegment() {
+        QVERIFY(write(validBlock()));
+        Snapshot snapshot;
+        QCOMPARE(Reader(directory.path(), geteuid()).read(snapshot), SegmentResult::Ok);
+        QCOMPARE(Reader(directory.path(), geteuid() + 1).read(snapshot), SegmentResult::PermissionDenied);
+    }
+
     void allInTheGlobalOrder() {
         const Snapshot snapshot = readBlock(validBlock());
         QCOMPARE(snapshot.gpuCount(), 3);

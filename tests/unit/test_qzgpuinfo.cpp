@@ -164,6 +164,18 @@ class test_qzgpuinfo : public QObject {
         QCOMPARE(qzgpuinfo_get_gpu(reader, 0, &gpu), QZGPUINFO_OUT_OF_RANGE);
     }
 
+    void onlyTheOwnersSegment() {
+        QVERIFY(write(validBlock()));
+        for (const bool mine : {true, false}) {
+            qzgpuinfo_reader* other = nullptr;
+            QCOMPARE(qzgpuinfo_open_user(directory.path(), geteuid() + (mine ? 0 : 1), &other), QZGPUINFO_OK);
+            const qzgpuinfo_result result = qzgpuinfo_read(other, 0, nullptr);
+            qzgpuinfo_close(other);
+            QCOMPARE(result, mine ? QZGPUINFO_OK : QZGPUINFO_PERMISSION_DENIED);
+        }
+        QCOMPARE(qzgpuinfo_open_user(nullptr, 0, nullptr), QZGPUINFO_INVALID_ARGUMENT);
+    }
+
     void errnoIsLeftAlone() {
         errno = 4711;
         QCOMPARE(qzgpuinfo_read(reader, 0, nullptr), QZGPUINFO_MISSING);

@@ -2,7 +2,10 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
+
+#include <sys/types.h>
 
 #include "qzgpuinfo/Snapshot.h"
 
@@ -12,7 +15,9 @@ namespace qzgpuinfo {
 /// while companions come and go. Several threads may read through one object.
 class Reader {
   public:
-    explicit Reader(std::string directory = "/dev/shm");
+    /// `owner`: the user whose segment is read, by default the effective user of the reading process. The
+    /// segment of anyone else is refused with `PermissionDenied`.
+    explicit Reader(std::string directory = "/dev/shm", std::optional<uid_t> owner = {});
 
     /// Copies the list under the segment's lock and fills `snapshot`, which it clears first. Waits for the
     /// lock for at most `lockWait` (0 or less: not at all) and for nothing else. Writes nothing. Throws
@@ -25,6 +30,7 @@ class Reader {
 
   private:
     std::string segmentDirectory;
+    std::optional<uid_t> segmentOwner;
 };
 
 } // namespace qzgpuinfo
