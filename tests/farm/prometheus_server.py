@@ -47,16 +47,18 @@ def listening_port(pid):
 
 
 class Server:
-    """A program that serves HTTP on the loopback interface, at a port that the system chooses unless it is given; it
-    ends with this object, or with the test when that is killed."""
+    """A program that serves HTTP on the loopback interface, at a port that the system chooses; it ends
+    with this object, or with the test when that is killed."""
 
-    def __init__(self, log, *command, port=0):
+    def __init__(self, log, *command):
         self._log = log
         with log.open("wb") as output:
             # pylint: disable-next=consider-using-with
             self._process = subprocess.Popen(
-                ["setpriv", "--pdeathsig", "KILL", *command, f"--web.listen-address=127.0.0.1:{port}"],
-                stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT, cwd=log.parent)
+                ["setpriv", "--pdeathsig", "KILL", *command, "--web.listen-address=127.0.0.1:0"],
+                stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT, cwd=log.parent,
+                # A Ctrl-C at the terminal is for the caller.
+                start_new_session=True)
         try:
             self.port = wait_until(self._port, 30, f"a port of {command[0]}")
         except BaseException:

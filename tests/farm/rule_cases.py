@@ -143,6 +143,8 @@ def restarting(minutes, **changes):
 
 # What happens on a healthy farm day by day, and fires nothing.
 CALM = {
+    # A card whose driver offers no figures.
+    "mute": {"gpu_figures_valid_1": [(0, END)], "gpu_temperature_celsius_1": None, "gpu_usage_ratio_1": None},
     "restart": restarting(2, writer_attached=passes(1, 0, 0.5)),
     "measures-first": restarting(10, measuring=passes(0, 1, 10)),
     "upgrade": restarting(1, writer_attached=passes(1, 0, 0.5), build_info=turns(1, STALE)),

@@ -3,6 +3,7 @@ Prometheus scrapes them. Everything is on the loopback interface and in one fold
 
 import getpass
 import json
+import os
 import re
 import shutil
 import subprocess
@@ -34,7 +35,7 @@ class Node:
         self.textfiles = folder / "textfiles"
         self.textfiles.mkdir(parents=True)
         self.file = self.textfiles / "qzgpuinfo.prom"
-        self._shm = Path(tempfile.mkdtemp(prefix="qzFarm-", dir="/dev/shm"))
+        self._shm = Path(tempfile.mkdtemp(prefix=f"qzFarm-{os.getpid()}-", dir="/dev/shm"))
         self._simulations = []
         self._machine, self._count = machine, 0
         self.writes = True
@@ -93,7 +94,7 @@ class Farm:
     """`machines`: {node: machine}. Use it as a context manager. `factor` divides the rules' durations; `seconds` lie
     between two scrapes, evaluations and writings of a node's file."""
 
-    def __init__(self, machines, factor=1, seconds=1.0, port=0):
+    def __init__(self, machines, factor=1, seconds=1.0):
         self._folder = Path(tempfile.mkdtemp(prefix="qzFarm-"))
         self._seconds = seconds
         self.nodes, self._prometheus, self._writer = {}, None, None
@@ -102,12 +103,12 @@ class Farm:
         try:
             for name, machine in machines.items():
                 self.nodes[name] = Node(name, machine, self._folder / name)
-            self._prometheus = self._start_prometheus(factor, port)
+            self._prometheus = self._start_prometheus(factor)
         except BaseException:
             self.close()
             raise
 
-    def _start_prometheus(self, factor, port):
+    def _start_prometheus(self, factor):
         for path in RULES.glob("*.yml"):
             (self._folder / path.name).write_text(hastened(path.read_text("utf-8"), factor), encoding="utf-8")
         step = f"{int(self._seconds * 1000)}ms"
@@ -121,7 +122,7 @@ class Farm:
         path.write_text(json.dumps(configuration), encoding="utf-8")
         return Server(self._folder / "prometheus.log", "prometheus", f"--config.file={path}",
                       f"--storage.tsdb.path={self._folder / 'data'}", f"--web.console.templates={RULES / 'consoles'}",
-                      f"--web.console.libraries={self._folder}", port=port)
+                      f"--web.console.libraries={self._folder}")
 
     @property
     def port(self):

@@ -31,7 +31,7 @@ class Scratch(unittest.TestCase):
 
 
 class Dev(Scratch):
-    COMMANDS = ["run", "test", "sanitize", "simulate", "lint", "bench", "fuzz", "package", "on", "help"]
+    COMMANDS = ["run", "test", "sanitize", "simulate", "demo", "lint", "bench", "fuzz", "package", "on", "help"]
 
     def test_help_names_every_command(self):
         for arguments in (["help"], ["--help"], ["-h"], []):
