@@ -59,7 +59,8 @@ QString readNumbers(const QCommandLineParser& parser, Options& options) {
     bool isNumber = true;
     if (parser.isSet("timeout"))
         options.timeoutSeconds = parser.value("timeout").toDouble(&isNumber);
-    if (!isNumber || !(options.timeoutSeconds > 0.0 && options.timeoutSeconds <= mostSeconds))
+    const bool isInRange = options.timeoutSeconds > 0.0 && options.timeoutSeconds <= mostSeconds;
+    if (!isNumber || !isInRange)
         return QStringLiteral("--timeout takes seconds, up to %1").arg(mostSeconds);
     if (parser.isSet("readings"))
         options.readings = parser.value("readings").toInt(&isNumber);

@@ -26,39 +26,46 @@ QString listedGpu(const Facts& facts, Matches matches) {
     return {};
 }
 
-/// Judges one run. `decided`: the fact that makes the answer 1, `otherwise`: the one that makes it 0.
-void judgeAnswer(const Facts& facts, Findings& findings, const char* option, const QString& decided,
-                 const QString& otherwise) {
+/// Why there is no run to judge: a sleeping card, or a program that can't be started.
+bool isNotAsked(const Facts& facts, Findings& findings, const AnswerTrial* trial) {
     if (!facts.sleepingCard.isEmpty()) {
         findings.skipped(QStringLiteral("the program would wake the GPU at %1").arg(facts.sleepingCard),
                          QStringLiteral("to ask it all the same: --wake"));
-        return;
+        return true;
     }
+    if (trial != nullptr && trial->cannot().isEmpty())
+        return false;
+    findings.skipped(QStringLiteral("%1 can't be started: %2")
+                         .arg(facts.program, trial != nullptr ? trial->cannot() : QString()),
+                     QStringLiteral("install the program beside qzGpuDoctor"));
+    return true;
+}
+
+/// What is wrong with a run that gave no answer; empty when it gave one.
+QString whyNoAnswer(const StepOutcome& outcome, const QString& asked, double timeLimit) {
+    if (outcome.end == StepOutcome::End::Crashed)
+        return QStringLiteral("%1 crashes (%2): a shell shows exit code %3")
+            .arg(asked, signalName(outcome.code))
+            .arg(128 + outcome.code);
+    if (outcome.end == StepOutcome::End::TimedOut)
+        return QStringLiteral("%1 does not end within %2 s").arg(asked).arg(timeLimit);
+    if (outcome.code != 0 && outcome.code != 1)
+        return QStringLiteral("%1 ends with exit code %2, which is no answer of its own")
+            .arg(asked, QString::number(outcome.code));
+    return {};
+}
+
+/// Judges one run. `decided`: the fact that makes the answer 1, `otherwise`: the one that makes it 0.
+void judgeAnswer(const Facts& facts, Findings& findings, const char* option, const QString& decided,
+                 const QString& otherwise) {
     const AnswerTrial* trial = trialOf(facts, option);
-    const QString asked = QStringLiteral("qzGpuInfo %1").arg(QLatin1String(option));
-    if (trial == nullptr || !trial->cannot().isEmpty()) {
-        findings.skipped(QStringLiteral("%1 can't be started: %2")
-                             .arg(facts.program, trial != nullptr ? trial->cannot() : QString()),
-                         QStringLiteral("install the program beside qzGpuDoctor"));
+    if (isNotAsked(facts, findings, trial))
         return;
-    }
     const StepOutcome& outcome = trial->outcome;
-    if (outcome.end == StepOutcome::End::Crashed) {
-        findings.failure(QStringLiteral("%1 crashes (%2): a shell shows exit code %3")
-                             .arg(asked, signalName(outcome.code))
-                             .arg(128 + outcome.code),
-                         QStringLiteral("see pairing.run for the call"));
-        return;
-    }
-    if (outcome.end == StepOutcome::End::TimedOut) {
-        findings.failure(QStringLiteral("%1 does not end within %2 s").arg(asked).arg(facts.timeLimit),
-                         QStringLiteral("see pairing.run for the call"));
-        return;
-    }
-    if (outcome.code != 0 && outcome.code != 1) {
-        findings.failure(QStringLiteral("%1 ends with exit code %2, which is no answer of its own")
-                             .arg(asked, QString::number(outcome.code)),
-                         QStringLiteral("see pairing.run for the call"));
+    const QString asked = QStringLiteral("qzGpuInfo %1").arg(QLatin1String(option));
+    const QString wrong = whyNoAnswer(outcome, asked, facts.timeLimit);
+    if (!wrong.isEmpty()) {
+        findings.failure(wrong, QStringLiteral("see pairing.run for the call"));
         return;
     }
     const QString reason = facts.programEnd.isDone() ? (outcome.code != 0 ? decided : otherwise) : QString();

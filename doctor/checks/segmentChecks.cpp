@@ -85,34 +85,45 @@ void judgeSegmentOwner(const Facts& facts, Findings& findings) {
                 .arg(segment.path, segment.owner, QString::number(segment.mode, 8).rightJustified(4, '0')));
 }
 
+namespace {
+
+/// Judges a companion whose list is older than it may be.
+void judgeLateCompanion(const SegmentFacts& segment, Findings& findings) {
+    const QString who = companionText(segment);
+    const QString age = seconds(segment.ageSeconds);
+    if (segment.measuring)
+        findings.failure(
+            QStringLiteral("%1 has been measuring for %2").arg(who, age),
+            QStringLiteral("a driver does not return from the benchmark: end it with SIGTERM twice"));
+    else
+        findings.failure(
+            QStringLiteral("%1 hangs: it is attached and not measuring, and has published nothing for %2")
+                .arg(who, age),
+            QStringLiteral("a driver does not return from a call: end it with SIGTERM twice, and see "
+                           "pairing.run for the call"));
+}
+
+} // namespace
+
 void judgeCompanion(const Facts& facts, Findings& findings) {
     if (isUnread(facts, findings))
         return;
     const SegmentFacts& segment = facts.segment;
-    const bool isTooOld = segment.ageSeconds > segment.ageLimitSeconds;
+    const SegmentResult result = resultOf(segment);
     const QString who = companionText(segment);
-    if (!segment.exists || resultOf(segment) == SegmentResult::PermissionDenied)
+    if (!segment.exists || result == SegmentResult::PermissionDenied)
         findings.ok(segment.exists ? QStringLiteral("the companion is another user's")
                                    : QStringLiteral("no companion runs"));
     else if (!segment.attached)
         findings.warning(
             QStringLiteral("no companion runs; one that was killed has left %1").arg(segment.path),
             QStringLiteral("start the companion anew; it takes the segment over"));
-    else if (isTooOld && segment.measuring)
-        findings.failure(
-            QStringLiteral("%1 has been measuring for %2").arg(who, seconds(segment.ageSeconds)),
-            QStringLiteral("a driver does not return from the benchmark: end it with SIGTERM twice"));
-    else if (isTooOld)
-        findings.failure(
-            QStringLiteral("%1 hangs: it is attached and not measuring, and has published nothing for %2")
-                .arg(who, seconds(segment.ageSeconds)),
-            QStringLiteral("a driver does not return from a call: end it with SIGTERM twice, and see "
-                           "pairing.run for the call"));
-    else if (resultOf(segment) == SegmentResult::Ok &&
-             static_cast<Freshness>(segment.freshness) == Freshness::Ahead)
+    else if (segment.ageSeconds > segment.ageLimitSeconds)
+        judgeLateCompanion(segment, findings);
+    else if (result == SegmentResult::Ok && static_cast<Freshness>(segment.freshness) == Freshness::Ahead)
         findings.warning(QStringLiteral("the list is dated in the future: the clock was set back"),
                          QStringLiteral("it becomes current with the companion's next cycle"));
-    else if (!segment.published && resultOf(segment) == SegmentResult::Ok)
+    else if (!segment.published && result == SegmentResult::Ok)
         findings.note(QStringLiteral("%1 has not published yet; the list is an earlier one's").arg(who));
     else
         findings.ok(segment.measuring ? QStringLiteral("%1 is measuring").arg(who)

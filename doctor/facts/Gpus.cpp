@@ -73,7 +73,7 @@ Reason whyNvmlDoesNotListIt(const Facts& facts, const Gpu& gpu) {
     if (gpu.driver == QLatin1String("nouveau"))
         return {QStringLiteral("the kernel driver nouveau has it, which NVIDIA's libraries can't use"),
                 "pci.drivers"};
-    const Reason noNvml = whyNoNvml(facts);
+    Reason noNvml = whyNoNvml(facts);
     if (!noNvml.text.isEmpty())
         return noNvml;
     if (gpu.driver.isEmpty())

@@ -18,7 +18,7 @@ namespace doctor {
 namespace {
 
 /// Entry points that only the doctor asks for; any may be missing.
-struct NvmlIdentity_Table {
+struct NvmlIdentityTable {
     using GetText = nvmlReturn_t(char* text, unsigned int length);
     using GetDeviceText = nvmlReturn_t(nvmlDevice_t device, char* text, unsigned int length);
 
@@ -78,7 +78,7 @@ class Inquiry {
         nvmlPciInfo_t pci{};
         if (GpuNvml_Loader::table().nvmlDeviceGetPciInfo_v3(handle, &pci) == NVML_SUCCESS)
             facts.address = pciAddress(pci.domain, pci.bus, pci.device);
-        const auto text = [&](const char* function, NvmlIdentity_Table::GetDeviceText* get) {
+        const auto text = [&](const char* function, NvmlIdentityTable::GetDeviceText* get) {
             return get == nullptr ? QString()
                                   : textFrom(channel, function, [&](char* room, unsigned int length) {
                                         return get(handle, room, length);
@@ -106,7 +106,7 @@ class Inquiry {
     }
 
     Channel& channel;
-    VendorLibrary<NvmlIdentity_Table> identity;
+    VendorLibrary<NvmlIdentityTable> identity;
 };
 
 } // namespace

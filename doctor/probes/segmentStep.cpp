@@ -1,5 +1,6 @@
 #include "doctor/probes/segmentStep.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include <pwd.h>
@@ -33,10 +34,9 @@ void noteOwner(SegmentFacts& facts) {
 
 bool hasOpen(const QString& descriptors, const QString& path) {
     const QStringList names = QDir(descriptors).entryList(QDir::Files | QDir::System);
-    for (const QString& name : names)
-        if (QFileInfo(descriptors + "/" + name).symLinkTarget() == path)
-            return true;
-    return false;
+    return std::any_of(names.begin(), names.end(), [&](const QString& name) {
+        return QFileInfo(descriptors + "/" + name).symLinkTarget() == path;
+    });
 }
 
 /// The companions that have the segment open. Another user's processes don't show what they have open.
