@@ -2,20 +2,19 @@
 #include <QTest>
 
 #include "amd/AmdAdvice.h"
+#include "tests/unit/testRows.h"
 
 class TestAmdAdvice : public QObject {
     Q_OBJECT
 
   private slots:
     void noMatchingDevice_data() {
-        QTest::addColumn<QList<int>>("buses"); // of the candidates; -1000: unknown
-        QTest::addColumn<QStringList>("listed");
-        QTest::newRow("no candidate")
-            << QList<int>() << QStringList("  -> No OpenCL GPU devices were found at all.");
-        QTest::newRow("each kind of candidate")
-            << QList<int>{0x0B, -1000, -0x76}
-            << QStringList{"  -> Available OpenCL devices:", "     'gfx %1' on PCI bus 0xb",
-                           "     'gfx %1' (no PCI bus info)", "     'gfx %1' on PCI bus 0xffffff8a"};
+        // buses: of the candidates; -1000: unknown
+        const auto row = testColumns<QList<int>, QStringList>("buses", "listed");
+        row("no candidate", QList<int>(), QStringList("  -> No OpenCL GPU devices were found at all."));
+        row("each kind of candidate", {0x0B, -1000, -0x76},
+            QStringList{"  -> Available OpenCL devices:", "     'gfx %1' on PCI bus 0xb",
+                        "     'gfx %1' (no PCI bus info)", "     'gfx %1' on PCI bus 0xffffff8a"});
     }
 
     void noMatchingDevice() {

@@ -5,6 +5,7 @@
 #include "tests/unit/CaptureStdout.h"
 #include "tests/unit/FakeCalls.h"
 #include "tests/unit/FakeOpenCL.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -87,10 +88,9 @@ class TestAmdOclCandidate : public QObject {
 
     // A success that writes nothing means bus 0.
     void busWithoutAnswer_data() {
-        QTest::addColumn<Answers>("answers");
-        QTest::addColumn<QByteArray>("way");
-        QTest::newRow("topology") << Answers{0x0C, {}} << QByteArray("via AMD topology");
-        QTest::newRow("KHR") << Answers{{}, 0x0C} << QByteArray("via khr_pci_bus_info");
+        const auto row = testColumns<Answers, QByteArray>("answers", "way");
+        row("topology", Answers{0x0C, {}}, "via AMD topology");
+        row("KHR", Answers{{}, 0x0C}, "via khr_pci_bus_info");
     }
 
     void busWithoutAnswer() {
@@ -106,15 +106,14 @@ class TestAmdOclCandidate : public QObject {
     }
 
     void names_data() {
-        QTest::addColumn<QByteArray>("given");
-        QTest::addColumn<QString>("name");
-        QTest::newRow("plain") << QByteArray("gfx1030") << "gfx1030";
-        QTest::newRow("trimmed") << QByteArray("  gfx 1030\t\n ") << "gfx 1030";
-        QTest::newRow("empty") << QByteArray() << "";
-        QTest::newRow("blank") << QByteArray("   ") << "";
-        QTest::newRow("Latin-1") << QByteArray("caf\xE9") << QString("caf") + QChar(0xE9);
-        QTest::newRow("up to the terminator") << QByteArray("one\0two", 7) << "one";
-        QTest::newRow("unterminated") << QByteArray(300, 'x') << QString(256, 'x');
+        const auto row = testColumns<QByteArray, QString>("given", "name");
+        row("plain", "gfx1030", "gfx1030");
+        row("trimmed", "  gfx 1030\t\n ", "gfx 1030");
+        row("empty", QByteArray(), "");
+        row("blank", "   ", "");
+        row("Latin-1", QByteArray("caf\xE9"), QString("caf") + QChar(0xE9));
+        row("up to the terminator", QByteArray("one\0two", 7), "one");
+        row("unterminated", QByteArray(300, 'x'), QString(256, 'x'));
     }
 
     void names() {
@@ -173,11 +172,8 @@ class TestAmdOclCandidate : public QObject {
     }
 
     void byBus_data() {
-        QTest::addColumn<std::vector<AmdOclCandidate>>("candidates");
-        QTest::addColumn<quint32>("bus");
-        QTest::addColumn<int>("found");
-        const auto row = [](const char* name, const std::vector<AmdOclCandidate>& candidates, quint32 bus,
-                            int found) { QTest::newRow(name) << candidates << bus << found; };
+        const auto row =
+            testColumns<std::vector<AmdOclCandidate>, quint32, int>("candidates", "bus", "found");
         row("none", {}, 12, -1);
         row("equal", {onBus("a", 11), onBus("b", 12)}, 12, 1);
         row("the first of two", {onBus("a", 12), onBus("b", 12)}, 12, 0);
@@ -197,12 +193,8 @@ class TestAmdOclCandidate : public QObject {
     }
 
     void byName_data() {
-        QTest::addColumn<QString>("gpu");
-        QTest::addColumn<std::vector<AmdOclCandidate>>("candidates");
-        QTest::addColumn<int>("found");
-        const auto row = [](const char* name, const QString& gpu,
-                            const std::vector<AmdOclCandidate>& candidates,
-                            int found) { QTest::newRow(name) << gpu << candidates << found; };
+        const auto row =
+            testColumns<QString, std::vector<AmdOclCandidate>, int>("gpu", "candidates", "found");
         row("the GPU's first six", "navi 21", {nameOnly("AMD Radeon navi 21 XT")}, 0);
         row("first six, at the start", "navi 21", {nameOnly("navi 22")}, 0);
         row("only five of the GPU's", "navi 21", {nameOnly("AMD Radeon navi XT")}, -1);

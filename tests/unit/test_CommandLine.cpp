@@ -1,6 +1,7 @@
 #include <QTest>
 
 #include "app/CommandLine.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -40,11 +41,7 @@ class TestCommandLine : public QObject {
 
   private slots:
     void arguments_data() {
-        QTest::addColumn<QByteArrayList>("arguments");
-        QTest::addColumn<QByteArrayList>("flags");
-        const auto row = [](const char* name, const QByteArrayList& arguments, const QByteArrayList& flags) {
-            QTest::newRow(name) << arguments << flags;
-        };
+        const auto row = testColumns<QByteArrayList, QByteArrayList>("arguments", "flags");
         row("none", {}, {"noArguments"});
         row("-bench", {"-bench"}, {"benchmark"});
         row("-benchShort", {"-benchShort"}, {"benchmark", "shortBenchmark"});

@@ -11,6 +11,7 @@
 #include "support/DynamicLoader.h"
 #include "tests/unit/FakeCalls.h"
 #include "tests/unit/FakeLoader.h"
+#include "tests/unit/testRows.h"
 
 class TestDynamicLoader : public QObject {
     Q_OBJECT
@@ -22,14 +23,12 @@ class TestDynamicLoader : public QObject {
     }
 
     void openFirst_data() {
-        QTest::addColumn<QStringList>("present");
-        QTest::addColumn<QString>("opened");
-        QTest::addColumn<QStringList>("calls");
+        const auto row = testColumns<QStringList, QString, QStringList>("present", "opened", "calls");
         const QString first = "dlopen(liba.so.1, 1)"; // RTLD_LAZY and nothing else
         const QString second = "dlopen(liba.so, 1)";
-        QTest::newRow("both") << QStringList{"liba.so.1", "liba.so"} << "liba.so.1" << QStringList{first};
-        QTest::newRow("the second only") << QStringList{"liba.so"} << "liba.so" << QStringList{first, second};
-        QTest::newRow("neither") << QStringList{"libb.so"} << "" << QStringList{first, second};
+        row("both", {"liba.so.1", "liba.so"}, "liba.so.1", {first});
+        row("the second only", {"liba.so"}, "liba.so", {first, second});
+        row("neither", {"libb.so"}, "", {first, second});
     }
 
     void openFirst() {

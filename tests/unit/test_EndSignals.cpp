@@ -9,6 +9,7 @@
 
 #include "ChildProcess.h"
 #include "app/EndSignals.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -37,10 +38,10 @@ class TestEndSignals : public QObject {
     }
 
     void asksForTheEnd_data() {
-        QTest::addColumn<int>("number");
-        QTest::newRow("SIGINT") << SIGINT;
-        QTest::newRow("SIGTERM") << SIGTERM;
-        QTest::newRow("SIGHUP") << SIGHUP;
+        const auto row = testColumns<int>("number");
+        row("SIGINT", SIGINT);
+        row("SIGTERM", SIGTERM);
+        row("SIGHUP", SIGHUP);
     }
 
     void asksForTheEnd() {

@@ -4,6 +4,7 @@
 #include <QTest>
 
 #include "tests/unit/BenchmarkRun.h"
+#include "tests/unit/testRows.h"
 
 class TestGpuBenchmarkOpenCL : public QObject {
     Q_OBJECT
@@ -129,16 +130,13 @@ class TestGpuBenchmarkOpenCL : public QObject {
     }
 
     void warmupRounds_data() {
-        QTest::addColumn<int>("limitMs");
-        QTest::addColumn<double>("roundMs");
-        QTest::addColumn<int>("rounds");
-        QTest::addColumn<QByteArray>("average");
-        QTest::newRow("one is longer than the limit") << 4 << 5.0 << 1 << QByteArray("5.0");
-        QTest::newRow("one ends at the limit") << 4 << 4.0 << 1 << QByteArray("4.0");
-        QTest::newRow("two") << 4 << 3.0 << 2 << QByteArray("3.0");
-        QTest::newRow("four of the shortest") << 4 << 1.0 << 4 << QByteArray("1.0");
-        QTest::newRow("short limit") << 1 << 1.0 << 1 << QByteArray("1.0");
-        QTest::newRow("long limit") << 50 << 20.9 << 3 << QByteArray("20.7"); // 62 ms / 3
+        const auto row = testColumns<int, double, int, QByteArray>("limitMs", "roundMs", "rounds", "average");
+        row("one is longer than the limit", 4, 5.0, 1, "5.0");
+        row("one ends at the limit", 4, 4.0, 1, "4.0");
+        row("two", 4, 3.0, 2, "3.0");
+        row("four of the shortest", 4, 1.0, 4, "1.0");
+        row("short limit", 1, 1.0, 1, "1.0");
+        row("long limit", 50, 20.9, 3, "20.7"); // 62 ms / 3
     }
 
     // The limit is checked before each round.
@@ -195,16 +193,16 @@ class TestGpuBenchmarkOpenCL : public QObject {
     }
 
     void durationIsTruncated_data() {
-        QTest::addColumn<double>("seconds");
-        QTest::addColumn<int>("rounds"); // of 20 ms
-        QTest::newRow("zero") << 0.0 << 0;
-        QTest::newRow("less than a millisecond") << 0.000999 << 0;
-        QTest::newRow("a millisecond") << 0.001 << 1;
-        QTest::newRow("two rounds' time") << 0.04 << 2;
-        QTest::newRow("and less than a millisecond") << 0.0409 << 2;
-        QTest::newRow("and a millisecond") << 0.041 << 3;
-        QTest::newRow("the long run") << 25.0 << 1250;
-        QTest::newRow("negative") << -5.0 << 0;
+        // rounds: of 20 ms
+        const auto row = testColumns<double, int>("seconds", "rounds");
+        row("zero", 0.0, 0);
+        row("less than a millisecond", 0.000999, 0);
+        row("a millisecond", 0.001, 1);
+        row("two rounds' time", 0.04, 2);
+        row("and less than a millisecond", 0.0409, 2);
+        row("and a millisecond", 0.041, 3);
+        row("the long run", 25.0, 1250);
+        row("negative", -5.0, 0);
     }
 
     void durationIsTruncated() {
@@ -225,10 +223,9 @@ class TestGpuBenchmarkOpenCL : public QObject {
     }
 
     void levels_data() {
-        QTest::addColumn<int>("level");
-        QTest::addColumn<int>("lines");
-        QTest::newRow("4") << 4 << 2;
-        QTest::newRow("3") << 3 << 0;
+        const auto row = testColumns<int, int>("level", "lines");
+        row("4", 4, 2);
+        row("3", 3, 0);
     }
 
     void levels() {

@@ -4,6 +4,7 @@
 #include <QTest>
 
 #include "tests/unit/BenchmarkRun.h"
+#include "tests/unit/testRows.h"
 
 using namespace GpuBenchmarkOpenCL;
 
@@ -57,20 +58,19 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
     }
 
     void loopBound_data() {
-        QTest::addColumn<float>("scale");
-        QTest::addColumn<QByteArray>("bound");
+        const auto row = testColumns<float, QByteArray>("scale", "bound");
         const float infinity = std::numeric_limits<float>::infinity();
-        QTest::newRow("start") << 1.0F << QByteArray("8833");
-        QTest::newRow("warm-up") << 0.1F << QByteArray("883.3");
-        QTest::newRow("slow") << 0.001F << QByteArray("8.833");
-        QTest::newRow("six digits") << 12.3456F << QByteArray("109049");
-        QTest::newRow("exponent form") << 200.0F << QByteArray("1.7666e+06");
-        QTest::newRow("last without exponent") << 113.2F << QByteArray("999896");
-        QTest::newRow("first with exponent") << 113.3F << QByteArray("1.00078e+06");
-        QTest::newRow("tiny") << 1e-9F << QByteArray("8.833e-06");
-        QTest::newRow("no number") << std::numeric_limits<float>::quiet_NaN() << QByteArray("nan");
-        QTest::newRow("infinite") << infinity << QByteArray("inf");
-        QTest::newRow("single precision") << 88.25965118408203F << QByteArray("779598"); // as doubles: 779597
+        row("start", 1.0F, "8833");
+        row("warm-up", 0.1F, "883.3");
+        row("slow", 0.001F, "8.833");
+        row("six digits", 12.3456F, "109049");
+        row("exponent form", 200.0F, "1.7666e+06");
+        row("last without exponent", 113.2F, "999896");
+        row("first with exponent", 113.3F, "1.00078e+06");
+        row("tiny", 1e-9F, "8.833e-06");
+        row("no number", std::numeric_limits<float>::quiet_NaN(), "nan");
+        row("infinite", infinity, "inf");
+        row("single precision", 88.25965118408203F, "779598"); // as doubles: 779597
     }
 
     void loopBound() {
@@ -139,18 +139,14 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
     }
 
     void buildKernelFails_data() {
-        QTest::addColumn<QString>("call");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<QString>("last");
-        QTest::newRow("program") << "clCreateProgramWithSource" << -30
-                                 << benchmarkLine("clCreateProgramWithSource failed: CL_INVALID_VALUE")
-                                 << "clCreateProgramWithSource(context1, 1, null)";
-        QTest::newRow("build") << "clBuildProgram" << -11 << benchmarkLine("OpenCL build error:no such type")
-                               << "clGetProgramBuildInfo(program1, device0.0, 0x1183, 13, set)";
-        QTest::newRow("kernel") << "clCreateKernel" << -46
-                                << benchmarkLine("clCreateKernel failed: CL_INVALID_KERNEL_NAME")
-                                << "clCreateKernel(program1, benchmarkKernel)";
+        const auto row = testColumns<QString, int, QByteArray, QString>("call", "status", "text", "last");
+        row("program", "clCreateProgramWithSource", -30,
+            benchmarkLine("clCreateProgramWithSource failed: CL_INVALID_VALUE"),
+            "clCreateProgramWithSource(context1, 1, null)");
+        row("build", "clBuildProgram", -11, benchmarkLine("OpenCL build error:no such type"),
+            "clGetProgramBuildInfo(program1, device0.0, 0x1183, 13, set)");
+        row("kernel", "clCreateKernel", -46, benchmarkLine("clCreateKernel failed: CL_INVALID_KERNEL_NAME"),
+            "clCreateKernel(program1, benchmarkKernel)");
     }
 
     void buildKernelFails() {
@@ -168,12 +164,7 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
     }
 
     void buildLog_data() {
-        QTest::addColumn<QByteArray>("log");
-        QTest::addColumn<qint64>("reportedSize");
-        QTest::addColumn<QByteArray>("text");
-        const auto row = [](const char* name, const QByteArray& log, qint64 size, const QByteArray& text) {
-            QTest::newRow(name) << log << size << text;
-        };
+        const auto row = testColumns<QByteArray, qint64, QByteArray>("log", "reportedSize", "text");
         row("terminated", QByteArray("error\n", 7), 7, benchmarkLine("OpenCL build error:error\n"));
         row("unterminated", "error", 5, benchmarkLine("OpenCL build error:error"));
         row("up to the terminator", QByteArray("one\0two", 8), 8, benchmarkLine("OpenCL build error:one"));
@@ -223,10 +214,10 @@ class TestGpuBenchmarkOpenCL_Context : public QObject {
     }
 
     void releaseOfWhatIsThere_data() {
-        QTest::addColumn<QString>("call");
+        const auto row = testColumns<QString>("call");
         for (const char* call :
              {"clReleaseKernel", "clReleaseProgram", "clReleaseCommandQueue", "clReleaseContext"})
-            QTest::newRow(call) << call;
+            row(call, call);
     }
 
     void releaseOfWhatIsThere() {

@@ -11,6 +11,7 @@
 #include "opencl/errorName.h"
 #include "tests/unit/BenchmarkRun.h"
 #include "tests/unit/ChildProcess.h"
+#include "tests/unit/testRows.h"
 
 // Two tests ask for more memory than there is.
 extern "C" const char* __asan_default_options() { // NOLINT(bugprone-reserved-identifier)
@@ -59,11 +60,7 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
     void cleanup() { checkNothingIsLeft(); }
 
     void failingCall_data() {
-        QTest::addColumn<QString>("call");
-        QTest::addColumn<int>("nth");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<bool>("givesObject");
-        QTest::addColumn<QByteArray>("text");
+        testColumns<QString, int, int, bool, QByteArray>("call", "nth", "status", "givesObject", "text");
         const auto rows = [](const QString& call, int nth, const QByteArray& text) {
             for (int status : {-1, -4, -5, -6, -36, -59, -9999, 1})
                 for (bool givesObject : {false, true})
@@ -102,9 +99,7 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
     }
 
     void releases_data() {
-        QTest::addColumn<QString>("call");
-        QTest::addColumn<int>("nth");
-        QTest::addColumn<QStringList>("released");
+        const auto row = testColumns<QString, int, QStringList>("call", "nth", "released");
         const auto buffers = [](int count) {
             QStringList calls;
             for (int i = 1; i <= count; ++i)
@@ -114,18 +109,17 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
         const QStringList kernel = {"clReleaseKernel(kernel1)"};
         const QStringList program = {"clReleaseProgram(program1)"};
         const QStringList queue = {"clReleaseCommandQueue(queue1)", "clReleaseContext(context1)"};
-        QTest::newRow("context") << "clCreateContext" << 1 << QStringList();
-        QTest::newRow("queue") << "clCreateCommandQueue" << 1 << QStringList{"clReleaseContext(context1)"};
-        QTest::newRow("buffer A") << "clCreateBuffer" << 1 << queue;
-        QTest::newRow("buffer B") << "clCreateBuffer" << 2 << buffers(1) + queue;
-        QTest::newRow("buffer Out") << "clCreateBuffer" << 3 << buffers(2) + queue;
-        QTest::newRow("program") << "clCreateProgramWithSource" << 1 << buffers(3) + queue;
-        QTest::newRow("build") << "clBuildProgram" << 1 << buffers(3) + program + queue;
-        QTest::newRow("kernel") << "clCreateKernel" << 1 << buffers(3) + program + queue;
-        QTest::newRow("enqueue") << "clEnqueueNDRangeKernel" << 1 << buffers(3) + kernel + program + queue;
-        QTest::newRow("read") << "clEnqueueReadBuffer" << 1 << buffers(3) + kernel + program + queue;
-        QTest::newRow("program again")
-            << "clCreateProgramWithSource" << 2 << kernel + program + buffers(3) + queue;
+        row("context", "clCreateContext", 1, QStringList());
+        row("queue", "clCreateCommandQueue", 1, {"clReleaseContext(context1)"});
+        row("buffer A", "clCreateBuffer", 1, queue);
+        row("buffer B", "clCreateBuffer", 2, buffers(1) + queue);
+        row("buffer Out", "clCreateBuffer", 3, buffers(2) + queue);
+        row("program", "clCreateProgramWithSource", 1, buffers(3) + queue);
+        row("build", "clBuildProgram", 1, buffers(3) + program + queue);
+        row("kernel", "clCreateKernel", 1, buffers(3) + program + queue);
+        row("enqueue", "clEnqueueNDRangeKernel", 1, buffers(3) + kernel + program + queue);
+        row("read", "clEnqueueReadBuffer", 1, buffers(3) + kernel + program + queue);
+        row("program again", "clCreateProgramWithSource", 2, kernel + program + buffers(3) + queue);
     }
 
     void releases() {
@@ -149,18 +143,16 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
     }
 
     void warmupFails_data() {
-        QTest::addColumn<int>("enqueued");
-        QTest::addColumn<int>("finished");
-        QTest::addColumn<bool>("queueReleased");
-        QTest::newRow("enqueue") << -54 << 0 << true;
-        QTest::newRow("enqueue: the queue is invalid") << -36 << 0 << true;
-        QTest::newRow("finish") << 0 << -5 << true;
-        QTest::newRow("finish: the queue is invalid") << 0 << -36 << false;
-        QTest::newRow("both") << -5 << -6 << true;
-        QTest::newRow("both, the queue is invalid") << -36 << -36 << false;
-        QTest::newRow("finish: its neighbours") << 0 << -35 << true;
-        QTest::newRow("finish: and") << 0 << -37 << true;
-        QTest::newRow("finish: positive") << 0 << 36 << true;
+        const auto row = testColumns<int, int, bool>("enqueued", "finished", "queueReleased");
+        row("enqueue", -54, 0, true);
+        row("enqueue: the queue is invalid", -36, 0, true);
+        row("finish", 0, -5, true);
+        row("finish: the queue is invalid", 0, -36, false);
+        row("both", -5, -6, true);
+        row("both, the queue is invalid", -36, -36, false);
+        row("finish: its neighbours", 0, -35, true);
+        row("finish: and", 0, -37, true);
+        row("finish: positive", 0, 36, true);
     }
 
     void warmupFails() {
@@ -182,9 +174,7 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
     }
 
     void zeroResults_data() {
-        QTest::addColumn<float>("zero");
-        QTest::addColumn<int>("read");
-        QTest::addColumn<QByteArray>("text");
+        testColumns<float, int, QByteArray>("zero", "read", "text");
         for (float zero : {0.0F, -0.0F}) {
             QTest::addRow("warm-up %g", zero)
                 << zero << 0 << benchmarkLine("warmup produced zero results, kernel likely failed");
@@ -204,12 +194,11 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
     }
 
     void warmupTooFast_data() {
-        QTest::addColumn<double>("roundMs");
-        QTest::addColumn<QByteArray>("average");
-        QTest::newRow("a quarter") << 0.25 << QByteArray("0.25");
-        QTest::newRow("two decimals") << 0.333 << QByteArray("0.31"); // 4 ms / 13
-        QTest::newRow("just below") << 0.999 << QByteArray("0.80");   // 4 ms / 5
-        QTest::newRow("next to nothing") << 0.001 << QByteArray("0.00");
+        const auto row = testColumns<double, QByteArray>("roundMs", "average");
+        row("a quarter", 0.25, "0.25");
+        row("two decimals", 0.333, "0.31"); // 4 ms / 13
+        row("just below", 0.999, "0.80");   // 4 ms / 5
+        row("next to nothing", 0.001, "0.00");
     }
 
     void warmupTooFast() {
@@ -222,9 +211,9 @@ class TestGpuBenchmarkOpenCL_failures : public QObject {
     }
 
     void roundTooFast_data() {
-        QTest::addColumn<double>("roundMs");
-        QTest::newRow("none") << 0.0;
-        QTest::newRow("just below") << 0.999;
+        const auto row = testColumns<double>("roundMs");
+        row("none", 0.0);
+        row("just below", 0.999);
     }
 
     void roundTooFast() {

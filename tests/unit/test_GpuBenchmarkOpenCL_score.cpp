@@ -6,6 +6,7 @@
 #include <QTest>
 
 #include "tests/unit/BenchmarkRun.h"
+#include "tests/unit/testRows.h"
 
 Q_DECLARE_METATYPE(std::vector<double>)
 
@@ -18,12 +19,7 @@ class TestGpuBenchmarkOpenCL_score : public QObject {
     void cleanup() { checkNothingIsLeft(); }
 
     void calibration_data() {
-        QTest::addColumn<double>("roundMs");
-        QTest::addColumn<float>("scale");
-        QTest::addColumn<QByteArray>("figures");
-        const auto row = [](const char* name, double roundMs, float scale, const char* figures) {
-            QTest::newRow(name) << roundMs << scale << QByteArray(figures);
-        };
+        const auto row = testColumns<double, float, QByteArray>("roundMs", "scale", "figures");
         row("25 ms", 25.0, 8.0F, "25.0 ms/round, GLOBAL_Iteratons_mod set to 8.00");
         row("whole milliseconds count", 25.9, 8.0F, "25.0 ms/round, GLOBAL_Iteratons_mod set to 8.00");
         row("the target", 200.0, 1.0F, "200.0 ms/round, GLOBAL_Iteratons_mod set to 1.00");
@@ -57,12 +53,8 @@ class TestGpuBenchmarkOpenCL_score : public QObject {
     }
 
     void score_data() {
-        QTest::addColumn<std::vector<double>>("roundMs");
-        QTest::addColumn<double>("seconds");
-        QTest::addColumn<int>("totalMs");
-        QTest::addColumn<int>("rounds");
-        const auto row = [](const char* name, const std::vector<double>& roundMs, double seconds, int totalMs,
-                            int rounds) { QTest::newRow(name) << roundMs << seconds << totalMs << rounds; };
+        const auto row =
+            testColumns<std::vector<double>, double, int, int>("roundMs", "seconds", "totalMs", "rounds");
         row("even rounds", {20, 25}, 0.1, 100, 4);
         row("uneven rounds", {20, 30, 35, 41}, 0.1, 106, 3);
         row("whole milliseconds in all", {20, 30.4}, 0.1, 121, 4);
@@ -91,11 +83,9 @@ class TestGpuBenchmarkOpenCL_score : public QObject {
 
     // Times for which the third decimal depends on the last bit of the formula's double.
     void orderOfOperations_data() {
-        QTest::addColumn<int>("rounds");
-        QTest::addColumn<int>("totalMs");
-        QTest::addColumn<QByteArray>("score");
-        QTest::newRow("the constant last") << 12017 << 13938 << QByteArray("741704.078");
-        QTest::newRow("the division before the product") << 9113 << 16608 << QByteArray("472040.325");
+        const auto row = testColumns<int, int, QByteArray>("rounds", "totalMs", "score");
+        row("the constant last", 12017, 13938, "741704.078");
+        row("the division before the product", 9113, 16608, "472040.325");
     }
 
     void orderOfOperations() {
@@ -115,8 +105,7 @@ class TestGpuBenchmarkOpenCL_score : public QObject {
     }
 
     void anythingButZeroIsAResult_data() {
-        QTest::addColumn<int>("place");
-        QTest::addColumn<float>("value");
+        testColumns<int, float>("place", "value");
         const float nan = std::numeric_limits<float>::quiet_NaN();
         for (int place = 0; place < 4; ++place) {
             QTest::addRow("NaN at %d", place) << place << nan;

@@ -3,6 +3,7 @@
 #include "nvidia/GpuCuda_Loader.h"
 #include "tests/unit/FakeCalls.h"
 #include "tests/unit/FakeCuda.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -52,13 +53,12 @@ class TestGpuCuda_Loader : public QObject {
     }
 
     void candidates_data() {
-        QTest::addColumn<QStringList>("present");
-        QTest::addColumn<QString>("used");
+        const auto row = testColumns<QStringList, QString>("present", "used");
         const QStringList all = {"libcudart.so.13", "libcudart.so.12", "libcudart.so.11.0"};
-        QTest::newRow("all") << all << all[0];
-        QTest::newRow("12 and 11") << QStringList(all.mid(1)) << all[1];
-        QTest::newRow("11") << QStringList(all.mid(2)) << all[2];
-        QTest::newRow("none") << QStringList() << "driver";
+        row("all", all, all[0]);
+        row("12 and 11", QStringList(all.mid(1)), all[1]);
+        row("11", QStringList(all.mid(2)), all[2]);
+        row("none", QStringList(), "driver");
     }
 
     void candidates() {
@@ -72,13 +72,8 @@ class TestGpuCuda_Loader : public QObject {
 
     // The file's soname decides the layout of its record, whatever name it was opened by.
     void layouts_data() {
-        QTest::addColumn<QByteArray>("file");
-        QTest::addColumn<QByteArray>("soname");
-        QTest::addColumn<int>("pciBusOffset");
-        QTest::addColumn<bool>("used");
-        const auto row = [](const char* title, const char* file, const char* soname, int offset, bool used) {
-            QTest::newRow(title) << QByteArray(file) << QByteArray(soname) << offset << used;
-        };
+        const auto row =
+            testColumns<QByteArray, QByteArray, int, bool>("file", "soname", "pciBusOffset", "used");
         row("13", "libcudart.so.13", "libcudart.so.13", 568, true);
         row("12", "libcudart.so.12", "libcudart.so.12", 584, true);
         row("11", "libcudart.so.11.0", "libcudart.so.11.0", 584, true);
@@ -145,14 +140,13 @@ class TestGpuCuda_Loader : public QObject {
     }
 
     void unusableRuntime_data() {
-        QTest::addColumn<QByteArray>("missing");
-        QTest::addColumn<int>("status");
-        QTest::newRow("no count") << QByteArray("cudaGetDeviceCount") << 0;
-        QTest::newRow("no properties") << QByteArray("cudaGetDeviceProperties") << 0;
-        QTest::newRow("newer than the driver") << QByteArray() << 35;
-        QTest::newRow("not ready") << QByteArray() << 802;
-        QTest::newRow("no device") << QByteArray() << 100;
-        QTest::newRow("negative status") << QByteArray() << -1;
+        const auto row = testColumns<QByteArray, int>("missing", "status");
+        row("no count", "cudaGetDeviceCount", 0);
+        row("no properties", "cudaGetDeviceProperties", 0);
+        row("newer than the driver", QByteArray(), 35);
+        row("not ready", QByteArray(), 802);
+        row("no device", QByteArray(), 100);
+        row("negative status", QByteArray(), -1);
     }
 
     void unusableRuntime() {
@@ -194,9 +188,8 @@ class TestGpuCuda_Loader : public QObject {
     }
 
     void driverAttributeFails_data() {
-        QTest::addColumn<QString>("call");
-        QTest::addColumn<int>("nth");
-        QTest::newRow("device") << "cuDeviceGet" << 1;
+        const auto row = testColumns<QString, int>("call", "nth");
+        row("device", "cuDeviceGet", 1);
         for (int nth : {1, 2, 3})
             QTest::addRow("attribute %d", nth) << "cuDeviceGetAttribute" << nth;
     }
@@ -215,12 +208,11 @@ class TestGpuCuda_Loader : public QObject {
     }
 
     void unusableDriver_data() {
-        QTest::addColumn<QByteArray>("missing");
-        QTest::addColumn<int>("status");
+        const auto row = testColumns<QByteArray, int>("missing", "status");
         for (const char* name : {"cuInit", "cuDeviceGetCount", "cuDeviceGet", "cuDeviceGetAttribute"})
-            QTest::newRow(name) << QByteArray(name) << 0;
-        QTest::newRow("cuInit fails: no device") << QByteArray() << 100;
-        QTest::newRow("cuInit fails: version mismatch") << QByteArray() << 803;
+            row(name, QByteArray(name), 0);
+        row("cuInit fails: no device", QByteArray(), 100);
+        row("cuInit fails: version mismatch", QByteArray(), 803);
     }
 
     void unusableDriver() {

@@ -3,6 +3,7 @@
 #include <QTest>
 
 #include "gpu/GpuDevice.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -89,16 +90,15 @@ class TestGpuDevice : public QObject {
     }
 
     void name_data() {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<QByteArray>("stored");
+        const auto row = testColumns<QByteArray, QByteArray>("text", "stored");
         const QByteArray full = QByteArray("0123456789").repeated(6) + "abc";
-        QTest::newRow("empty") << QByteArray("") << QByteArray("");
-        QTest::newRow("ordinary") << QByteArray("Some GPU") << QByteArray("Some GPU");
-        QTest::newRow("62 bytes") << full.left(62) << full.left(62);
-        QTest::newRow("63 bytes") << full << full;
-        QTest::newRow("64 bytes") << full + "d" << full;
-        QTest::newRow("200 bytes") << full + QByteArray(137, 'x') << full;
-        QTest::newRow("bytes above 0x7f") << QByteArray("\xc3\xa4\xff") << QByteArray("\xc3\xa4\xff");
+        row("empty", "", "");
+        row("ordinary", "Some GPU", "Some GPU");
+        row("62 bytes", full.left(62), full.left(62));
+        row("63 bytes", full, full);
+        row("64 bytes", full + "d", full);
+        row("200 bytes", full + QByteArray(137, 'x'), full);
+        row("bytes above 0x7f", QByteArray("\xc3\xa4\xff"), QByteArray("\xc3\xa4\xff"));
     }
 
     void name() {
@@ -120,15 +120,14 @@ class TestGpuDevice : public QObject {
     }
 
     void typeName_data() {
-        QTest::addColumn<int>("type");
-        QTest::addColumn<QByteArray>("name");
-        QTest::newRow("other") << 0 << QByteArray("Other");
-        QTest::newRow("NVIDIA") << 1 << QByteArray("Cuda");
-        QTest::newRow("AMD") << 2 << QByteArray("AMD");
-        QTest::newRow("Apple") << 3 << QByteArray("Metal");
-        QTest::newRow("summary") << 4 << QByteArray("-");
-        QTest::newRow("first unknown") << 5 << QByteArray("");
-        QTest::newRow("last unknown") << 255 << QByteArray("");
+        const auto row = testColumns<int, QByteArray>("type", "name");
+        row("other", 0, "Other");
+        row("NVIDIA", 1, "Cuda");
+        row("AMD", 2, "AMD");
+        row("Apple", 3, "Metal");
+        row("summary", 4, "-");
+        row("first unknown", 5, "");
+        row("last unknown", 255, "");
     }
 
     void typeName() {

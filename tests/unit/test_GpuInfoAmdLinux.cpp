@@ -7,6 +7,7 @@
 #include <QTest>
 
 #include "tests/unit/AmdMachine.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -51,11 +52,11 @@ class TestGpuInfoAmdLinux : public QObject {
     }
 
     void missingFile_data() {
-        QTest::addColumn<QString>("file");
-        QTest::addColumn<QList<int>>("markers"); // usage, memory's usage, temperature
-        QTest::newRow("load") << "gpu_busy_percent" << QList<int>{0, 1, 1};
-        QTest::newRow("memory") << "mem_info_vram_used" << QList<int>{1, 0, 1};
-        QTest::newRow("temperature") << "hwmon/hwmon3/temp1_input" << QList<int>{1, 1, 0};
+        // markers: usage, memory's usage, temperature
+        const auto row = testColumns<QString, QList<int>>("file", "markers");
+        row("load", "gpu_busy_percent", {0, 1, 1});
+        row("memory", "mem_info_vram_used", {1, 0, 1});
+        row("temperature", "hwmon/hwmon3/temp1_input", {1, 1, 0});
     }
 
     void missingFile() {
@@ -87,24 +88,24 @@ class TestGpuInfoAmdLinux : public QObject {
     }
 
     void load_data() {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<int>("percent");
-        QTest::newRow("0: a reading, not an absence") << QByteArray("0\n") << 0;
-        QTest::newRow("100") << QByteArray("100\n") << 100;
-        QTest::newRow("no number") << QByteArray("busy\n") << 0;
-        QTest::newRow("negative") << QByteArray("-1\n") << 0;
-        QTest::newRow("a fraction") << QByteArray("37.5\n") << 0;
-        QTest::newRow("hexadecimal") << QByteArray("0x25\n") << 0;
-        QTest::newRow("octal form") << QByteArray("037\n") << 37;
-        QTest::newRow("a sign") << QByteArray("+37\n") << 37;
-        QTest::newRow("carriage return") << QByteArray("37\r\n") << 37;
-        QTest::newRow("behind a NUL") << QByteArray("37\0"
-                                                    "99",
-                                                    5)
-                                      << 37;
-        QTest::newRow("the largest") << QByteArray("4294967295\n") << -1; // as the record's own type shows it
-        QTest::newRow("too large") << QByteArray("4294967296\n") << 0;
-        QTest::newRow("twenty digits") << QByteArray("11111111111111111111\n") << 0;
+        const auto row = testColumns<QByteArray, int>("text", "percent");
+        row("0: a reading, not an absence", "0\n", 0);
+        row("100", "100\n", 100);
+        row("no number", "busy\n", 0);
+        row("negative", "-1\n", 0);
+        row("a fraction", "37.5\n", 0);
+        row("hexadecimal", "0x25\n", 0);
+        row("octal form", "037\n", 37);
+        row("a sign", "+37\n", 37);
+        row("carriage return", "37\r\n", 37);
+        row("behind a NUL",
+            QByteArray("37\0"
+                       "99",
+                       5),
+            37);
+        row("the largest", "4294967295\n", -1); // as the record's own type shows it
+        row("too large", "4294967296\n", 0);
+        row("twenty digits", "11111111111111111111\n", 0);
     }
 
     void load() {
@@ -117,12 +118,7 @@ class TestGpuInfoAmdLinux : public QObject {
     }
 
     void memory_data() {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<int>("used");
-        QTest::addColumn<int>("free");
-        const auto row = [](const char* name, const QByteArray& text, int used, int free) {
-            QTest::newRow(name) << text << used << free;
-        };
+        const auto row = testColumns<QByteArray, int, int>("text", "used", "free");
         row("none", "0\n", 0, 8176);
         row("just below one", "1048575\n", 0, 8176);
         row("one", "1048576\n", 1, 8175);
@@ -147,16 +143,15 @@ class TestGpuInfoAmdLinux : public QObject {
     }
 
     void temperature_data() {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<int>("degrees");
-        QTest::newRow("45") << QByteArray("45000\n") << 45;
-        QTest::newRow("truncated") << QByteArray("45999\n") << 45;
-        QTest::newRow("below one") << QByteArray("999\n") << 0;
-        QTest::newRow("0") << QByteArray("0\n") << 0;
-        QTest::newRow("negative") << QByteArray("-5000\n") << 0;
-        QTest::newRow("no number") << QByteArray("hot\n") << 0;
-        QTest::newRow("the largest") << QByteArray("4294967295\n") << 4294967;
-        QTest::newRow("too large") << QByteArray("4294967296\n") << 0;
+        const auto row = testColumns<QByteArray, int>("text", "degrees");
+        row("45", "45000\n", 45);
+        row("truncated", "45999\n", 45);
+        row("below one", "999\n", 0);
+        row("0", "0\n", 0);
+        row("negative", "-5000\n", 0);
+        row("no number", "hot\n", 0);
+        row("the largest", "4294967295\n", 4294967);
+        row("too large", "4294967296\n", 0);
     }
 
     void temperature() {

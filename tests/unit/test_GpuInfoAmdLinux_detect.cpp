@@ -8,17 +8,17 @@
 #include <QTest>
 
 #include "tests/unit/AmdMachine.h"
+#include "tests/unit/testRows.h"
 
 class TestGpuInfoAmdLinux_detect : public QObject {
     Q_OBJECT
 
   private slots:
     void noCards_data() {
-        QTest::addColumn<int>("level");
-        QTest::addColumn<QByteArray>("text");
-        QTest::newRow("5") << 5 << QByteArray("No AMD GPU found in /sys/class/drm/\n");
-        QTest::newRow("2") << 2 << QByteArray("No AMD GPU found in /sys/class/drm/\n");
-        QTest::newRow("1") << 1 << QByteArray();
+        const auto row = testColumns<int, QByteArray>("level", "text");
+        row("5", 5, "No AMD GPU found in /sys/class/drm/\n");
+        row("2", 2, "No AMD GPU found in /sys/class/drm/\n");
+        row("1", 1, QByteArray());
     }
 
     void noCards() {
@@ -34,11 +34,7 @@ class TestGpuInfoAmdLinux_detect : public QObject {
     }
 
     void vendor_data() {
-        QTest::addColumn<QByteArray>("vendor");
-        QTest::addColumn<int>("found");
-        const auto row = [](const char* name, const QByteArray& vendor, int found) {
-            QTest::newRow(name) << vendor << found;
-        };
+        const auto row = testColumns<QByteArray, int>("vendor", "found");
         row("as the kernel has it", "0x1002\n", 1);
         row("upper case", "0X1002\n", 1);
         row("blanks", " 0x1002 \r\n", 1);
@@ -66,11 +62,8 @@ class TestGpuInfoAmdLinux_detect : public QObject {
     }
 
     void memory_data() {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<int>("mebibytes"); // 0: the card is skipped
-        const auto row = [](const char* name, const QByteArray& bytes, int mebibytes) {
-            QTest::newRow(name) << bytes << mebibytes;
-        };
+        // mebibytes: 0: the card is skipped
+        const auto row = testColumns<QByteArray, int>("bytes", "mebibytes");
         row("8 GiB", "8589934592\n", 8192);
         row("1999 MiB", "2096103424\n", 0);
         row("just below 2000 MiB", "2097151999\n", 0);
@@ -111,11 +104,7 @@ class TestGpuInfoAmdLinux_detect : public QObject {
     }
 
     void name_data() {
-        QTest::addColumn<QByteArray>("product");
-        QTest::addColumn<QByteArray>("label");
-        QTest::addColumn<QByteArray>("name");
-        const auto row = [](const char* title, const QByteArray& product, const QByteArray& label,
-                            const QByteArray& name) { QTest::newRow(title) << product << label << name; };
+        const auto row = testColumns<QByteArray, QByteArray, QByteArray>("product", "label", "name");
         row("product", "Radeon PRO W6800\n", "slot 1\n", "Radeon PRO W6800");
         row("empty product", "\n", "slot 1\n", "slot 1");
         row("label", QByteArray(), "slot 1\n", "slot 1");
@@ -188,20 +177,16 @@ class TestGpuInfoAmdLinux_detect : public QObject {
     }
 
     void index_data() {
-        QTest::addColumn<QStringList>("addresses"); // of card0, card1, ...
-        QTest::addColumn<QList<int>>("indexes");
-        QTest::newRow("in order") << QStringList{"0000:03:00.0", "0000:0c:00.0"} << QList<int>{0, 1};
-        QTest::newRow("in other order") << QStringList{"0000:0c:00.0", "0000:03:00.0"} << QList<int>{1, 0};
-        QTest::newRow("as numbers") << QStringList{"0000:c1:00.0", "0000:0a:00.0", "0000:10:00.0"}
-                                    << QList<int>{2, 0, 1};
-        QTest::newRow("equal buses") << QStringList{"0000:0c:00.0", "0000:0c:00.1", "0000:03:00.0"}
-                                     << QList<int>{1, 1, 0};
-        QTest::newRow("a gap behind equal ones")
-            << QStringList{"0000:03:00.0", "0000:03:00.1", "0000:0c:00.0"} << QList<int>{0, 0, 2};
-        QTest::newRow("the domain does not count")
-            << QStringList{"10000:01:00.0", "0000:02:00.0"} << QList<int>{0, 1};
-        QTest::newRow("no bus") << QStringList{"0000:01:00.0", "platform"} << QList<int>{1, 0};
-        QTest::newRow("unsigned") << QStringList{"0000:ffffffff:00.0", "0000:01:00.0"} << QList<int>{1, 0};
+        // addresses: of card0, card1, ...
+        const auto row = testColumns<QStringList, QList<int>>("addresses", "indexes");
+        row("in order", {"0000:03:00.0", "0000:0c:00.0"}, {0, 1});
+        row("in other order", {"0000:0c:00.0", "0000:03:00.0"}, {1, 0});
+        row("as numbers", {"0000:c1:00.0", "0000:0a:00.0", "0000:10:00.0"}, {2, 0, 1});
+        row("equal buses", {"0000:0c:00.0", "0000:0c:00.1", "0000:03:00.0"}, {1, 1, 0});
+        row("a gap behind equal ones", {"0000:03:00.0", "0000:03:00.1", "0000:0c:00.0"}, QList<int>{0, 0, 2});
+        row("the domain does not count", {"10000:01:00.0", "0000:02:00.0"}, {0, 1});
+        row("no bus", {"0000:01:00.0", "platform"}, {1, 0});
+        row("unsigned", {"0000:ffffffff:00.0", "0000:01:00.0"}, {1, 0});
     }
 
     void index() {

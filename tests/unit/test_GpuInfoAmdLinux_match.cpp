@@ -2,6 +2,7 @@
 #include <QTest>
 
 #include "tests/unit/AmdMachine.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -130,12 +131,12 @@ class TestGpuInfoAmdLinux_match : public QObject {
     }
 
     void levels_data() {
-        QTest::addColumn<int>("level");
-        QTest::addColumn<int>("lines"); // the warning has ten, the count is one
-        QTest::newRow("4") << 4 << 11;
-        QTest::newRow("3") << 3 << 11;
-        QTest::newRow("2") << 2 << 10;
-        QTest::newRow("1") << 1 << 0;
+        // lines: the warning has ten, the count is one
+        const auto row = testColumns<int, int>("level", "lines");
+        row("4", 4, 11);
+        row("3", 3, 11);
+        row("2", 2, 10);
+        row("1", 1, 0);
     }
 
     void levels() {
@@ -163,20 +164,19 @@ class TestGpuInfoAmdLinux_match : public QObject {
     }
 
     void rayTracing_data() {
-        QTest::addColumn<QByteArray>("extensions");
-        QTest::addColumn<int>("flag");
+        const auto row = testColumns<QByteArray, int>("extensions", "flag");
         const QByteArray name = "cl_khr_ray_tracing";
-        QTest::newRow("alone") << name << 1;
-        QTest::newRow("in the middle") << "cl_khr_fp64 " + name + " cl_khr_icd" << 1;
-        QTest::newRow("inside another name") << "cl_khr_fp64 x" + name + "_2" << 1;
-        QTest::newRow("absent") << QByteArray("cl_khr_fp64 cl_khr_icd") << 0;
-        QTest::newRow("another case") << name.toUpper() << 0;
-        QTest::newRow("one letter short") << name.chopped(1) << 0;
-        QTest::newRow("empty") << QByteArray() << 0;
-        QTest::newRow("at the end of the room") << QByteArray(4096 - name.size(), 'x') + name << 1;
-        QTest::newRow("across the end of the room") << QByteArray(4097 - name.size(), 'x') + name << 0;
-        QTest::newRow("beyond the room") << QByteArray(4096, 'x') + name << 0;
-        QTest::newRow("behind the terminator") << QByteArray(1, '\0') + name << 0;
+        row("alone", name, 1);
+        row("in the middle", "cl_khr_fp64 " + name + " cl_khr_icd", 1);
+        row("inside another name", "cl_khr_fp64 x" + name + "_2", 1);
+        row("absent", "cl_khr_fp64 cl_khr_icd", 0);
+        row("another case", name.toUpper(), 0);
+        row("one letter short", name.chopped(1), 0);
+        row("empty", QByteArray(), 0);
+        row("at the end of the room", QByteArray(4096 - name.size(), 'x') + name, 1);
+        row("across the end of the room", QByteArray(4097 - name.size(), 'x') + name, 0);
+        row("beyond the room", QByteArray(4096, 'x') + name, 0);
+        row("behind the terminator", QByteArray(1, '\0') + name, 0);
     }
 
     void rayTracing() {

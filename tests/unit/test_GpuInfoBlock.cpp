@@ -3,6 +3,7 @@
 #include <QTest>
 
 #include "gpu/GpuInfoBlock.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -74,16 +75,12 @@ class TestGpuInfoBlock : public QObject {
     }
 
     void totalCount_data() {
-        QTest::addColumn<int>("cuda");
-        QTest::addColumn<int>("amd");
-        QTest::addColumn<int>("metal");
-        QTest::addColumn<bool>("onlyCuda");
-        QTest::addColumn<int>("total");
-        QTest::newRow("none") << 0 << 0 << 0 << false << 0;
-        QTest::newRow("each vendor counts") << 1 << 2 << 4 << false << 7;
-        QTest::newRow("NVIDIA only") << 1 << 2 << 4 << true << 1;
-        QTest::newRow("NVIDIA only, without any") << 0 << 2 << 4 << true << 0;
-        QTest::newRow("full") << 16 << 16 << 16 << false << 48;
+        const auto row = testColumns<int, int, int, bool, int>("cuda", "amd", "metal", "onlyCuda", "total");
+        row("none", 0, 0, 0, false, 0);
+        row("each vendor counts", 1, 2, 4, false, 7);
+        row("NVIDIA only", 1, 2, 4, true, 1);
+        row("NVIDIA only, without any", 0, 2, 4, true, 0);
+        row("full", 16, 16, 16, false, 48);
     }
 
     void totalCount() {
@@ -98,12 +95,7 @@ class TestGpuInfoBlock : public QObject {
     }
 
     void gpuAt_data() {
-        QTest::addColumn<QVector<int>>("counts");
-        QTest::addColumn<int>("onlyCuda");
-        QTest::addColumn<int>("index");
-        QTest::addColumn<int>("found");
-        const auto row = [](const char* name, const QVector<int>& counts, int onlyCuda, int index,
-                            int found) { QTest::newRow(name) << counts << onlyCuda << index << found; };
+        const auto row = testColumns<QVector<int>, int, int, int>("counts", "onlyCuda", "index", "found");
         const QVector<int> mixed{2, 3, 2};
         row("first", mixed, 0, 0, 100);
         row("last NVIDIA", mixed, 0, 1, 101);

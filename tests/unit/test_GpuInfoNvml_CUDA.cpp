@@ -2,6 +2,7 @@
 #include <QTest>
 
 #include "tests/unit/NvidiaMachine.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -62,11 +63,11 @@ class TestGpuInfoNvml_CUDA : public QObject {
     }
 
     void eachFigureHasItsOwnMarker_data() {
-        QTest::addColumn<QString>("call");
-        QTest::addColumn<QList<int>>("markers"); // usage, temperature, memory's total, memory's usage
-        QTest::newRow("usage") << "nvmlDeviceGetUtilizationRates" << QList<int>{0, 1, 1, 1};
-        QTest::newRow("temperature") << "nvmlDeviceGetTemperature" << QList<int>{1, 0, 1, 1};
-        QTest::newRow("memory") << "nvmlDeviceGetMemoryInfo" << QList<int>{1, 1, 0, 0};
+        // markers: usage, temperature, memory's total, memory's usage
+        const auto row = testColumns<QString, QList<int>>("call", "markers");
+        row("usage", "nvmlDeviceGetUtilizationRates", {0, 1, 1, 1});
+        row("temperature", "nvmlDeviceGetTemperature", {1, 0, 1, 1});
+        row("memory", "nvmlDeviceGetMemoryInfo", {1, 1, 0, 0});
     }
 
     void eachFigureHasItsOwnMarker() {
@@ -109,15 +110,14 @@ class TestGpuInfoNvml_CUDA : public QObject {
     }
 
     void mebibytes_data() {
-        QTest::addColumn<quint64>("bytes");
-        QTest::addColumn<int>("mebibytes");
-        QTest::newRow("8 GiB") << quint64(8589934592) << 8192;
-        QTest::newRow("just below one") << quint64(1048575) << 0;
-        QTest::newRow("one") << quint64(1048576) << 1;
-        QTest::newRow("just below two") << quint64(2097151) << 1;
-        QTest::newRow("none") << quint64(0) << 0;
-        QTest::newRow("80 GiB") << quint64(85899345920) << 81920;
-        QTest::newRow("beyond what fits") << (quint64(1) << 51) << INT_MIN;
+        const auto row = testColumns<quint64, int>("bytes", "mebibytes");
+        row("8 GiB", quint64(8589934592), 8192);
+        row("just below one", quint64(1048575), 0);
+        row("one", quint64(1048576), 1);
+        row("just below two", quint64(2097151), 1);
+        row("none", quint64(0), 0);
+        row("80 GiB", quint64(85899345920), 81920);
+        row("beyond what fits", (quint64(1) << 51), INT_MIN);
     }
 
     void mebibytes() {
@@ -213,14 +213,11 @@ class TestGpuInfoNvml_CUDA : public QObject {
     }
 
     void shutdown_data() {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<int>("level");
-        QTest::addColumn<int>("result");
-        QTest::addColumn<QByteArray>("text");
+        const auto row = testColumns<int, int, int, QByteArray>("status", "level", "result", "text");
         const QByteArray message = "Failed to shutdown NVML: error 1 %1\n";
-        QTest::newRow("success") << 0 << 5 << 1 << QByteArray();
-        QTest::newRow("failure") << 1 << 2 << 0 << message;
-        QTest::newRow("failure, quiet") << 1 << 1 << 0 << QByteArray();
+        row("success", 0, 5, 1, QByteArray());
+        row("failure", 1, 2, 0, message);
+        row("failure, quiet", 1, 1, 0, QByteArray());
     }
 
     void shutdown() {

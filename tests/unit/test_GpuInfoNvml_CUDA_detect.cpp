@@ -4,6 +4,7 @@
 #include <QTest>
 
 #include "tests/unit/NvidiaMachine.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -22,11 +23,10 @@ class TestGpuInfoNvml_CUDA_detect : public QObject {
 
   private slots:
     void noNvml_data() {
-        QTest::addColumn<int>("level");
-        QTest::addColumn<QByteArray>("text");
-        QTest::newRow("5") << 5 << loaderLine + "0 CUDA GPU(s) found - NVML not available\n";
-        QTest::newRow("4") << 4 << loaderLine;
-        QTest::newRow("0") << 0 << loaderLine; // the loader's line is not the log's
+        const auto row = testColumns<int, QByteArray>("level", "text");
+        row("5", 5, loaderLine + "0 CUDA GPU(s) found - NVML not available\n");
+        row("4", 4, loaderLine);
+        row("0", 0, loaderLine); // the loader's line is not the log's
     }
 
     void noNvml() {
@@ -42,13 +42,12 @@ class TestGpuInfoNvml_CUDA_detect : public QObject {
     }
 
     void initFails_data() {
-        QTest::addColumn<int>("level");
-        QTest::addColumn<QByteArray>("text");
+        const auto row = testColumns<int, QByteArray>("level", "text");
         const QByteArray message = "Failed to initialize NVML: error 18 %1\n";
-        QTest::newRow("5") << 5 << message + "0 CUDA GPU(s) found\n";
-        QTest::newRow("4") << 4 << message;
-        QTest::newRow("2") << 2 << message;
-        QTest::newRow("1") << 1 << QByteArray();
+        row("5", 5, message + "0 CUDA GPU(s) found\n");
+        row("4", 4, message);
+        row("2", 2, message);
+        row("1", 1, QByteArray());
     }
 
     void initFails() {
@@ -76,13 +75,12 @@ class TestGpuInfoNvml_CUDA_detect : public QObject {
     }
 
     void countFails_data() {
-        QTest::addColumn<int>("level");
-        QTest::addColumn<QByteArray>("text");
+        const auto row = testColumns<int, QByteArray>("level", "text");
         const QByteArray message = "Failed to query device count: error 999 %1\n";
-        QTest::newRow("5") << 5 << message + "0 CUDA GPU(s) found\n";
-        QTest::newRow("4") << 4 << message;
-        QTest::newRow("2") << 2 << message;
-        QTest::newRow("1") << 1 << QByteArray();
+        row("5", 5, message + "0 CUDA GPU(s) found\n");
+        row("4", 4, message);
+        row("2", 2, message);
+        row("1", 1, QByteArray());
     }
 
     void countFails() {
@@ -135,18 +133,16 @@ class TestGpuInfoNvml_CUDA_detect : public QObject {
     }
 
     void names_data() {
-        QTest::addColumn<QByteArray>("given");
-        QTest::addColumn<QByteArray>("kept");
-        QTest::newRow("plain") << QByteArray("NVIDIA GeForce RTX 4090")
-                               << QByteArray("NVIDIA GeForce RTX 4090");
-        QTest::newRow("empty") << QByteArray("") << QByteArray("");
-        QTest::newRow("62") << QByteArray(62, 'x') << QByteArray(62, 'x');
-        QTest::newRow("63") << QByteArray(63, 'x') << QByteArray(63, 'x');
-        QTest::newRow("64, unterminated") << QByteArray(64, 'x') << QByteArray(63, 'x');
-        QTest::newRow("more than the buffer") << QByteArray(90, 'x') << QByteArray(63, 'x');
-        QTest::newRow("above 0x7f") << QByteArray("caf\xC3\xA9 \xFF") << QByteArray("caf\xC3\xA9 \xFF");
-        QTest::newRow("NUL inside") << QByteArray("one\0two", 7) << QByteArray("one");
-        QTest::newRow("placeholder") << QByteArray("a%1b%2") << QByteArray("a%1b%2");
+        const auto row = testColumns<QByteArray, QByteArray>("given", "kept");
+        row("plain", "NVIDIA GeForce RTX 4090", "NVIDIA GeForce RTX 4090");
+        row("empty", "", "");
+        row("62", QByteArray(62, 'x'), QByteArray(62, 'x'));
+        row("63", QByteArray(63, 'x'), QByteArray(63, 'x'));
+        row("64, unterminated", QByteArray(64, 'x'), QByteArray(63, 'x'));
+        row("more than the buffer", QByteArray(90, 'x'), QByteArray(63, 'x'));
+        row("above 0x7f", QByteArray("caf\xC3\xA9 \xFF"), QByteArray("caf\xC3\xA9 \xFF"));
+        row("NUL inside", QByteArray("one\0two", 7), "one");
+        row("placeholder", "a%1b%2", "a%1b%2");
     }
 
     void names() {

@@ -4,6 +4,7 @@
 #include <QTest>
 
 #include "tests/unit/NvidiaMachine.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -20,14 +21,15 @@ class TestGpuInfoNvml_CUDA_index : public QObject {
 
   private slots:
     void cudaIndex_data() {
-        QTest::addColumn<QList<int>>("buses");   // of CUDA's devices, in its order
-        QTest::addColumn<QList<int>>("indexes"); // of the GPUs on buses 0x65 and 0xc1
-        QTest::newRow("same order") << QList<int>{0x65, 0xC1} << QList<int>{0, 1};
-        QTest::newRow("other order") << QList<int>{0xC1, 0x65} << QList<int>{1, 0};
-        QTest::newRow("first hidden") << QList<int>{0xC1} << QList<int>{-1, 0};
-        QTest::newRow("all hidden") << QList<int>{} << QList<int>{-1, -1};
-        QTest::newRow("another between") << QList<int>{0x65, 0x70, 0xC1} << QList<int>{0, 2};
-        QTest::newRow("twice on a bus: the first") << QList<int>{0xC1, 0xC1, 0x65, 0x65} << QList<int>{2, 0};
+        // buses: of CUDA's devices, in its order
+        // indexes: of the GPUs on buses 0x65 and 0xc1
+        const auto row = testColumns<QList<int>, QList<int>>("buses", "indexes");
+        row("same order", {0x65, 0xC1}, {0, 1});
+        row("other order", {0xC1, 0x65}, {1, 0});
+        row("first hidden", {0xC1}, {-1, 0});
+        row("all hidden", {}, {-1, -1});
+        row("another between", {0x65, 0x70, 0xC1}, {0, 2});
+        row("twice on a bus: the first", {0xC1, 0xC1, 0x65, 0x65}, {2, 0});
     }
 
     void cudaIndex() {
@@ -132,10 +134,9 @@ class TestGpuInfoNvml_CUDA_index : public QObject {
 
     // Only the count is used, not its call's status.
     void failingCount_data() {
-        QTest::addColumn<bool>("answers");
-        QTest::addColumn<int>("index");
-        QTest::newRow("counts all the same") << true << 0;
-        QTest::newRow("does not count") << false << -1;
+        const auto row = testColumns<bool, int>("answers", "index");
+        row("counts all the same", true, 0);
+        row("does not count", false, -1);
     }
 
     void failingCount() {

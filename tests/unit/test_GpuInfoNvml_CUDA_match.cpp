@@ -2,6 +2,7 @@
 #include <QTest>
 
 #include "tests/unit/NvidiaMachine.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -93,11 +94,8 @@ class TestGpuInfoNvml_CUDA_match : public QObject {
     }
 
     void rules_data() {
-        QTest::addColumn<unsigned int>("bus");
-        QTest::addColumn<std::vector<FakeClDevice>>("devices");
-        QTest::addColumn<QString>("pair");
-        const auto row = [](const char* name, unsigned int bus, const std::vector<FakeClDevice>& devices,
-                            const char* pair) { QTest::newRow(name) << bus << devices << pair; };
+        const auto row =
+            testColumns<unsigned int, std::vector<FakeClDevice>, QString>("bus", "devices", "pair");
         row("NV", 0x65, {device(0x65)}, "0.0");
         row("KHR", 0x65, {device({}, 0x65)}, "0.0");
         row("neither answers", 0x65, {device({})}, "-");
@@ -127,13 +125,12 @@ class TestGpuInfoNvml_CUDA_match : public QObject {
     }
 
     void lines_data() {
-        QTest::addColumn<unsigned int>("bus");
-        QTest::addColumn<QByteArray>("hex");
-        QTest::newRow("one digit") << 0x5U << QByteArray("5");
-        QTest::newRow("two") << 0xABU << QByteArray("ab");
-        QTest::newRow("zero") << 0U << QByteArray("0");
-        QTest::newRow("above a byte") << 0x10CU << QByteArray("10c");
-        QTest::newRow("all bits") << 0xFFFFFFFFU << QByteArray("ffffffff");
+        const auto row = testColumns<unsigned int, QByteArray>("bus", "hex");
+        row("one digit", 0x5U, "5");
+        row("two", 0xABU, "ab");
+        row("zero", 0U, "0");
+        row("above a byte", 0x10CU, "10c");
+        row("all bits", 0xFFFFFFFFU, "ffffffff");
     }
 
     void lines() {
@@ -281,10 +278,9 @@ class TestGpuInfoNvml_CUDA_match : public QObject {
 
     // A bus that is not reported is bus 0.
     void successWithoutAnswer_data() {
-        QTest::addColumn<std::vector<FakeClDevice>>("devices");
-        QTest::addColumn<QByteArray>("word");
-        QTest::newRow("NV") << std::vector<FakeClDevice>{device(0x65)} << QByteArray("NV");
-        QTest::newRow("KHR") << std::vector<FakeClDevice>{device({}, 0x65)} << QByteArray("KHR");
+        const auto row = testColumns<std::vector<FakeClDevice>, QByteArray>("devices", "word");
+        row("NV", std::vector<FakeClDevice>{device(0x65)}, "NV");
+        row("KHR", std::vector<FakeClDevice>{device({}, 0x65)}, "KHR");
     }
 
     void successWithoutAnswer() {

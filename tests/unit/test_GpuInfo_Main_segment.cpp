@@ -12,6 +12,7 @@
 #include "app/log/logLine.h"
 #include "support/qzLastOSError.h"
 #include "support/qzSharedMemory.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -81,18 +82,14 @@ class TestGpuInfo_Main_segment : public QObject {
     }
 
     void existing_data() {
-        QTest::addColumn<int>("size");
-        QTest::addColumn<bool>("accepted");
-        QTest::addColumn<QByteArray>("line");
+        const auto row = testColumns<int, bool, QByteArray>("size", "accepted", "line");
         const QByteArray used = "Using existing shared memory\n";
-        QTest::newRow("larger") << 8000 << true << used;
-        QTest::newRow("one byte larger") << 7473 << true << used;
-        QTest::newRow("the same size") << 7472 << true << used;
-        QTest::newRow("one byte smaller")
-            << 7471 << false << QByteArray("Shared memory has wrong data size! (7471!=7472)\n");
-        QTest::newRow("smaller") << 4000 << false
-                                 << QByteArray("Shared memory has wrong data size! (4000!=7472)\n");
-        QTest::newRow("empty") << 0 << false << QByteArray("Shared memory has wrong data size! (0!=7472)\n");
+        row("larger", 8000, true, used);
+        row("one byte larger", 7473, true, used);
+        row("the same size", 7472, true, used);
+        row("one byte smaller", 7471, false, "Shared memory has wrong data size! (7471!=7472)\n");
+        row("smaller", 4000, false, "Shared memory has wrong data size! (4000!=7472)\n");
+        row("empty", 0, false, "Shared memory has wrong data size! (0!=7472)\n");
     }
 
     void existing() {
@@ -121,15 +118,13 @@ class TestGpuInfo_Main_segment : public QObject {
     }
 
     void levels_data() {
-        QTest::addColumn<int>("level");
-        QTest::addColumn<bool>("wrongSize");
-        QTest::addColumn<bool>("noDirectory");
-        QTest::addColumn<bool>("shownCreated");
-        QTest::newRow("0") << 0 << true << false << false;
-        QTest::newRow("1") << 1 << true << true << false;
-        QTest::newRow("2") << 2 << true << true << false;
-        QTest::newRow("3") << 3 << true << true << true;
-        QTest::newRow("none") << -1 << false << false << false;
+        const auto row =
+            testColumns<int, bool, bool, bool>("level", "wrongSize", "noDirectory", "shownCreated");
+        row("0", 0, true, false, false);
+        row("1", 1, true, true, false);
+        row("2", 2, true, true, false);
+        row("3", 3, true, true, true);
+        row("none", -1, false, false, false);
     }
 
     void levels() {
@@ -183,9 +178,9 @@ class TestGpuInfo_Main_segment : public QObject {
     }
 
     void planted_data() {
-        QTest::addColumn<QByteArray>("kind");
+        const auto row = testColumns<QByteArray>("kind");
         for (const char* kind : {"link", "dangling link", "FIFO", "folder", "second name", "other user's"})
-            QTest::newRow(kind) << QByteArray(kind);
+            row(kind, QByteArray(kind));
     }
 
     void planted() {

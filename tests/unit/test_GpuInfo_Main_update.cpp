@@ -5,6 +5,7 @@
 
 #include "DriverBench.h"
 #include "app/log/logLine.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -99,9 +100,9 @@ class TestGpuInfo_Main_update : public QObject {
     }
 
     void wholeReport_data() {
-        QTest::addColumn<int>("level");
-        QTest::newRow("report") << 4;
-        QTest::newRow("detail") << 5;
+        const auto row = testColumns<int>("level");
+        row("report", 4);
+        row("detail", 5);
     }
 
     void wholeReport() {
@@ -304,11 +305,7 @@ class TestGpuInfo_Main_update : public QObject {
     }
 
     void summary_data() {
-        QTest::addColumn<QVector<Figures>>("gpus");
-        QTest::addColumn<QByteArray>("sum");
-        const auto row = [](const char* name, const QVector<Figures>& gpus, const char* sum) {
-            QTest::newRow(name) << gpus << QByteArray(sum);
-        };
+        const auto row = testColumns<QVector<Figures>, QByteArray>("gpus", "sum");
         const Figures absent{-1, none, -1, -1, -1, -1};
         row("no figure", {absent}, "-0 -0 -65535 -0 -65535 -0 valid 1");
         row("one GPU", {{7, 65, 8192, 100, 8092, 12.5F}}, "+7 +65 +8192 +100 +8092 +12.5 valid 1");

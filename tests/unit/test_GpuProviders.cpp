@@ -6,6 +6,7 @@
 #include "opencl/benchmarkSettings.h"
 #include "tests/unit/AmdMachine.h"
 #include "tests/unit/NvidiaMachine.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -211,16 +212,14 @@ class TestGpuProviders : public QObject {
 
     // Only NVIDIA's provider gets this far without GPUs.
     void nvidiaWithoutGpus_data() {
-        QTest::addColumn<int>("platforms"); // -1: no OpenCL library
-        QTest::addColumn<int>("result");
-        QTest::addColumn<QByteArray>("text"); // at the default level
-        QTest::newRow("no OpenCL") << -1 << 0
-                                   << loaderLine + nvidia.noLibrary + nvidia.otherAdvice +
-                                          nvidia.count(0, "no OpenCL");
-        QTest::newRow("no platform") << 0 << 0
-                                     << nvidia.noPlatform + nvidia.otherAdvice +
-                                            nvidia.count(0, "no OpenCL platform");
-        QTest::newRow("platform") << 1 << 1 << QByteArray("0 CUDA GPU(s) found\n");
+        // platforms: -1: no OpenCL library
+        // text: at the default level
+        const auto row = testColumns<int, int, QByteArray>("platforms", "result", "text");
+        row("no OpenCL", -1, 0,
+            loaderLine + nvidia.noLibrary + nvidia.otherAdvice + nvidia.count(0, "no OpenCL"));
+        row("no platform", 0, 0,
+            nvidia.noPlatform + nvidia.otherAdvice + nvidia.count(0, "no OpenCL platform"));
+        row("platform", 1, 1, "0 CUDA GPU(s) found\n");
     }
 
     void nvidiaWithoutGpus() {
@@ -258,13 +257,11 @@ class TestGpuProviders : public QObject {
     }
 
     void benchmarkWithoutDevice_data() {
-        QTest::addColumn<const Vendor*>("vendor");
-        QTest::addColumn<bool>("withOpenCL");
-        QTest::addColumn<QByteArray>("kind");
-        QTest::newRow("NVIDIA, no device") << &nvidia << true << nvidia.kind;
-        QTest::newRow("NVIDIA, no OpenCL") << &nvidia << false << QByteArray("Other-0"); // an unknown kind
-        QTest::newRow("AMD, no device") << &amd << true << amd.kind;
-        QTest::newRow("AMD, no OpenCL") << &amd << false << amd.kind;
+        const auto row = testColumns<const Vendor*, bool, QByteArray>("vendor", "withOpenCL", "kind");
+        row("NVIDIA, no device", &nvidia, true, nvidia.kind);
+        row("NVIDIA, no OpenCL", &nvidia, false, "Other-0"); // an unknown kind
+        row("AMD, no device", &amd, true, amd.kind);
+        row("AMD, no OpenCL", &amd, false, amd.kind);
     }
 
     void benchmarkWithoutDevice() {

@@ -5,6 +5,7 @@
 #include "tests/unit/CaptureStdout.h"
 #include "tests/unit/FakeCalls.h"
 #include "tests/unit/FakeOpenCL.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -34,14 +35,12 @@ class TestOpenCLDevices : public QObject {
     }
 
     void platforms_data() {
-        QTest::addColumn<int>("there");
-        QTest::addColumn<cl_uint>("reported");
-        QTest::addColumn<int>("listed");
-        QTest::newRow("none") << 0 << 0U << 0;
-        QTest::newRow("one") << 1 << 1U << 1;
-        QTest::newRow("as many as there is room for") << 8 << 8U << 8;
-        QTest::newRow("more than the room") << 9 << 9U << 8;
-        QTest::newRow("a wild count") << 2 << 4294967295U << 2;
+        const auto row = testColumns<int, cl_uint, int>("there", "reported", "listed");
+        row("none", 0, 0U, 0);
+        row("one", 1, 1U, 1);
+        row("as many as there is room for", 8, 8U, 8);
+        row("more than the room", 9, 9U, 8);
+        row("a wild count", 2, 4294967295U, 2);
     }
 
     void platforms() {
@@ -76,18 +75,15 @@ class TestOpenCLDevices : public QObject {
     }
 
     void devices_data() {
-        QTest::addColumn<int>("there");
-        QTest::addColumn<int>("reported");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<int>("listed");
-        QTest::newRow("none") << 0 << 0 << 0 << 0;
-        QTest::newRow("one") << 1 << 1 << 0 << 1;
-        QTest::newRow("as many as there is room for") << 12 << 12 << 0 << 12;
-        QTest::newRow("more than the room") << 13 << 13 << 0 << 12;
-        QTest::newRow("a wild count") << 2 << 4000000 << 0 << 2;
-        QTest::newRow("success with none") << 2 << 0 << 0 << 0;
-        QTest::newRow("failing") << 2 << 2 << -5 << 0;
-        QTest::newRow("positive status") << 2 << 2 << 1 << 0;
+        const auto row = testColumns<int, int, int, int>("there", "reported", "status", "listed");
+        row("none", 0, 0, 0, 0);
+        row("one", 1, 1, 0, 1);
+        row("as many as there is room for", 12, 12, 0, 12);
+        row("more than the room", 13, 13, 0, 12);
+        row("a wild count", 2, 4000000, 0, 2);
+        row("success with none", 2, 0, 0, 0);
+        row("failing", 2, 2, -5, 0);
+        row("positive status", 2, 2, 1, 0);
     }
 
     void devices() {

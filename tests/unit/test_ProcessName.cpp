@@ -1,6 +1,7 @@
 #include <QTest>
 
 #include "support/ProcessName.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -15,14 +16,7 @@ class TestProcessName : public QObject {
 
   private slots:
     void program_data() {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<bool>("cut");
-        QTest::addColumn<QByteArray>("program");
-        QTest::addColumn<bool>("matches");
-        const auto row = [](const char* title, const char* name, bool cut, const char* program,
-                            bool matches) {
-            QTest::newRow(title) << QByteArray(name) << cut << QByteArray(program) << matches;
-        };
+        const auto row = testColumns<QByteArray, bool, QByteArray, bool>("name", "cut", "program", "matches");
         row("equal", "render", false, "render", true);
         row("base name of a path", "render", false, "/opt/tool/render", true);
         row("a directory of that name", "render", false, "/opt/render/client", false);
@@ -58,13 +52,7 @@ class TestProcessName : public QObject {
     }
 
     void command_data() {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<bool>("cut");
-        QTest::addColumn<QByteArray>("comm");
-        QTest::addColumn<bool>("matches");
-        const auto row = [](const char* title, const char* name, bool cut, const char* comm, bool matches) {
-            QTest::newRow(title) << QByteArray(name) << cut << QByteArray(comm) << matches;
-        };
+        const auto row = testColumns<QByteArray, bool, QByteArray, bool>("name", "cut", "comm", "matches");
         row("equal", "render", false, "render", true);
         row("14 bytes", "fourteen-bytes", false, "fourteen-bytes", true);
         row("15 bytes may be the beginning of more", "fifteen-letters", false, "fifteen-letters", false);
@@ -86,13 +74,7 @@ class TestProcessName : public QObject {
     }
 
     void cutCommand_data() {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<bool>("cut");
-        QTest::addColumn<QByteArray>("comm");
-        QTest::addColumn<bool>("matches");
-        const auto row = [](const char* title, const char* name, bool cut, const char* comm, bool matches) {
-            QTest::newRow(title) << QByteArray(name) << cut << QByteArray(comm) << matches;
-        };
+        const auto row = testColumns<QByteArray, bool, QByteArray, bool>("name", "cut", "comm", "matches");
         row("15 bytes", "fifteen-letters", false, "fifteen-letters", true);
         row("more", "fifteen-letters-x", false, "fifteen-letters", true);
         row("more, in a directory", "/opt/fifteen-letters-x", false, "fifteen-letters", true);
@@ -113,16 +95,8 @@ class TestProcessName : public QObject {
     }
 
     void script_data() {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<bool>("cut");
-        QTest::addColumn<QByteArray>("comm");
-        QTest::addColumn<QByteArray>("argument");
-        QTest::addColumn<bool>("matches");
-        const auto row = [](const char* title, const char* name, bool cut, const char* comm,
-                            const char* argument, bool matches) {
-            QTest::newRow(title) << QByteArray(name) << cut << QByteArray(comm) << QByteArray(argument)
-                                 << matches;
-        };
+        const auto row = testColumns<QByteArray, bool, QByteArray, QByteArray, bool>("name", "cut", "comm",
+                                                                                     "argument", "matches");
         row("script", "render-manager.py", false, "render-manager.", "/opt/tool/render-manager.py", true);
         row("another script with that beginning", "render-manager.py", false, "render-manager.",
             "render-manager.sh", false);

@@ -11,6 +11,7 @@
 #include "tests/unit/FakeCalls.h"
 #include "tests/unit/FakeNvml.h"
 #include "tests/unit/FakeOpenCL.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -145,9 +146,7 @@ class TestVendorLibrary : public QObject {
     }
 
     void names_data() {
-        QTest::addColumn<const Loader*>("loader");
-        QTest::addColumn<QByteArrayList>("present");
-        QTest::addColumn<QStringList>("calls");
+        testColumns<const Loader*, QByteArrayList, QStringList>("loader", "present", "calls");
         for (const Loader& loader : loaders) {
             const QByteArray versioned = loader.file + ".1";
             const QStringList calls = loader.opens(false) + loader.lookUps(versioned);
@@ -188,13 +187,10 @@ class TestVendorLibrary : public QObject {
     }
 
     void missingEntryPoint_data() {
-        QTest::addColumn<const Loader*>("loader");
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<bool>("required");
+        const auto row = testColumns<const Loader*, QByteArray, bool>("loader", "name", "required");
         for (const Loader& loader : loaders)
             for (const Expected& entryPoint : loader.entryPoints)
-                QTest::newRow(entryPoint.name)
-                    << &loader << QByteArray(entryPoint.name) << entryPoint.required;
+                row(entryPoint.name, &loader, QByteArray(entryPoint.name), entryPoint.required);
     }
 
     void missingEntryPoint() {

@@ -11,6 +11,7 @@
 #include "ChildProcess.h"
 #include "app/WatchDog.h"
 #include "app/log/logLine.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -56,12 +57,12 @@ class TestWatchDog : public QObject {
     }
 
     void message_data() {
-        QTest::addColumn<QByteArray>("name");
-        QTest::newRow("ordinary") << ownName("render");
-        QTest::newRow("empty") << QByteArray("");
-        QTest::newRow("placeholders") << QByteArray("%1 %2");
-        QTest::newRow("UTF-8") << QByteArray("Gr\xc3\xbcn");
-        QTest::newRow("whole, however long") << QByteArray(100, 'n');
+        const auto row = testColumns<QByteArray>("name");
+        row("ordinary", ownName("render"));
+        row("empty", "");
+        row("placeholders", "%1 %2");
+        row("UTF-8", QByteArray("Gr\xc3\xbcn"));
+        row("whole, however long", QByteArray(100, 'n'));
     }
 
     void message() {
@@ -139,16 +140,14 @@ class TestWatchDog : public QObject {
     }
 
     void longName_data() {
-        QTest::addColumn<QByteArray>("program");
-        QTest::addColumn<QByteArray>("watched");
-        QTest::addColumn<bool>("found");
+        const auto row = testColumns<QByteArray, QByteArray, bool>("program", "watched", "found");
         const QByteArray name = ownName("a-name-beyond-twenty-five-bytes").rightJustified(40, '-');
-        QTest::newRow("24 bytes, the same") << name.left(24) << name.left(24) << true;
-        QTest::newRow("24 bytes, the other has more") << name << name.left(24) << false;
-        QTest::newRow("25 bytes are a beginning") << name << name.left(25) << true;
-        QTest::newRow("40 bytes") << name << name << true;
-        QTest::newRow("alike in the first 25 bytes") << name.left(25) + "x" << name << true;
-        QTest::newRow("alike in the first 24 bytes only") << name.left(24) + "xx" << name << false;
+        row("24 bytes, the same", name.left(24), name.left(24), true);
+        row("24 bytes, the other has more", name, name.left(24), false);
+        row("25 bytes are a beginning", name, name.left(25), true);
+        row("40 bytes", name, name, true);
+        row("alike in the first 25 bytes", name.left(25) + "x", name, true);
+        row("alike in the first 24 bytes only", name.left(24) + "xx", name, false);
     }
 
     void longName() {

@@ -9,6 +9,7 @@
 #include "tests/unit/FakeCalls.h"
 #include "tests/unit/FakeOpenCL.h"
 #include "tests/unit/VirtualTime.h"
+#include "tests/unit/testRows.h"
 
 class TestBenchmarkGpu : public QObject {
     Q_OBJECT
@@ -38,13 +39,11 @@ class TestBenchmarkGpu : public QObject {
     }
 
     void withoutDevice_data() {
-        QTest::addColumn<int>("type");
-        QTest::addColumn<int>("index");
-        QTest::addColumn<QByteArray>("middle");
-        QTest::newRow("AMD") << 2 << 0 << QByteArray("AMD-0");
-        QTest::newRow("NVIDIA") << 1 << 11 << QByteArray("Cuda-11");
-        QTest::newRow("no kind, no index") << 0 << -1 << QByteArray("Other--1");
-        QTest::newRow("unknown kind") << 9 << 3 << QByteArray("-3");
+        const auto row = testColumns<int, int, QByteArray>("type", "index", "middle");
+        row("AMD", 2, 0, "AMD-0");
+        row("NVIDIA", 1, 11, "Cuda-11");
+        row("no kind, no index", 0, -1, "Other--1");
+        row("unknown kind", 9, 3, "-3");
     }
 
     void withoutDevice() {
@@ -66,10 +65,9 @@ class TestBenchmarkGpu : public QObject {
     }
 
     void withDevice_data() {
-        QTest::addColumn<int>("seconds");
-        QTest::addColumn<QByteArray>("line");
-        QTest::newRow("long") << 25 << QByteArray("  gpu %2: running 25s Benchmark(openCL) ...\n");
-        QTest::newRow("short") << 6 << QByteArray("  gpu %2: running 6s Benchmark(openCL) ...\n");
+        const auto row = testColumns<int, QByteArray>("seconds", "line");
+        row("long", 25, "  gpu %2: running 25s Benchmark(openCL) ...\n");
+        row("short", 6, "  gpu %2: running 6s Benchmark(openCL) ...\n");
     }
 
     void withDevice() {

@@ -3,17 +3,14 @@
 #include <QTest>
 
 #include "support/distributionId.h"
+#include "tests/unit/testRows.h"
 
 class TestDistributionId : public QObject {
     Q_OBJECT
 
   private slots:
     void parse_data() {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<QString>("id");
-        const auto row = [](const char* name, const QByteArray& text, const QString& id) {
-            QTest::newRow(name) << text << id;
-        };
+        const auto row = testColumns<QByteArray, QString>("text", "id");
         row("plain", "NAME=Debian\nID=debian\nVERSION_ID=12\n", "debian");
         row("quoted", "ID=\"rocky\"\n", "rocky");
         row("quotes anywhere", "ID=a\"b\"\"c\n", "abc");
@@ -63,12 +60,11 @@ class TestDistributionId : public QObject {
     }
 
     void family_data() {
-        QTest::addColumn<QString>("id");
-        QTest::addColumn<int>("family");
+        const auto row = testColumns<QString, int>("id", "family");
         for (const char* id : {"ubuntu", "debian"})
-            QTest::newRow(id) << id << static_cast<int>(DistributionFamily::Debian);
+            row(id, id, static_cast<int>(DistributionFamily::Debian));
         for (const char* id : {"rhel", "rocky", "centos", "fedora", "ol"})
-            QTest::newRow(id) << id << static_cast<int>(DistributionFamily::RedHat);
+            row(id, id, static_cast<int>(DistributionFamily::RedHat));
         for (const char* id : {"", "arch", "Ubuntu", "Rocky", "debian12", "ubuntu ", "linuxmint", "almalinux",
                                "opensuse-leap", "o", "oll"})
             QTest::addRow("other: '%s'", id) << id << static_cast<int>(DistributionFamily::Other);

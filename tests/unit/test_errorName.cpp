@@ -3,6 +3,7 @@
 #include <QTest>
 
 #include "opencl/errorName.h"
+#include "tests/unit/testRows.h"
 
 class TestErrorName : public QObject {
     Q_OBJECT
@@ -36,8 +37,7 @@ class TestErrorName : public QObject {
             {-55, "CL_INVALID_WORK_ITEM_SIZE"},
             {-63, "CL_INVALID_GLOBAL_WORK_SIZE"},
         };
-        QTest::addColumn<int>("code");
-        QTest::addColumn<QByteArray>("name");
+        testColumns<int, QByteArray>("code", "name");
         const auto add = [&named](int code) {
             const auto found = named.find(code);
             QTest::addRow("%d", code)

@@ -3,6 +3,7 @@
 #include <QTest>
 
 #include "app/exitCode.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -48,12 +49,7 @@ class TestExitCode : public QObject {
 
   private slots:
     void query_data() {
-        QTest::addColumn<int>("questions");
-        QTest::addColumn<QVector<Gpu>>("gpus");
-        QTest::addColumn<int>("code");
-        const auto row = [](const char* name, int questions, const QVector<Gpu>& gpus, int code) {
-            QTest::newRow(name) << questions << gpus << code;
-        };
+        const auto row = testColumns<int, QVector<Gpu>, int>("questions", "gpus", "code");
         const Gpu plainNvidia{1, 0, 0};
         const Gpu optix{1, 1, 0};
         const Gpu plainAmd{2, 0, 0};
@@ -140,12 +136,8 @@ class TestExitCode : public QObject {
     }
 
     void rounding_data() {
-        QTest::addColumn<float>("score");
-        QTest::addColumn<int>("code");
+        const auto row = testColumns<float, int>("score", "code");
         constexpr float infinity = std::numeric_limits<float>::infinity();
-        const auto row = [](const char* name, float score, int code) {
-            QTest::newRow(name) << score << code;
-        };
         row("12.5", 12.5F, 13);
         row("12.49", 12.49F, 12);
         row("13.5", 13.5F, 14);

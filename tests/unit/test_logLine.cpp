@@ -6,6 +6,7 @@
 #include "app/log/logLine.h"
 #include "app/log/output.h"
 #include "support/qzTime.h"
+#include "tests/unit/testRows.h"
 
 class TestLogLine : public QObject {
     Q_OBJECT
@@ -22,14 +23,12 @@ class TestLogLine : public QObject {
     }
 
     void level_data() {
-        QTest::addColumn<int>("current");
-        QTest::addColumn<int>("level");
-        QTest::addColumn<bool>("shown");
+        const auto row = testColumns<int, int, bool>("current", "level", "shown");
         for (int current = 0; current <= 5; ++current)
             for (int level = 0; level <= 5; ++level)
                 QTest::addRow("level %d at %d", level, current) << current << level << (level <= current);
-        QTest::newRow("far above") << 5 << 1000 << false;
-        QTest::newRow("below all levels") << -1 << 0 << false;
+        row("far above", 5, 1000, false);
+        row("below all levels", -1, 0, false);
     }
 
     void level() {
@@ -43,19 +42,17 @@ class TestLogLine : public QObject {
     }
 
     void message_data() {
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::newRow("empty") << QString("") << QByteArray("\n");
-        QTest::newRow("null") << QString() << QByteArray("\n");
-        QTest::newRow("one line break") << QString("\n") << QByteArray("\n\n");
-        QTest::newRow("line break first") << QString("\na") << QByteArray("\na\n");
-        QTest::newRow("line break last") << QString("a\n") << QByteArray("a\n\n");
-        QTest::newRow("placeholders") << QString("%1 %s %n %%") << QByteArray("%1 %s %n %%\n");
-        QTest::newRow("two bytes") << QString(QChar(0xe4)) << QByteArray("\xc3\xa4\n");
-        QTest::newRow("three bytes") << QString(QChar(0x20ac)) << QByteArray("\xe2\x82\xac\n");
-        QTest::newRow("beyond 16 bits")
-            << QString::fromUtf8("\xf0\x9f\x98\x80") << QByteArray("\xf0\x9f\x98\x80\n");
-        QTest::newRow("long") << QString(100000, 'x') << QByteArray(100000, 'x') + "\n";
+        const auto row = testColumns<QString, QByteArray>("message", "bytes");
+        row("empty", "", "\n");
+        row("null", QString(), "\n");
+        row("one line break", "\n", "\n\n");
+        row("line break first", "\na", "\na\n");
+        row("line break last", "a\n", "a\n\n");
+        row("placeholders", "%1 %s %n %%", "%1 %s %n %%\n");
+        row("two bytes", QString(QChar(0xe4)), QByteArray("\xc3\xa4\n"));
+        row("three bytes", QString(QChar(0x20ac)), QByteArray("\xe2\x82\xac\n"));
+        row("beyond 16 bits", QString::fromUtf8("\xf0\x9f\x98\x80"), QByteArray("\xf0\x9f\x98\x80\n"));
+        row("long", QString(100000, 'x'), QByteArray(100000, 'x') + "\n");
     }
 
     void message() {

@@ -15,6 +15,7 @@
 #include "ChildProcess.h"
 #include "ProcTree.h"
 #include "support/ourProcessAlreadyExists.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -37,16 +38,8 @@ class TestOurProcessAlreadyExists : public QObject {
 
   private slots:
     void found_data() {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<QByteArray>("comm");
-        QTest::addColumn<QByteArray>("exe");
-        QTest::addColumn<QByteArray>("cmdline");
-        QTest::addColumn<bool>("expected");
-        const auto row = [](const char* title, const char* name, const char* comm, const char* exe,
-                            const QByteArray& cmdline, bool expected) {
-            QTest::newRow(title) << QByteArray(name) << QByteArray(comm) << QByteArray(exe) << cmdline
-                                 << expected;
-        };
+        const auto row = testColumns<QByteArray, QByteArray, QByteArray, QByteArray, bool>(
+            "name", "comm", "exe", "cmdline", "expected");
         const QByteArray other("other\0", 6);
         row("by command name", "render", "render", "/x/other", other, true);
         row("by executable", "render", "other", "/x/render", other, true);
@@ -290,9 +283,9 @@ class TestOurProcessAlreadyExists : public QObject {
     }
 
     void withoutDescriptors_data() {
-        QTest::addColumn<int>("left");
-        QTest::newRow("none for the list") << 0;
-        QTest::newRow("none for an entry") << 1;
+        const auto row = testColumns<int>("left");
+        row("none for the list", 0);
+        row("none for an entry", 1);
     }
 
     void withoutDescriptors() {
@@ -335,15 +328,12 @@ class TestOurProcessAlreadyExists : public QObject {
     }
 
     void realExecutable_data() {
-        QTest::addColumn<QByteArray>("end");
-        QTest::addColumn<bool>("script");
-        QTest::addColumn<bool>("removed");
-        QTest::newRow("executable of 30 characters")
-            << QByteArray("-a-name-of-many-characters") << false << false;
-        QTest::newRow("executable of 20 characters") << QByteArray("-a-longer-one") << false << false;
-        QTest::newRow("removed executable") << QByteArray("-a-removed-one") << false << true;
-        QTest::newRow("script") << QByteArray("-a-longer-script") << true << false;
-        QTest::newRow("short script") << QByteArray("-s.py") << true << false;
+        const auto row = testColumns<QByteArray, bool, bool>("end", "script", "removed");
+        row("executable of 30 characters", "-a-name-of-many-characters", false, false);
+        row("executable of 20 characters", "-a-longer-one", false, false);
+        row("removed executable", "-a-removed-one", false, true);
+        row("script", "-a-longer-script", true, false);
+        row("short script", "-s.py", true, false);
     }
 
     void realExecutable() {

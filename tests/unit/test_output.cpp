@@ -17,6 +17,7 @@
 #include "CaptureStdout.h"
 #include "OutputChannel.h"
 #include "app/log/output.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -170,9 +171,9 @@ class TestOutput : public QObject {
     }
 
     void whatLibrariesPrint_data() {
-        QTest::addColumn<QByteArray>("kind");
+        const auto row = testColumns<QByteArray>("kind");
         for (const char* kind : {"pipe", "terminal"})
-            QTest::newRow(kind) << QByteArray(kind);
+            row(kind, QByteArray(kind));
     }
 
     void whatLibrariesPrint() {
@@ -245,11 +246,10 @@ class TestOutput : public QObject {
 
     /// With 2>&1 the number of dropped lines is dropped as well.
     void neighboursFillIt_data() {
-        QTest::addColumn<QByteArray>("kind");
-        QTest::addColumn<QByteArray>("how");
-        QTest::newRow("pipe") << QByteArray("pipe") << QByteArray(reopened);
-        QTest::newRow("terminal") << QByteArray("terminal") << QByteArray(reopened);
-        QTest::newRow("socket") << QByteArray("socket") << QByteArray(notReopened);
+        const auto row = testColumns<QByteArray, QByteArray>("kind", "how");
+        row("pipe", "pipe", QByteArray(reopened));
+        row("terminal", "terminal", QByteArray(reopened));
+        row("socket", "socket", QByteArray(notReopened));
     }
 
     /// Ready when checked, full when the line is written.
@@ -294,9 +294,9 @@ class TestOutput : public QObject {
     }
 
     void aStoppedTerminal_data() {
-        QTest::addColumn<QByteArray>("how");
-        QTest::newRow("reopened") << QByteArray(reopened);
-        QTest::newRow("not reopened") << QByteArray(notReopened);
+        const auto row = testColumns<QByteArray>("how");
+        row("reopened", QByteArray(reopened));
+        row("not reopened", QByteArray(notReopened));
     }
 
     void aStoppedTerminal() {
@@ -319,10 +319,10 @@ class TestOutput : public QObject {
     }
 
     void failedOutputIsNotCounted_data() {
-        QTest::addColumn<QByteArray>("where");
-        QTest::newRow("full disk") << QByteArray("/dev/full");
-        QTest::newRow("no file") << QByteArray("/");
-        QTest::newRow("reader that is gone") << QByteArray();
+        const auto row = testColumns<QByteArray>("where");
+        row("full disk", "/dev/full");
+        row("no file", "/");
+        row("reader that is gone", QByteArray());
     }
 
     void failedOutputIsNotCounted() {

@@ -2,6 +2,7 @@
 #include <QTest>
 
 #include "support/procEntry.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -88,13 +89,12 @@ class TestProcEntry : public QObject {
     }
 
     void threads_data() {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<int>("threads");
+        const auto row = testColumns<QByteArray, int>("bytes", "threads");
         const QByteArray before("1 (r) S 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 ");
-        QTest::newRow("one of many words") << before + "20 21 22 23 24" << 20;
-        QTest::newRow("last word") << before + "7" << 7;
-        QTest::newRow("not reported") << before << 0;
-        QTest::newRow("not a number") << before + "many" << 0;
+        row("one of many words", before + "20 21 22 23 24", 20);
+        row("last word", before + "7", 7);
+        row("not reported", before, 0);
+        row("not a number", before + "many", 0);
     }
 
     void threads() {
@@ -131,13 +131,7 @@ class TestProcEntry : public QObject {
     }
 
     void cmdline_data() {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QByteArray>("program");
-        QTest::addColumn<QByteArray>("first");
-        const auto row = [](const char* name, const QByteArray& bytes, const char* program,
-                            const char* first) {
-            QTest::newRow(name) << bytes << QByteArray(program) << QByteArray(first);
-        };
+        const auto row = testColumns<QByteArray, QByteArray, QByteArray>("bytes", "program", "first");
         row("kernel thread", QByteArray(), "", "");
         row("program alone", QByteArray("render\0", 7), "render", "");
         row("with arguments", QByteArray("/usr/bin/python3\0render\0-v\0", 27), "/usr/bin/python3", "render");
@@ -174,11 +168,10 @@ class TestProcEntry : public QObject {
     }
 
     void pid_data() {
-        QTest::addColumn<QByteArray>("entry");
-        QTest::addColumn<int>("pid");
-        QTest::newRow("one") << QByteArray("1") << 1;
-        QTest::newRow("many digits") << QByteArray("4194304") << 4194304;
-        QTest::newRow("largest") << QByteArray("2147483647") << 2147483647;
+        const auto row = testColumns<QByteArray, int>("entry", "pid");
+        row("one", "1", 1);
+        row("many digits", "4194304", 4194304);
+        row("largest", "2147483647", 2147483647);
         for (const char* other : {"", "0", "007", "-1", "+1", "self", "12x", "x12", " 12", "2147483648",
                                   "99999999999999999999", "."})
             QTest::addRow("'%s'", other) << QByteArray(other) << 0;

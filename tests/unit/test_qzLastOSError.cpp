@@ -4,19 +4,19 @@
 #include <QTest>
 
 #include "support/qzLastOSError.h"
+#include "tests/unit/testRows.h"
 
 class TestQzLastOSError : public QObject {
     Q_OBJECT
 
   private slots:
     void text_data() {
-        QTest::addColumn<int>("number");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("no error") << 0 << QStringLiteral("Success");
-        QTest::newRow("ENOENT") << ENOENT << QStringLiteral("No such file or directory");
-        QTest::newRow("ENOSPC") << ENOSPC << QStringLiteral("No space left on device");
-        QTest::newRow("unknown") << 99999 << QStringLiteral("Unknown error 99999");
-        QTest::newRow("negative") << -2 << QStringLiteral("Unknown error -2");
+        const auto row = testColumns<int, QString>("number", "text");
+        row("no error", 0, QStringLiteral("Success"));
+        row("ENOENT", ENOENT, QStringLiteral("No such file or directory"));
+        row("ENOSPC", ENOSPC, QStringLiteral("No space left on device"));
+        row("unknown", 99999, QStringLiteral("Unknown error 99999"));
+        row("negative", -2, QStringLiteral("Unknown error -2"));
     }
 
     void text() {

@@ -12,6 +12,7 @@
 
 #include "SegmentBench.h"
 #include "support/qzSharedMemory.h"
+#include "tests/unit/testRows.h"
 
 class TestQzSharedMemory : public QObject {
     Q_OBJECT
@@ -55,16 +56,14 @@ class TestQzSharedMemory : public QObject {
     }
 
     void create_data() {
-        QTest::addColumn<qint64>("size");
-        QTest::addColumn<bool>("clear");
-        QTest::addColumn<int>("mask");
-        QTest::newRow("the block") << blockSize << true << 022;
-        QTest::newRow("not to be cleared") << blockSize << false << 022;
-        QTest::newRow("one byte") << qint64(1) << true << 022;
-        QTest::newRow("a page") << qint64(4096) << true << 022;
-        QTest::newRow("a megabyte") << qint64(1024 * 1024) << true << 022;
-        QTest::newRow("umask 0") << blockSize << true << 0;
-        QTest::newRow("umask 0777") << blockSize << true << 0777;
+        const auto row = testColumns<qint64, bool, int>("size", "clear", "mask");
+        row("the block", blockSize, true, 022);
+        row("not to be cleared", blockSize, false, 022);
+        row("one byte", qint64(1), true, 022);
+        row("a page", qint64(4096), true, 022);
+        row("a megabyte", qint64(1024 * 1024), true, 022);
+        row("umask 0", blockSize, true, 0);
+        row("umask 0777", blockSize, true, 0777);
     }
 
     void create() {
@@ -92,10 +91,10 @@ class TestQzSharedMemory : public QObject {
     }
 
     void createWithoutASize_data() {
-        QTest::addColumn<qint64>("size");
-        QTest::newRow("none") << qint64(0);
-        QTest::newRow("negative") << qint64(-1);
-        QTest::newRow("most negative") << std::numeric_limits<qint64>::min();
+        const auto row = testColumns<qint64>("size");
+        row("none", qint64(0));
+        row("negative", qint64(-1));
+        row("most negative", std::numeric_limits<qint64>::min());
     }
 
     void createWithoutASize() {
@@ -109,9 +108,9 @@ class TestQzSharedMemory : public QObject {
     }
 
     void createTooLarge_data() {
-        QTest::addColumn<qint64>("size");
-        QTest::newRow("more than there is") << (qint64(1) << 50);
-        QTest::newRow("as large as a number gets") << std::numeric_limits<qint64>::max();
+        const auto row = testColumns<qint64>("size");
+        row("more than there is", (qint64(1) << 50));
+        row("as large as a number gets", std::numeric_limits<qint64>::max());
     }
 
     void createTooLarge() {
@@ -128,17 +127,16 @@ class TestQzSharedMemory : public QObject {
     }
 
     void keys_data() {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<bool>("good");
-        QTest::newRow("empty") << QByteArray() << false;
-        QTest::newRow("slash inside") << QByteArray("a/b") << false;
-        QTest::newRow("slash first") << QByteArray("/a") << false;
-        QTest::newRow("the directory") << QByteArray(".") << false;
-        QTest::newRow("the one above") << QByteArray("..") << false;
-        QTest::newRow("three dots") << QByteArray("...") << true;
-        QTest::newRow("bytes above 0x7f") << QByteArray("\xc3\xa4\xff") << true;
-        QTest::newRow("placeholder") << QByteArray("%1") << true;
-        QTest::newRow("250 bytes") << QByteArray(250, 'k') << true;
+        const auto row = testColumns<QByteArray, bool>("name", "good");
+        row("empty", QByteArray(), false);
+        row("slash inside", "a/b", false);
+        row("slash first", "/a", false);
+        row("the directory", ".", false);
+        row("the one above", "..", false);
+        row("three dots", "...", true);
+        row("bytes above 0x7f", QByteArray("\xc3\xa4\xff"), true);
+        row("placeholder", "%1", true);
+        row("250 bytes", QByteArray(250, 'k'), true);
     }
 
     void keys() {
@@ -175,9 +173,9 @@ class TestQzSharedMemory : public QObject {
     }
 
     void createFails_data() {
-        QTest::addColumn<QString>("path");
-        QTest::newRow("no directory") << QStringLiteral("/missing");
-        QTest::newRow("a file in its place") << QStringLiteral("/file");
+        const auto row = testColumns<QString>("path");
+        row("no directory", QStringLiteral("/missing"));
+        row("a file in its place", QStringLiteral("/file"));
     }
 
     void createFails() {
@@ -249,7 +247,7 @@ class TestQzSharedMemory : public QObject {
     }
 
     void attach_data() {
-        QTest::addColumn<int>("size");
+        testColumns<int>("size");
         for (const int size : {0, 1, 4000, 7472, 10000})
             QTest::addRow("%d bytes", size) << size;
     }
@@ -303,8 +301,7 @@ class TestQzSharedMemory : public QObject {
     }
 
     void detach_data() {
-        QTest::addColumn<int>("modeBits");
-        QTest::addColumn<bool>("removed");
+        testColumns<int, bool>("modeBits", "removed");
         for (int bits = 0; bits < 8; ++bits)
             QTest::addRow("mode %d", bits) << bits << ((bits & 1) != 0);
     }

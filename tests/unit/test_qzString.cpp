@@ -6,24 +6,23 @@
 #include <QTest>
 
 #include "support/qzString.h"
+#include "tests/unit/testRows.h"
 
 class TestQzString : public QObject {
     Q_OBJECT
 
   private slots:
     void fromText_data() {
-        QTest::addColumn<QByteArray>("given");
-        QTest::addColumn<QByteArray>("held");
-        QTest::newRow("empty") << QByteArray("") << QByteArray("");
-        QTest::newRow("short") << QByteArray("-bench") << QByteArray("-bench");
-        QTest::newRow("one below the capacity") << QByteArray(24, 'x') << QByteArray(24, 'x');
-        QTest::newRow("exactly the capacity") << QByteArray(25, 'x') << QByteArray(25, 'x');
-        QTest::newRow("one above the capacity") << QByteArray(25, 'x') + "y" << QByteArray(25, 'x');
-        QTest::newRow("10000 characters") << QByteArray(10000, 'x') << QByteArray(25, 'x');
-        QTest::newRow("bytes above 0x7f") << QByteArray("\xc3\xa4\xff") << QByteArray("\xc3\xa4\xff");
-        QTest::newRow("cut inside a character")
-            << QByteArray(24, 'x') + "\xc3\xa4" << QByteArray(24, 'x') + "\xc3";
-        QTest::newRow("embedded NUL") << QByteArray("ab\0cd", 5) << QByteArray("ab");
+        const auto row = testColumns<QByteArray, QByteArray>("given", "held");
+        row("empty", "", "");
+        row("short", "-bench", "-bench");
+        row("one below the capacity", QByteArray(24, 'x'), QByteArray(24, 'x'));
+        row("exactly the capacity", QByteArray(25, 'x'), QByteArray(25, 'x'));
+        row("one above the capacity", QByteArray(25, 'x') + "y", QByteArray(25, 'x'));
+        row("10000 characters", QByteArray(10000, 'x'), QByteArray(25, 'x'));
+        row("bytes above 0x7f", QByteArray("\xc3\xa4\xff"), QByteArray("\xc3\xa4\xff"));
+        row("cut inside a character", QByteArray(24, 'x') + "\xc3\xa4", QByteArray(24, 'x') + "\xc3");
+        row("embedded NUL", QByteArray("ab\0cd", 5), "ab");
     }
 
     void fromText() {
@@ -80,11 +79,11 @@ class TestQzString : public QObject {
     }
 
     void toQString_data() {
-        QTest::addColumn<QString>("text");
-        QTest::newRow("plain") << QStringLiteral("qzGpuInfo_v2");
-        QTest::newRow("beyond ASCII") << QString::fromUtf8("Gr\xc3\xb6\xc3\x9f"
-                                                           "e \xe2\x82\xac");
-        QTest::newRow("beyond 16 bits") << QString::fromUtf8("\xf0\x9f\x98\x80!");
+        const auto row = testColumns<QString>("text");
+        row("plain", QStringLiteral("qzGpuInfo_v2"));
+        row("beyond ASCII", QString::fromUtf8("Gr\xc3\xb6\xc3\x9f"
+                                              "e \xe2\x82\xac"));
+        row("beyond 16 bits", QString::fromUtf8("\xf0\x9f\x98\x80!"));
     }
 
     void toQString() {
@@ -96,18 +95,15 @@ class TestQzString : public QObject {
     }
 
     void isEqual_data() {
-        QTest::addColumn<QByteArray>("left");
-        QTest::addColumn<QByteArray>("right");
-        QTest::addColumn<bool>("equal");
-        QTest::newRow("same") << QByteArray("-v") << QByteArray("-v") << true;
-        QTest::newRow("both empty") << QByteArray() << QByteArray() << true;
-        QTest::newRow("other case") << QByteArray("-v") << QByteArray("-V") << false;
-        QTest::newRow("beginning") << QByteArray("-bench") << QByteArray("-benchShort") << false;
-        QTest::newRow("longer") << QByteArray("-benchShort") << QByteArray("-bench") << false;
-        QTest::newRow("empty and not") << QByteArray() << QByteArray("-v") << false;
-        QTest::newRow("cut at 100") << QByteArray(101, 'x') << QByteArray(100, 'x') << true;
-        QTest::newRow("option and more")
-            << QByteArray("-v") + QByteArray(200, ' ') << QByteArray("-v") << false;
+        const auto row = testColumns<QByteArray, QByteArray, bool>("left", "right", "equal");
+        row("same", "-v", "-v", true);
+        row("both empty", QByteArray(), QByteArray(), true);
+        row("other case", "-v", "-V", false);
+        row("beginning", "-bench", "-benchShort", false);
+        row("longer", "-benchShort", "-bench", false);
+        row("empty and not", QByteArray(), "-v", false);
+        row("cut at 100", QByteArray(101, 'x'), QByteArray(100, 'x'), true);
+        row("option and more", QByteArray("-v") + QByteArray(200, ' '), "-v", false);
     }
 
     void isEqual() {
@@ -125,16 +121,13 @@ class TestQzString : public QObject {
     }
 
     void plus_data() {
-        QTest::addColumn<QByteArray>("left");
-        QTest::addColumn<QByteArray>("right");
-        QTest::addColumn<QByteArray>("sum");
-        QTest::newRow("both") << QByteArray("11-21 03:24:10") << QByteArray("| ")
-                              << QByteArray("11-21 03:24:10| ");
-        QTest::newRow("nothing added") << QByteArray("a") << QByteArray("") << QByteArray("a");
-        QTest::newRow("to nothing") << QByteArray("") << QByteArray("b") << QByteArray("b");
-        QTest::newRow("fills") << QByteArray(249, 'x') << QByteArray("y") << QByteArray(249, 'x') + "y";
-        QTest::newRow("cut") << QByteArray(249, 'x') << QByteArray("yz") << QByteArray(249, 'x') + "y";
-        QTest::newRow("no room") << QByteArray(250, 'x') << QByteArray("y") << QByteArray(250, 'x');
+        const auto row = testColumns<QByteArray, QByteArray, QByteArray>("left", "right", "sum");
+        row("both", "11-21 03:24:10", "| ", "11-21 03:24:10| ");
+        row("nothing added", "a", "", "a");
+        row("to nothing", "", "b", "b");
+        row("fills", QByteArray(249, 'x'), "y", QByteArray(249, 'x') + "y");
+        row("cut", QByteArray(249, 'x'), "yz", QByteArray(249, 'x') + "y");
+        row("no room", QByteArray(250, 'x'), "y", QByteArray(250, 'x'));
     }
 
     void plus() {
@@ -152,12 +145,10 @@ class TestQzString : public QObject {
     }
 
     void wide_data() {
-        QTest::addColumn<QString>("given");
-        QTest::addColumn<QString>("held");
-        QTest::newRow("exactly the capacity")
-            << QString(50, QLatin1Char('x')) << QString(50, QLatin1Char('x'));
-        QTest::newRow("above it") << QString(51, QLatin1Char('x')) << QString(50, QLatin1Char('x'));
-        QTest::newRow("characters, not bytes") << QString(51, QChar(0x20ac)) << QString(50, QChar(0x20ac));
+        const auto row = testColumns<QString, QString>("given", "held");
+        row("exactly the capacity", QString(50, QLatin1Char('x')), QString(50, QLatin1Char('x')));
+        row("above it", QString(51, QLatin1Char('x')), QString(50, QLatin1Char('x')));
+        row("characters, not bytes", QString(51, QChar(0x20ac)), QString(50, QChar(0x20ac)));
     }
 
     void wide() {

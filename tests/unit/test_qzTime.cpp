@@ -3,25 +3,20 @@
 #include <QTest>
 
 #include "support/qzTime.h"
+#include "tests/unit/testRows.h"
 
 class TestQzTime : public QObject {
     Q_OBJECT
 
   private slots:
     void text_data() {
-        QTest::addColumn<QByteArray>("zone");
-        QTest::addColumn<qint64>("seconds");
-        QTest::addColumn<QByteArray>("text");
-        QTest::newRow("single digits")
-            << QByteArray("UTC") << qint64(1770012183) << QByteArray("02-02 06:03:03");
-        QTest::newRow("afternoon") << QByteArray("UTC") << qint64(1795275850) << QByteArray("11-21 15:44:10");
-        QTest::newRow("local time") << QByteArray("XYZ-5:30") << qint64(1795275850)
-                                    << QByteArray("11-21 21:14:10");
-        QTest::newRow("last second of a year")
-            << QByteArray("UTC") << qint64(1798761599) << QByteArray("12-31 23:59:59");
-        QTest::newRow("before 1970") << QByteArray("UTC") << qint64(-1) << QByteArray("12-31 23:59:59");
-        QTest::newRow("year out of range")
-            << QByteArray("UTC") << std::numeric_limits<qint64>::max() << QByteArray("");
+        const auto row = testColumns<QByteArray, qint64, QByteArray>("zone", "seconds", "text");
+        row("single digits", "UTC", qint64(1770012183), "02-02 06:03:03");
+        row("afternoon", "UTC", qint64(1795275850), "11-21 15:44:10");
+        row("local time", "XYZ-5:30", qint64(1795275850), "11-21 21:14:10");
+        row("last second of a year", "UTC", qint64(1798761599), "12-31 23:59:59");
+        row("before 1970", "UTC", qint64(-1), "12-31 23:59:59");
+        row("year out of range", "UTC", std::numeric_limits<qint64>::max(), "");
     }
 
     void text() {

@@ -3,6 +3,7 @@
 #include <QTest>
 
 #include "support/qzTimer.h"
+#include "tests/unit/testRows.h"
 
 using namespace std::chrono_literals;
 
@@ -43,16 +44,15 @@ class TestQzTimer : public QObject {
     }
 
     void milliseconds_data() {
-        QTest::addColumn<qint64>("nanoseconds");
-        QTest::addColumn<int>("milliseconds");
-        QTest::newRow("none") << qint64(0) << 0;
-        QTest::newRow("just below one") << qint64(999999) << 0;
-        QTest::newRow("one") << qint64(1000000) << 1;
-        QTest::newRow("rounded down") << qint64(1999999) << 1;
-        QTest::newRow("24 days") << qint64(2147483647) * 1000000 << std::numeric_limits<int>::max();
-        QTest::newRow("25 days") << qint64(2147483648) * 1000000 << std::numeric_limits<int>::max();
-        QTest::newRow("a year") << qint64(365) * 86400 * 1000000000 << std::numeric_limits<int>::max();
-        QTest::newRow("backwards") << qint64(-5000000) << 0;
+        const auto row = testColumns<qint64, int>("nanoseconds", "milliseconds");
+        row("none", qint64(0), 0);
+        row("just below one", qint64(999999), 0);
+        row("one", qint64(1000000), 1);
+        row("rounded down", qint64(1999999), 1);
+        row("24 days", qint64(2147483647) * 1000000, std::numeric_limits<int>::max());
+        row("25 days", qint64(2147483648) * 1000000, std::numeric_limits<int>::max());
+        row("a year", qint64(365) * 86400 * 1000000000, std::numeric_limits<int>::max());
+        row("backwards", qint64(-5000000), 0);
     }
 
     void milliseconds() {

@@ -17,6 +17,7 @@
 #include <QTest>
 
 #include "support/readSmallTextFile.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -70,23 +71,23 @@ class TestReadSmallTextFile : public QObject {
 
   private slots:
     void content_data() {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::newRow("a value") << QByteArray("0x1002\n");
-        QTest::newRow("no line end") << QByteArray("37");
-        QTest::newRow("a line end only") << QByteArray("\n");
-        QTest::newRow("carriage returns") << QByteArray("a\r\nb\r\n");
-        QTest::newRow("carriage returns alone") << QByteArray("a\rb\r\r\n");
-        QTest::newRow("NUL bytes") << QByteArray("a\0b\0\n", 5);
-        QTest::newRow("every byte") << [] {
+        const auto row = testColumns<QByteArray>("bytes");
+        row("a value", "0x1002\n");
+        row("no line end", "37");
+        row("a line end only", "\n");
+        row("carriage returns", "a\r\nb\r\n");
+        row("carriage returns alone", "a\rb\r\r\n");
+        row("NUL bytes", QByteArray("a\0b\0\n", 5));
+        row("every byte", [] {
             QByteArray bytes;
             for (int value = 0; value < 256; ++value)
                 bytes.append(static_cast<char>(value));
             return bytes;
-        }();
-        QTest::newRow("4095") << QByteArray(4095, 'x');
-        QTest::newRow("4096") << QByteArray(4096, 'x');
-        QTest::newRow("4097") << QByteArray(4097, 'x');
-        QTest::newRow("64 KiB") << QByteArray(65536, 'x');
+        }());
+        row("4095", QByteArray(4095, 'x'));
+        row("4096", QByteArray(4096, 'x'));
+        row("4097", QByteArray(4097, 'x'));
+        row("64 KiB", QByteArray(65536, 'x'));
     }
 
     // The bytes are those of Qt's own text mode.
@@ -98,14 +99,14 @@ class TestReadSmallTextFile : public QObject {
     }
 
     void notAFile_data() {
-        QTest::addColumn<QString>("path");
-        QTest::newRow("missing") << path("missing");
-        QTest::newRow("empty") << path("empty");
-        QTest::newRow("directory") << directory.path();
-        QTest::newRow("dangling link") << path("dangling");
-        QTest::newRow("link to itself") << path("loop");
-        QTest::newRow("no name") << QString();
-        QTest::newRow("below a file") << path("empty") + "/vendor";
+        const auto row = testColumns<QString>("path");
+        row("missing", path("missing"));
+        row("empty", path("empty"));
+        row("directory", directory.path());
+        row("dangling link", path("dangling"));
+        row("link to itself", path("loop"));
+        row("no name", QString());
+        row("below a file", path("empty") + "/vendor");
         QVERIFY(QFile(path("empty")).open(QIODevice::WriteOnly));
         QFile::link(path("nowhere"), path("dangling"));
         QFile::link(path("loop"), path("loop"));

@@ -12,6 +12,7 @@
 
 #include "SegmentBench.h"
 #include "support/qzSharedMemory.h"
+#include "tests/unit/testRows.h"
 
 class TestSegmentAccess : public QObject {
     Q_OBJECT
@@ -119,10 +120,10 @@ class TestSegmentAccess : public QObject {
     }
 
     void writeRefused_data() {
-        QTest::addColumn<qint64>("count");
-        QTest::newRow("one byte more") << blockSize + 1;
-        QTest::newRow("negative") << qint64(-1);
-        QTest::newRow("huge") << std::numeric_limits<qint64>::max();
+        const auto row = testColumns<qint64>("count");
+        row("one byte more", blockSize + 1);
+        row("negative", qint64(-1));
+        row("huge", std::numeric_limits<qint64>::max());
     }
 
     void writeRefused() {
@@ -157,13 +158,11 @@ class TestSegmentAccess : public QObject {
     }
 
     void isIntact_data() {
-        QTest::addColumn<int>("size");
-        QTest::addColumn<bool>("asked");
-        QTest::addColumn<bool>("intact");
-        QTest::newRow("exact") << 7472 << true << true;
-        QTest::newRow("larger") << 10000 << true << true;
-        QTest::newRow("a byte too small") << 7471 << true << false;
-        QTest::newRow("small, but none was asked for") << 10 << false << true;
+        const auto row = testColumns<int, bool, bool>("size", "asked", "intact");
+        row("exact", 7472, true, true);
+        row("larger", 10000, true, true);
+        row("a byte too small", 7471, true, false);
+        row("small, but none was asked for", 10, false, true);
     }
 
     void isIntact() {
@@ -182,10 +181,10 @@ class TestSegmentAccess : public QObject {
     }
 
     void nameGoneOrAnothers_data() {
-        QTest::addColumn<QString>("now");
-        QTest::newRow("gone") << QString();
-        QTest::newRow("another file") << QStringLiteral("file");
-        QTest::newRow("a link to the segment itself") << QStringLiteral("link");
+        const auto row = testColumns<QString>("now");
+        row("gone", QString());
+        row("another file", QStringLiteral("file"));
+        row("a link to the segment itself", QStringLiteral("link"));
     }
 
     void nameGoneOrAnothers() {

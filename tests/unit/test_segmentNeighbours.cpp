@@ -18,6 +18,7 @@
 #include "RefusedCall.h"
 #include "SegmentDirectory.h"
 #include "support/qzSharedMemory.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -59,10 +60,10 @@ class TestSegmentNeighbours : public QObject {
 
   private slots:
     void planted_data() {
-        QTest::addColumn<QString>("kind");
+        const auto row = testColumns<QString>("kind");
         for (const char* kind :
              {"link to a segment", "dangling link", "FIFO", "directory", "hard link", "socket"})
-            QTest::newRow(kind) << QString::fromLatin1(kind);
+            row(kind, QString::fromLatin1(kind));
     }
 
     void planted() {
@@ -112,9 +113,9 @@ class TestSegmentNeighbours : public QObject {
     }
 
     void plantedIsReplacedOnRequest_data() {
-        QTest::addColumn<bool>("isLink");
-        QTest::newRow("link") << true;
-        QTest::newRow("FIFO") << false;
+        const auto row = testColumns<bool>("isLink");
+        row("link", true);
+        row("FIFO", false);
     }
 
     void plantedIsReplacedOnRequest() {
@@ -132,7 +133,7 @@ class TestSegmentNeighbours : public QObject {
     }
 
     void rights_data() {
-        QTest::addColumn<int>("rights");
+        testColumns<int>("rights");
         for (const int rights : {0600, 0400, 0644, 0660, 0666, 0777, 04755, 01600, 0700})
             QTest::addRow("%o", unsigned(rights)) << rights;
     }
@@ -154,9 +155,9 @@ class TestSegmentNeighbours : public QObject {
     }
 
     void anotherUsers_data() {
-        QTest::addColumn<bool>("asRoot");
-        QTest::newRow("as root") << true;
-        QTest::newRow("as an ordinary user") << false;
+        const auto row = testColumns<bool>("asRoot");
+        row("as root", true);
+        row("as an ordinary user", false);
     }
 
     void anotherUsers() {
@@ -210,9 +211,9 @@ class TestSegmentNeighbours : public QObject {
     }
 
     void fullFileSystem_data() {
-        QTest::addColumn<bool>("replace");
-        QTest::newRow("create") << false;
-        QTest::newRow("replace") << true;
+        const auto row = testColumns<bool>("replace");
+        row("create", false);
+        row("replace", true);
     }
 
     void fullFileSystem() {
@@ -309,11 +310,7 @@ class TestSegmentNeighbours : public QObject {
     }
 
     void codeOfWhatTheSystemRefuses_data() {
-        QTest::addColumn<int>("reason");
-        QTest::addColumn<int>("code");
-        const auto row = [](const char* reason, int number, qzSharedMemory::Error code) {
-            QTest::newRow(reason) << number << int(code);
-        };
+        const auto row = testColumns<int, int>("reason", "code");
         row("EACCES", EACCES, qzSharedMemory::PermissionDenied);
         row("EPERM", EPERM, qzSharedMemory::PermissionDenied);
         row("EROFS", EROFS, qzSharedMemory::PermissionDenied);

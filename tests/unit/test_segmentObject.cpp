@@ -11,6 +11,7 @@
 #include "RefusedCall.h"
 #include "SegmentDirectory.h"
 #include "support/segmentObject.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -38,10 +39,7 @@ class TestSegmentObject : public QObject {
 
   private slots:
     void otherWays_data() {
-        QTest::addColumn<std::vector<RefusedCall>>("refused");
-        const auto row = [](const char* name, const std::vector<RefusedCall>& refused) {
-            QTest::newRow(name) << refused;
-        };
+        const auto row = testColumns<std::vector<RefusedCall>>("refused");
         row("all there", {});
         row("no unnamed files: not supported", {{SYS_openat, unnamedFlag, EOPNOTSUPP}});
         row("no unnamed files: taken for a directory", {{SYS_openat, unnamedFlag, EISDIR}});
@@ -87,9 +85,9 @@ class TestSegmentObject : public QObject {
         const std::vector<RefusedCall> unseen = {{SYS_newfstatat, 0, ENOENT}, {SYS_lstat, 0, ENOENT}};
         std::vector<RefusedCall> renamed = unseen;
         renamed.push_back({SYS_openat, unnamedFlag, EOPNOTSUPP});
-        QTest::addColumn<std::vector<RefusedCall>>("refused");
-        QTest::newRow("linked") << unseen;
-        QTest::newRow("renamed") << renamed;
+        const auto row = testColumns<std::vector<RefusedCall>>("refused");
+        row("linked", unseen);
+        row("renamed", renamed);
     }
 
     void nameTakenMeanwhile() {
@@ -105,10 +103,7 @@ class TestSegmentObject : public QObject {
     }
 
     void failedReasonsStay_data() {
-        QTest::addColumn<int>("call");
-        QTest::addColumn<uint>("flags");
-        QTest::addColumn<int>("reason");
-        QTest::addColumn<bool>("replace");
+        const auto row = testColumns<int, uint, int, bool>("call", "flags", "reason", "replace");
         for (const bool replace : {false, true}) {
             const char* how = replace ? "replace" : "create";
             QTest::addRow("%s: no rights set", how) << int(SYS_fchmod) << 0u << EPERM << replace;
@@ -117,7 +112,7 @@ class TestSegmentObject : public QObject {
             QTest::addRow("%s: no descriptor", how)
                 << int(SYS_openat) << unsigned(O_RDWR) << EMFILE << replace;
         }
-        QTest::newRow("replace: no renaming") << int(SYS_renameat) << 0u << EIO << true;
+        row("replace: no renaming", int(SYS_renameat), 0u, EIO, true);
     }
 
     void failedReasonsStay() {
@@ -156,10 +151,9 @@ class TestSegmentObject : public QObject {
     }
 
     void openFails_data() {
-        QTest::addColumn<int>("call");
-        QTest::addColumn<int>("reason");
-        QTest::newRow("interrupted without end") << int(SYS_openat) << EINTR;
-        QTest::newRow("no record lock") << int(SYS_fcntl) << ENOLCK;
+        const auto row = testColumns<int, int>("call", "reason");
+        row("interrupted without end", int(SYS_openat), EINTR);
+        row("no record lock", int(SYS_fcntl), ENOLCK);
     }
 
     void openFails() {

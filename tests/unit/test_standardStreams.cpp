@@ -8,6 +8,7 @@
 
 #include "ChildProcess.h"
 #include "support/standardStreams.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -42,9 +43,7 @@ class TestStandardStreams : public QObject {
 
   private slots:
     void closed_data() {
-        QTest::addColumn<int>("streams");
-        QTest::addColumn<QByteArray>("nullDevice");
-        QTest::addColumn<QByteArray>("expected");
+        testColumns<int, QByteArray, QByteArray>("streams", "nullDevice", "expected");
         for (int streams = 0; streams < 8; ++streams) {
             QTest::addRow("streams %d", streams)
                 << streams << QByteArray("/dev/null") << QByteArray("/dev/null");

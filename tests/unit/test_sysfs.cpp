@@ -8,6 +8,7 @@
 
 #include "gpu/sysfs.h"
 #include "tests/unit/DrmTree.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -28,11 +29,7 @@ class TestSysfs : public QObject {
 
   private slots:
     void value_data() {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QString>("text");
-        const auto row = [](const char* name, const QByteArray& bytes, const QString& text) {
-            QTest::newRow(name) << bytes << text;
-        };
+        const auto row = testColumns<QByteArray, QString>("bytes", "text");
         row("a value", "0x1002\n", "0x1002");
         row("no line end", "37", "37");
         row("carriage return", "37\r\n", "37");
@@ -67,11 +64,11 @@ class TestSysfs : public QObject {
     }
 
     void noValue_data() {
-        QTest::addColumn<QString>("path");
-        QTest::newRow("missing") << "missing";
-        QTest::newRow("directory") << "drm";
-        QTest::newRow("dangling link") << "dangling";
-        QTest::newRow("below a missing directory") << "missing/vendor";
+        const auto row = testColumns<QString>("path");
+        row("missing", "missing");
+        row("directory", "drm");
+        row("dangling link", "dangling");
+        row("below a missing directory", "missing/vendor");
     }
 
     void noValue() {
@@ -99,13 +96,13 @@ class TestSysfs : public QObject {
     }
 
     void cardNames_data() {
-        QTest::addColumn<bool>("isCard");
+        const auto row = testColumns<bool>("isCard");
         for (const char* name : {"card0", "card1", "card10", "card007", "card123456"})
-            QTest::newRow(name) << true;
+            row(name, true);
         for (const char* name :
              {"card", "card0-DP-1", "card1-HDMI-A-1", "card1a", "Card0", "CARD0", "card 0", "xcard0",
               "card0 ", "card-1", "renderD128", "version", "controlD64", "card0\n"})
-            QTest::newRow(name) << false;
+            row(name, false);
     }
 
     void cardNames() { QTEST(isDrmCardName(QTest::currentDataTag()), "isCard"); }
@@ -149,15 +146,13 @@ class TestSysfs : public QObject {
     }
 
     void hwmon_data() {
-        QTest::addColumn<QStringList>("directories");
-        QTest::addColumn<QString>("found");
-        QTest::newRow("none") << QStringList() << "";
-        QTest::newRow("an empty one") << QStringList{"hwmon"} << "";
-        QTest::newRow("one") << QStringList{"hwmon/hwmon3"} << "/hwmon/hwmon3";
-        QTest::newRow("without a number") << QStringList{"hwmon/hwmon"} << "/hwmon/hwmon";
-        QTest::newRow("others") << QStringList{"hwmon/power", "hwmon/xhwmon1"} << "";
-        QTest::newRow("beside others")
-            << QStringList{"hwmon/power", "hwmon/hwmon12", "hwmon/subsystem"} << "/hwmon/hwmon12";
+        const auto row = testColumns<QStringList, QString>("directories", "found");
+        row("none", QStringList(), "");
+        row("an empty one", {"hwmon"}, "");
+        row("one", {"hwmon/hwmon3"}, "/hwmon/hwmon3");
+        row("without a number", {"hwmon/hwmon"}, "/hwmon/hwmon");
+        row("others", {"hwmon/power", "hwmon/xhwmon1"}, "");
+        row("beside others", {"hwmon/power", "hwmon/hwmon12", "hwmon/subsystem"}, "/hwmon/hwmon12");
     }
 
     void hwmon() {
