@@ -19,14 +19,14 @@ class CompanionCase(SimulatedCase):
     """A test case that starts companions, each with a separate folder as /dev/shm."""
 
     def companion(self, machine, *arguments, shm=None, streams=subprocess.PIPE, **settings):
-        """A companion on the machine of a description: its folder, that of another one where it is given, and the
+        """A companion on a described machine: its folder, or that of another companion if given, and the
         run."""
         if shm is None:
             shm = self.shm_folder()
         return shm, self.described(machine, shm=shm, **settings).start(*arguments, stdout=streams, stderr=streams)
 
     def shm_folder(self):
-        """A folder to be a machine's /dev/shm, removed with the test."""
+        """A folder for a machine's /dev/shm, removed with the test."""
         folder = tempfile.TemporaryDirectory(prefix="qzTest-", dir="/dev/shm")
         self.addCleanup(folder.cleanup)
         return Path(folder.name)

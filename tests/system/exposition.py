@@ -1,4 +1,4 @@
-"""A strict reader of the Prometheus text exposition format: whatever is not exactly right is an error."""
+"""A strict reader of the Prometheus text exposition format: any deviation is an error."""
 
 import re
 

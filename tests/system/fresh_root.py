@@ -23,7 +23,7 @@ GROUP = f"root:x:0:\nrender:x:{USER}:\nnogroup:x:65534:\n"
 
 
 def call(*command, **options):
-    """Runs a command; output as text, an error with all that was said when it fails."""
+    """Runs a command; returns its output as text, raises an error with all its output if it fails."""
     done = subprocess.run([str(part) for part in command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, text=True, check=False, timeout=280, **options)
     if done.returncode != 0:
@@ -32,7 +32,7 @@ def call(*command, **options):
 
 
 class InstalledPackages:
-    """What dpkg knows of the packages on this machine."""
+    """dpkg's data on the packages of this machine."""
 
     def __init__(self, database="/var/lib/dpkg"):
         self.database = Path(database)
@@ -132,7 +132,7 @@ class PackagesRoot(FreshRoot):
         self.add(self.machine.essential, ["usr/bin/sh"])
 
     def add(self, wanted, more_files=()):
-        """Puts down packages with all that they depend on."""
+        """Unpacks packages with all their dependencies."""
         packages = self.machine.closure(wanted, self.present)
         files = {path for name in packages for path in self.machine.files(name)} | set(more_files)
         files = [path for path in sorted(files) if path not in ("", ".") and os.path.lexists("/" + path) and
@@ -161,7 +161,7 @@ class PackagesRoot(FreshRoot):
         not all."""
         self.add(InstalledPackages.names(call("dpkg-deb", "-f", deb, "Depends")))
         self.administer("dpkg --install /tmp/new.deb", "--ro-bind", str(deb), "/tmp/new.deb")
-        # Those of the packages whose files were put down without dpkg.
+        # Those of the packages that were unpacked without dpkg.
         self.administer("dpkg --triggers-only --pending")
 
 

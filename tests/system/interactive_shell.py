@@ -14,7 +14,7 @@ from pathlib import Path
 
 PROMPT = "ready> "
 DONE = "recorded."
-# What shells draw their line with.
+# The control sequences with which shells draw their line.
 CONTROLS = r"\x1b(\[[0-9;?<=>]*[a-zA-Z]|[=>]|[(\]][^\x07\x1b]*(\x07|\x1b\\)?)"
 RECORDER = f"""#!/bin/sh
 for argument; do printf '%s\\0' "$argument"; done > "$RECORDED"

@@ -28,7 +28,7 @@ if(QZGPUINFO_SANITIZE)
     set_property(TEST system.fault_sweep APPEND PROPERTY ENVIRONMENT QZ_SWEEP=5)
 endif()
 
-# What is reported from the field of drivers, libraries and cards.
+# Failures of drivers, libraries and cards that were reported from the field.
 qz_system_test(field_failures)
 qz_system_test(field_failures_files)
 qz_system_test(field_failures_process)

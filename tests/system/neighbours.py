@@ -34,7 +34,7 @@ class UserSandbox(qz.Sandbox):
 
 
 def state(path):
-    """All of an object that a neighbour might have changed."""
+    """Everything about an object that a neighbour might have changed."""
     try:
         found = os.lstat(path)
     except FileNotFoundError:

@@ -52,7 +52,7 @@ UPDATED = "Updated shared memory block\n"
 
 
 def wait_until(condition, timeout=10.0, what="the condition"):
-    """The first true answer of `condition`; an error when none came in time."""
+    """The first true result of `condition`; an error if there is none in time."""
     deadline = time.monotonic() + timeout
     while True:
         answer = condition()
@@ -111,7 +111,7 @@ class Sandbox(sandbox.Sandbox):
 
 class SandboxCase(unittest.TestCase):
     def sandbox(self, **settings):
-        """A sandbox that goes with the test."""
+        """A sandbox that is removed with the test."""
         made = Sandbox(**settings)
         self.addCleanup(made.close)
         return made

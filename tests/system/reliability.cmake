@@ -1,4 +1,4 @@
-# What has to hold when nothing around the program behaves.
+# What must hold when everything around the program misbehaves.
 
 add_subdirectory("${PROJECT_SOURCE_DIR}/tests/harness" "${PROJECT_BINARY_DIR}/tests/harness")
 
@@ -9,7 +9,7 @@ qz_test_driver(exiting libnvidia-ml)
 qz_system_test(surroundings)
 qz_system_test(weeks TIMEOUT 300 ONCE)
 qz_system_test(kills_program ONCE)
-# The model says the same whatever the programs were built with.
+# The model's result does not depend on how the programs were built.
 if(NOT QZGPUINFO_SANITIZE)
     qz_system_test(model TIMEOUT 900 ONCE)
 endif()

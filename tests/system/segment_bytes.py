@@ -22,7 +22,7 @@ LOCK = "hh4xqqi4x"  # struct flock
 
 
 class Gone(tuple):
-    """The numbers behind a marker that is off."""
+    """The numbers behind a cleared marker."""
 
 
 def gone(*values):
@@ -130,7 +130,7 @@ class Segment:
         os.utime(self.path, (instant, instant))
 
     def attach(self, *flags):
-        """Takes the writer's part, with these flags set or those of one that has published."""
+        """Plays the writer, with these flags set or those of one that has published."""
         self._writer = os.open(self.path, os.O_RDWR)
         self.set(*flags or WRITER)
 

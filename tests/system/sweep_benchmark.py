@@ -1,4 +1,4 @@
-"""What one benchmark has to do and to say, whatever call fails: the rules of the run, step by step, as an oracle
+"""What one benchmark must do and print, whatever call fails: the rules of the run, step by step, as an oracle
 for the fault sweep. Written from the rules, and on purpose not after the program."""
 
 from sweep_machine import BUILD_LOG, ROUND_MS, WARM_UP_MS
@@ -51,7 +51,7 @@ class BenchmarkOracle:
         if enqueued or finished:
             self._log(1, f"{LINE}warmup failed: {opencl_name(enqueued)} / {opencl_name(finished)}")
             if finished == CL_INVALID_COMMAND_QUEUE:
-                # The driver has given it up already.
+                # The driver has already discarded it.
                 self._objects.remove("queue")
             return False
         return self._has_results("warmup produced zero results, kernel likely failed")

@@ -1,4 +1,4 @@
-"""How the program asks CUDA for a GPU's number and capability, as a part of the fault sweep's oracle."""
+"""How the program queries a GPU's number and capability from CUDA, as a part of the fault sweep's oracle."""
 
 from sweep_machine import CUDA_DRIVER, DRIVER_LIBRARY, NVIDIA, PROPERTIES, RUNTIME_LIBRARY
 

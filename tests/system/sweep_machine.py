@@ -1,4 +1,4 @@
-"""The machine of the fault sweep: what it is made of, its description, and what its libraries answer when some of
+"""The machine of the fault sweep: its parts, its description, and what its libraries return when some of
 their calls fail."""
 
 from collections import Counter
@@ -7,7 +7,7 @@ from typing import Dict, FrozenSet, Optional, Sequence, Tuple
 
 GIB = 1 << 30
 ALWAYS = 1 << 30
-# What the program takes for the answer of an OpenCL function that its library does not have.
+# The status that the program assumes for an OpenCL function that its library lacks.
 CL_INVALID_OPERATION = -59
 
 NVML = ("nvmlInit_v2", "nvmlShutdown", "nvmlDeviceGetCount_v2", "nvmlDeviceGetHandleByIndex_v2",
@@ -41,7 +41,7 @@ class Card:
 
 @dataclass(frozen=True)
 class ClDevice:
-    """An OpenCL device, with the buses that it answers."""
+    """An OpenCL device and the buses that it reports."""
 
     name: str
     platform: int
@@ -127,7 +127,7 @@ class Fault:
 
 
 class Libraries:
-    """Answers calls as the machine's libraries do, and counts them and the objects that live."""
+    """Answers calls like the machine's libraries, and counts them and the live objects."""
 
     def __init__(self, cudart: Sequence[int], has_driver: bool, faults: Sequence[Fault],
                  omitted: FrozenSet[Tuple[str, str]] = frozenset()) -> None:
@@ -160,6 +160,6 @@ class Libraries:
         return status
 
     def release(self, function: str, kind: str) -> None:
-        """An object whose release fails lives on: nothing else can be done about it."""
+        """An object whose release fails stays alive: nothing more can be done."""
         if self.call(function) == 0:
             self.live[kind] -= 1

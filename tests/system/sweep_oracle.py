@@ -1,4 +1,4 @@
-"""What the program has to say and to answer on the sweep's machine, whatever call fails: its rules as an oracle
+"""What the program must print and return on the sweep's machine, whatever call fails: its rules as an oracle
 that gives every line. Written from the rules, and on purpose not after the program."""
 
 from dataclasses import dataclass
@@ -29,7 +29,7 @@ NVIDIA_HINTS = (
 
 @dataclass
 class Record:
-    """One GPU as the program keeps it; a figure that is None is not there."""
+    """One GPU's record; a figure that is None is absent."""
 
     name: str = ""
     kind: int = OTHER
@@ -162,7 +162,7 @@ class Oracle:
                   "  -> Note: MESA OpenCL does not support Nvidia GPUs.")
 
     def _nvml_error(self, status):
-        """The driver's text; none when it gives none."""
+        """The driver's text; none if it returns none."""
         return nvml_text(status) if self._libraries.call("nvmlErrorString") == 0 else ""
 
     def _shut_nvml_down(self):
@@ -249,7 +249,7 @@ class Oracle:
                   "     Check /etc/OpenCL/vendors/ for missing .icd files",
                   "     Run 'clinfo' to see what OpenCL sees")
 
-    # What both do with OpenCL.
+    # Both vendors' use of OpenCL.
 
     def _load_opencl(self):
         complete = all(self._libraries.has(OPENCL_LIBRARY, function) for function in OPENCL_REQUIRED)
@@ -270,7 +270,7 @@ class Oracle:
         return [number for number, device in enumerate(DEVICES) if device.platform == platform]
 
     def _ask(self, value):
-        """The value of an attribute that a device has, None when it has not or refuses."""
+        """The value of a device's attribute; None if the device lacks it or the call fails."""
         return value if self._libraries.call("clGetDeviceInfo") == 0 else None
 
     # Cycles.
@@ -340,7 +340,7 @@ class Oracle:
 
         def over(figure, combine, start):
             values = [getattr(record, figure) for record in self._listed if getattr(record, figure) is not None]
-            # Once a figure was there the summary goes on to show it.
+            # Once a figure was present, the summary keeps showing it.
             if values or getattr(summary, figure) is not None:
                 setattr(summary, figure, combine([start, *values]))
 
@@ -377,7 +377,7 @@ class Oracle:
 
 
 def short(name):
-    """The names of this machine, without maker and brand."""
+    """The names of this machine, without vendor and brand."""
     for word in ("NVIDIA ", "GeForce ", "Quadro ", "Radeon ", " "):
         name = name.replace(word, "")
     return name

@@ -1,4 +1,4 @@
-"""Runs a program on a pseudo-terminal and keeps the picture that its output draws. Only the control sequences listed
+"""Runs a program on a pseudo-terminal and keeps the screen that its output draws. Only the control sequences listed
 here are understood; any other ends the test, and so does a line that runs over the right edge."""
 
 import fcntl
@@ -88,13 +88,13 @@ class Terminal:
         fcntl.ioctl(self.master, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
 
     def resize(self, columns, rows):
-        """A new size and an empty picture of it, as a terminal that reflows would leave nothing to rely on."""
+        """Sets a new size and clears the screen, since reflowing leaves nothing to rely on."""
         self.read(0.2)
         self.screen = Screen(columns, rows)
         self._set_size(columns, rows)
 
     def read(self, seconds):
-        """Takes in what comes within the time; False at the end of the output."""
+        """Reads the output that arrives in time; False at the end of the output."""
         deadline = time.monotonic() + seconds
         while (left := deadline - time.monotonic()) > 0:
             if not select.select([self.master], [], [], left)[0]:
@@ -121,7 +121,7 @@ class Terminal:
         os.kill(self.pid, number)
 
     def end(self):
-        """Takes in the rest; the exit code (below zero: the signal that ended it)."""
+        """Reads the rest; the exit code (below zero: the signal that ended it)."""
         deadline = time.monotonic() + 10
         while self.read(0.1) and time.monotonic() < deadline:
             pass

@@ -68,7 +68,7 @@ class Queries(SimulatedCase):
 
 
 class Scores(SimulatedCase):
-    """Rounds of a scripted length make the score a number that can be worked out."""
+    """With rounds of a scripted length the score can be computed."""
 
     def test_the_score_of_the_first_gpu_is_the_exit_code(self):
         # Warm-up 50 ms: scale 2000 / (50 * 10) = 4. Rounds of 2000 ms: 0.06409515 * (4 * (2^27 / 2000)) / 1000.

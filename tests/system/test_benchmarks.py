@@ -1,4 +1,4 @@
-"""The measurements' own logic: limits, medians, turns, counted calls, the page; and the programs that they measure with."""
+"""The measurements' own logic: limits, medians, turns, counted calls, the page; and their measuring programs."""
 
 import contextlib
 import io
@@ -220,7 +220,7 @@ class Page(Scratch):
 
 
 class Run(Scratch):
-    """`run` in a tree of its own whose measurements are stand-ins."""
+    """`run` in a separate tree whose measurements are stand-ins."""
 
     def setUp(self):
         super().setUp()

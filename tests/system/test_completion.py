@@ -10,17 +10,17 @@ from interactive_shell import PROMPT, InteractiveShell
 from test_manual import info_options, status_options
 
 COMPLETIONS = Path(os.environ["QZGPUINFO_SOURCE"], "packaging/completions")
-# Each begins with another character, so that one character completes it.
+# Each begins with a different character, so that one character completes it.
 NAMES = ["$(touch ran)", "`touch ran`", ";touch ran", "&touch ran", "|touch ran", ">ran", "<(touch ran)", "a b  c",
          "it's", 'q"q "', "\\touch ran", "*", "u?", "[a-z]", "{x,y}", "~root", "!!", "#x", "%1", "^a^b", "=ls", "c:d:e",
          "k=v@w", "@x", "(touch ran)", "n\\nn", "plain", "w!ho", "ünï", " lead", "/x/y"]
-# What is empty or not text cannot be typed; what begins with "-" would be an option.
+# Empty names and other than text cannot be typed; a name beginning with "-" would be an option.
 NO_NAMES = [b"", b"new\nline", b"\nfirst", b"\x1b[31mred", b"tab\tbed", b"del\x7f", b"inv\xffalid", b"-dash", b"-$(touch ran)"]
 FILES = ["$(touch ran)", "`touch ran`", ";touch ran", "a b", "it's", 'q"q', "new\nline;touch ran"]
 
 
 class InShell:
-    """What every shell has to pass. `special` has the quotes that may be open before a name, each with the characters
+    """The tests that every shell has to pass. `special` has the quotes that may be open before a name, each with the characters
     that are escaped within it; `unfit` the characters of names that are not completed within it."""
 
     special = {"": "$`;&|><'\"\\*?[{~!#^=@( ", "'": "", '"': '$`\\'}
@@ -60,7 +60,7 @@ class InShell:
 
     def test_what_is_offered(self):
         offered = set(self.offered("qzGpuInfo "))
-        # The sandbox, the shell, and what it reads the names with are there as well.
+        # The sandbox, the shell, and its command that reads the names are processes too.
         self.assertEqual(offered - {b"bwrap", b"sh", b"grep", self.program.encode()}, set(map(os.fsencode, NAMES)))
 
     def test_part_of_a_word(self):

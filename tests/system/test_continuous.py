@@ -29,7 +29,7 @@ def gone(name):
 
 
 class Neighbour:
-    """A process of a given name that only lives."""
+    """An idle process of a given name."""
 
     def __init__(self, name):
         self.name = f"{name}-{os.getpid()}"
@@ -42,7 +42,7 @@ class Neighbour:
 
 
 class Continuous(unittest.TestCase):
-    """Each run is begun in setUpClass and looked at by the test of the same name."""
+    """Each run is started in setUpClass and checked by the test of the same name."""
 
     @classmethod
     def setUpClass(cls):
@@ -94,7 +94,7 @@ class Continuous(unittest.TestCase):
         wait_until(sandbox.is_ready)
         cls.first_cycle = time.monotonic() - run.started
 
-    # Tests run in the order of their names: the first to come are those that look early.
+    # Tests run in the order of their names: those that check early come first.
 
     def test_1_before_the_first_cycle(self):
         sandbox, run = self.plain
@@ -175,7 +175,7 @@ class Continuous(unittest.TestCase):
                 self.assertLess(run.finished, WATCHDOG + SLACK)
                 self.assertTrue(output.startswith(start), output)
                 self.assertTrue(output.endswith(gone(name)), output)
-        # One of them will have had a processor when its time came.
+        # At least one of them got a processor in time.
         self.assertLess(min(run.finished for _, run in (self.watching_empty, self.watching_gone)), WATCHDOG + 0.6)
 
     def test_6_watching_the_first_of_two(self):

@@ -38,19 +38,19 @@ END_OF_A_CYCLE = "\nUpdated shared memory block\n"
 
 # The CUDA runtimes of a machine, and whether the driver's own library is there.
 BOTH_WAYS, PLAIN_RUNTIME, DRIVER_ALONE = ((12, 11), True), ((13,), False), ((), True)
-# What has to fail so that this one is called at all.
+# Functions that must fail for this one to be called.
 REASONS = {"nvmlErrorString": (Fault("nvmlInit_v2", 9),), "clGetProgramBuildInfo": (Fault("clBuildProgram", -11),)}
 # A code that means more than "failed" to the program.
 REMARKABLE = {"clFinish": CL_INVALID_COMMAND_QUEUE}
 
-# These run longer the busier the machine is: a figure, and what is near it.
+# These take longer on a busy machine: a figure and its tolerance.
 CLOCKED = re.compile(r"warmup avg|performance|: Speed: ")
 NUMBER = re.compile(r"\d+\.\d+")
 
 
 @dataclass(frozen=True)
 class Combination:
-    """One run of the sweep: a mode, a machine, and what fails or is missing there."""
+    """One run of the sweep: a mode, a machine, and its failing or missing functions."""
 
     mode: str
     machine: Tuple[Tuple[int, ...], bool]
@@ -178,7 +178,7 @@ class Stage:
         self._lock = threading.Lock()
 
     def run(self, combination):
-        """What is wrong with a run; nothing when all is as it has to be."""
+        """The differences of a run from the oracle; empty if there are none."""
         # A file, since cycles that take no time fill a pipe faster than it is read, and a companion drops lines then.
         with self._lock, tempfile.TemporaryFile() as output:
             simulation = self._machine(combination)
@@ -229,7 +229,7 @@ def differences(combination, run, output):
 
 
 def only(one, other):
-    """Of two counts by name, what differs in the first; anything else as it is."""
+    """Of two counts by name, the differing ones of the first; anything else unchanged."""
     return {name: one.get(name, 0) for name in {**one, **other}
             if one.get(name) != other.get(name)} if isinstance(one, dict) else one
 

@@ -90,7 +90,7 @@ class SlowStart(CompanionCase):
 
 
 class NeverReturns(CompanionCase):
-    """A call in the second cycle that does not come back: of the driver, and of the kernel."""
+    """A call in the second cycle that never returns: of the driver, and of the kernel."""
 
     def state(self, folder):
         """What a user sees of it."""
@@ -150,7 +150,7 @@ class DriverOfAnotherVersion(CompanionCase):
         self.assertEqual([line for line in lines if "GPU Count" in line],
                          ["CUDA GPU Count : 0", "AMD GPU Count: 1", "METAL GPU Count: 0", "Total GPU Count: 1"])
         self.assertNotIn("nvmlDeviceGetCount_v2", run.report.calls)
-        # AMD's GPU as on a machine without NVIDIA's library, but for what that one says of itself.
+        # AMD's GPU as on a machine without NVIDIA's library, except for that library's own lines.
         alone = self.described(MACHINE, faults=["libnvidia-ml.so.1 = absent"]).run("-v", "-single")
         rest = self.lines(alone)
         rest = rest[rest.index("0 CUDA GPU(s) found - NVML not available") + 1:]
@@ -195,7 +195,7 @@ class PrintingDriver(CompanionCase):
                 expected, run = quiet.run(*arguments), loud.run(*arguments)
                 self.assertEqual((expected.exit_code, run.exit_code), (code, code))
                 self.assertGreaterEqual(run.output.count(self.PRINTED), len(self.WHERE))
-                # Nothing of the program's own is lost.
+                # None of the program's own output is lost.
                 self.assertEqual(run.output.replace(self.PRINTED, ""), expected.output)
 
     def test_the_score_is_the_answer(self):

@@ -1,4 +1,4 @@
-"""Drivers that do to the process itself what they should not: they crash when it ends, or start processes in it."""
+"""Drivers that harm the process itself: they crash when it ends, or start processes in it."""
 
 import fcntl
 import os
@@ -67,7 +67,7 @@ class CrashAtTheEnd(CompanionCase):
                     self.assertEqual((run.exit_code, run.output), (SEGFAULT, whole.output))
 
     def test_a_companion(self):
-        """The segment goes before the libraries of a process do; what is unloaded by hand comes before that."""
+        """The segment is detached before the process's libraries are unloaded, except those unloaded explicitly."""
         starts = {(library, moment): self.companion(MACHINE, faults=[f"{library} = {moment}"])
                   for library, moment in (("libnvidia-ml.so.1", "crash-at-unload"), ("libcuda.so.1", "crash-at-exit"))}
         for (library, moment), (folder, run) in starts.items():
@@ -125,7 +125,7 @@ class StartsProcesses(CompanionCase):
         self.assertEqual((folder / NAME).read_bytes(), block)
 
     def test_a_child_that_inherits_everything(self):
-        # Without another program nothing is closed: locks are given back by hand, not by closing.
+        # Without another program nothing is closed: locks are released explicitly, not by closing.
         folder, run = self.start("fork")
         _, other = self.companion(MACHINE, shm=folder)
         block = self.published(folder)

@@ -28,13 +28,13 @@ WRITER = os.path.join(os.environ["QZGPUINFO_BUILD"], "tests/harness/steadyWriter
 
 
 def look(directory):
-    """The number in the segment, None when there is none."""
+    """The number in the segment, None if there is none."""
     data = read_locked(os.path.join(directory, NAME))
     return None if data is None else numbered_block.number_of(data, numbered_block.all_figures)
 
 
 def read_on(directory, stop, results):
-    """A reader's life: how many blocks it saw, how many were not ready, and the first that was torn."""
+    """A reader's statistics: how many blocks it read, how many were not ready, and the first that was torn."""
     ready = unready = 0
     torn = None
     while not stop.is_set() and torn is None:

@@ -1,4 +1,4 @@
-"""What other users and careless ones plant at /dev/shm/qzGpuInfo_v2: refused with a message and exit code 1, never
+"""Objects that other or careless users place at /dev/shm/qzGpuInfo_v2: refused with a message and exit code 1, never
 waited for, never written, never removed. As root and as an ordinary user."""
 
 import os

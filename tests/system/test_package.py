@@ -23,7 +23,7 @@ SOURCE = Path(os.environ["QZGPUINFO_SOURCE"])
 BUILD = Path(os.environ["QZGPUINFO_BUILD"])
 FRESH = "--fresh" in sys.argv
 TOOLS = ("dpkg", "dpkg-deb", "dpkg-shlibdeps", "lintian", "man", "file", "bwrap", "systemd-analyze")
-# What an outside project is built with, and what the manual's examples use.
+# The tools of an outside project's build and of the manual's examples.
 CLIENT_NEEDS = ["g++", "make", "cmake", "pkg-config", "python3", "luajit"]
 UNIT = "usr/lib/systemd/system/qzGpuInfo@.service"
 
@@ -334,7 +334,7 @@ class Installed(unittest.TestCase):
                          ["stop qzGpuInfo@*.service", "daemon-reload"])
         self.assertEqual(own & self.root.files(), set())
         self.assertTrue(cache.exists() and (wants / "qzGpuInfo@render.service").is_symlink())
-        # What runs changes over to a new version; nothing is ever enabled or started.
+        # Running services change over to the new version; nothing is ever enabled or started.
         self.assertEqual(calls_of("dpkg --install /tmp/new.deb", *new, *running),
                          ["daemon-reload", "try-restart qzGpuInfo@*.service"])
         self.assertEqual(calls_of("dpkg --install /tmp/new.deb", *new, *running),

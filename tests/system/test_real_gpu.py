@@ -45,7 +45,7 @@ nv_bus = 0x01
 name = Tesla V100-SXM2-16GB
 nv_bus = 0xc1
 """
-# What nvidia-smi says of that machine. Of the memory in use it counts 300 MiB apart, as the driver's own.
+# nvidia-smi's output for that machine. It counts 300 MiB of the used memory separately, as the driver's own.
 TRUTH = [
     {"name": "NVIDIA GeForce RTX 4090", "pci.bus": "0x01", "memory.total": "24564", "memory.used": "1130",
      "memory.reserved": "300", "memory.free": "23134", "temperature.gpu": "41", "utilization.gpu": "12",
@@ -92,7 +92,7 @@ class RealGpu(simulated.SimulatedCase):
         return simulation.start(str(build))
 
     def finish(self, run):
-        """The exit code, the lines that failed, and all that was said."""
+        """The exit code, the failed lines, and the whole output."""
         run.wait(timeout=100)
         output = run.output + run.errors
         return run.exit_code, [line for line in output.splitlines() if line.startswith("FAILED")], output

@@ -134,7 +134,7 @@ class Installed(unittest.TestCase):
             self.assertRegex(done.stdout, r"\A0 GPUs, .*\n0\n0\n\Z")
         with self.subTest("library"):
             self.check_library()
-        # What runs changes over to a new version; nothing is ever enabled or started.
+        # Running services change over to the new version; nothing is ever enabled or started.
         self.assertEqual(self.rpm("--reinstall", "--nodeps", package),
                          ["daemon-reload", "daemon-reload", "try-restart qzGpuInfo@*.service"])
         self.assertEqual(self.rpm("--erase", "qzgpuinfo"), ["stop qzGpuInfo@*.service", "daemon-reload"])

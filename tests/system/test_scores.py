@@ -24,7 +24,7 @@ SUM = re.compile(r"^    : Speed: +([0-9.]+) GPS$", re.MULTILINE)
 
 
 def hastened(name):
-    """The machine's description, but for what its benchmark costs."""
+    """The machine's description, except for the cost of its benchmark."""
     text = description(name)
     if WHOLE:
         return text

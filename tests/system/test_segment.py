@@ -1,4 +1,4 @@
-"""The segment as the program finds it, loses it and leaves it, and signals that come at the wrong time."""
+"""The segment as the program finds, loses and leaves it, and signals that arrive at the wrong time."""
 
 import os
 import re
@@ -69,7 +69,7 @@ class Refused(qz.SandboxCase):
 
     @unittest.skipUnless(os.geteuid() == 0, "only root can make another user's object")
     def test_as_an_ordinary_user(self):
-        """Root's own segment is as foreign to another user as the other way round."""
+        """Root's segment is as foreign to another user as the other way round."""
         sandbox = self.sandbox()
         sandbox.plant(b"\xa5" * 8000, 0o666)
         sandbox.folder.chmod(0o1777)
@@ -107,7 +107,7 @@ class Leaving(qz.SandboxCase):
     """Another instance removes the segment between the two calls of a start: it is there, then it is not."""
 
     def start_missing(self, times):
-        """A start that does not find what is there so often."""
+        """A start that misses the existing segment that often."""
         sandbox = self.sandbox()
         sandbox.plant(bytes(qz.SIZE))
         # -D: the program is the child, and the one that is ended.
@@ -128,7 +128,7 @@ class Leaving(qz.SandboxCase):
 
 
 class Lost(unittest.TestCase):
-    """Its name is taken away, or it is cut, while the program is attached: two runs side by side."""
+    """It is unlinked or truncated while the program is attached: two runs side by side."""
 
     def test_lost_and_found(self):
         removed, cut = qz.Sandbox(), qz.Sandbox()

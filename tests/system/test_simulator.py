@@ -1,4 +1,4 @@
-"""The simulator itself: what it lays around a program, what it hides, and what it reports."""
+"""The simulator itself: what it shows a program, what it hides, and what it reports."""
 
 import os
 import shutil
@@ -54,7 +54,7 @@ class Probing(SimulatedCase):
         self.probe.chmod(0o755)
 
     def look(self, simulation, *expressions):
-        """What each expression gives inside; an errno where it fails."""
+        """The value of each expression inside; an errno if it fails."""
         run = simulation.run(*expressions)
         self.assertEqual((run.exit_code, run.errors), (0, ""))
         return [eval(line) for line in run.output.splitlines()], run

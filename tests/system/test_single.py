@@ -116,7 +116,7 @@ class Order(qz.SandboxCase):
 
     def start(self, *arguments, sandbox=None, **environment):
         library = DRIVERS / "tellsOrder/libtellsOrder.so.1"
-        # The sanitizers' own library wants to be the first.
+        # The sanitizers' library must come first.
         command = f'exec env LD_PRELOAD={library} ASAN_OPTIONS=verify_asan_link_order=0 "$0" "$@"'
         # Without a real OpenCL, which may act at exit.
         libraries = f"{DRIVERS / 'slowEnd'}:{DRIVERS / 'incompleteOpenCL'}"

@@ -14,7 +14,7 @@ NOT_FREE = ('Unable to lock shared memory!; The shared memory "qzGpuInfo_v2" can
             "time.\n")
 WATCH_INTERVAL = 5.0
 LOCK_BOUND = 1.0
-# The machine has other things to do.
+# The machine may be busy.
 SLACK = 3.0
 
 HOLDER = """

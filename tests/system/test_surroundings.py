@@ -60,7 +60,7 @@ class ProcessList(unittest.TestCase):
             self.assertEqual((code, output.splitlines()[-1]),
                              (0, f"Process '{watched.name}' does  not exist, closing..."))
         for _, run, _ in blind + starved:
-            # Who cannot look does not take the process for gone.
+            # If the check is impossible, the process does not count as gone.
             self.assertTrue(run.is_running, run.output)
             self.assertEqual(run.stop(signal.SIGTERM)[0], 0)
         for sandbox, _, _ in every:
@@ -121,7 +121,7 @@ class OnSimulatedMachines(simulated.SimulatedCase):
         run = self.described(machine, environment=environment).run(*arguments)
         self.assertEqual(run.exit_code, 0)
         self.assertEqual(run.report.live, {})
-        # The clock runs on; signs and separators are what a locale could change.
+        # The clock runs on; a locale could change signs and separators.
         return re.sub(r"[0-9]+", "0", run.output)
 
     def test_locales(self):

@@ -14,7 +14,7 @@ FIRST = 1_000
 HARNESS = simulated.BUILD / "tests/harness/manyCycles"
 CACHE = (simulated.BUILD / "CMakeCache.txt").read_text("utf-8")
 SANITIZED = bool(re.search(r"^QZGPUINFO_SANITIZE:STRING=.", CACHE, re.MULTILINE))
-# The allocator may touch a page more or less from one cycle to the next; a leak of one byte a cycle would be 97 KiB.
+# The allocator may use a page more or less from one cycle to the next; a leak of one byte a cycle would be 97 KiB.
 PAGES_KIB = 16
 
 

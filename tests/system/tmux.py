@@ -1,4 +1,4 @@
-"""A real terminal with a real shell in it: tmux, with a server of the test's own."""
+"""A real terminal with a real shell: tmux, with a private server."""
 
 import os
 import subprocess
@@ -45,11 +45,11 @@ class Tmux:
         return done.stdout.decode("utf-8")
 
     def lines(self):
-        """What is to be seen, row by row, without blanks at the end."""
+        """The visible text, row by row, without trailing blanks."""
         return [line.rstrip() for line in self._call("capture-pane", "-p").split("\n")[:-1]]
 
     def told(self, what):
-        """What tmux knows of its terminal, such as "cursor_flag"."""
+        """tmux's data on its terminal, such as "cursor_flag"."""
         return self._call("display-message", "-p", "#{" + what + "}").rstrip("\n")
 
     def type(self, text):
@@ -63,7 +63,7 @@ class Tmux:
         self._call("resize-window", "-x", str(columns), "-y", str(rows))
 
     def wait_for(self, condition, seconds=20):
-        """Waits until what is to be seen makes the condition true, and gives it."""
+        """Waits until the visible text satisfies the condition, and returns it."""
         deadline = time.monotonic() + seconds
         while not condition(lines := self.lines()):
             assert time.monotonic() < deadline, "not seen in:\n" + "\n".join(lines)

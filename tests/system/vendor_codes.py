@@ -1,4 +1,4 @@
-"""The error codes that the vendors publish for their libraries, and the texts that belong to them."""
+"""The error codes that the vendors publish for their libraries, and their texts."""
 
 
 def _numbers(text):

@@ -1,4 +1,4 @@
-"""A process of a name that no other has, to be watched by the program."""
+"""A process with a unique name, for the program to watch."""
 
 import os
 import shutil

@@ -15,7 +15,7 @@ int clIcdGetPlatformIDsKHR(unsigned int, void**, unsigned int*) {
     const char* behaviour = std::getenv("QZ_TEST_DRIVER");
     while (behaviour != nullptr && std::string_view(behaviour) == "block")
         pause();
-    // A sanitizer would answer it in its own way.
+    // A sanitizer would handle it differently.
     std::signal(SIGSEGV, SIG_DFL);
     std::raise(SIGSEGV);
     return 0;

@@ -1,4 +1,4 @@
-// A vendor's library of a version that lacks one of the entry points that are asked for, nvmlErrorString, and
+// A vendor's library of a version that lacks one of the required entry points, nvmlErrorString, and
 // reports when it is closed.
 #include <cstdio>
 

@@ -1,4 +1,4 @@
-// An OpenCL loader that has hardly anything of what is asked for.
+// An OpenCL loader that lacks most of the required entry points.
 extern "C" int clGetPlatformIDs(unsigned int, void**, unsigned int* count) {
     *count = 0;
     return 0;

@@ -1,4 +1,4 @@
-// How a stand-in lets a test decide when it goes on.
+// Lets a test decide when a stand-in continues.
 #pragma once
 
 #include <cstdlib>
@@ -6,7 +6,7 @@
 
 #include <unistd.h>
 
-/// Says so, and waits (20 s at most) until the file that QZ_TEST_GO names is there.
+/// Prints a line, and waits (20 s at most) until the file that QZ_TEST_GO names exists.
 inline void waitForGo(std::string_view line) {
     const char* go = std::getenv("QZ_TEST_GO");
     if (write(STDOUT_FILENO, line.data(), line.size()) < 0 || go == nullptr)
