@@ -34,7 +34,7 @@ GpuDevice fullRecord() {
 
 } // namespace
 
-class test_Reader : public QObject {
+class TestReader : public QObject {
     Q_OBJECT
 
   private slots:
@@ -215,5 +215,5 @@ class test_Reader : public QObject {
     }
 };
 
-QTEST_APPLESS_MAIN(test_Reader)
+QTEST_APPLESS_MAIN(TestReader)
 #include "test_Reader.moc"

@@ -51,7 +51,7 @@ qzgpuinfo_gpu newGpu() {
 
 } // namespace
 
-class test_qzgpuinfo : public QObject {
+class TestQzgpuinfo : public QObject {
     Q_OBJECT
 
   private slots:
@@ -300,5 +300,5 @@ class test_qzgpuinfo : public QObject {
     }
 };
 
-QTEST_APPLESS_MAIN(test_qzgpuinfo)
+QTEST_APPLESS_MAIN(TestQzgpuinfo)
 #include "test_qzgpuinfo.moc"
