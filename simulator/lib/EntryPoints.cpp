@@ -47,6 +47,12 @@ const std::vector<LibraryInfo>& knownLibraries() {
           "clReleaseCommandQueue",
           "clReleaseContext",
           "clReleaseMemObject"}},
+        // Drivers that the OpenCL loader opens.
+        {"libnvidia-opencl.so.1", "libnvidia-opencl.so", "libqzsim-icd-nvidia.so", {}},
+        {"libamdocl64.so", "libamdocl64.so", "libqzsim-icd-amd.so", {}},
+        {"libMesaOpenCL.so.1", "libMesaOpenCL.so", "libqzsim-icd-mesa.so", {}},
+        {"libRusticlOpenCL.so.1", "libRusticlOpenCL.so", "libqzsim-icd-rusticl.so", {}},
+        {"libsimulated-opencl.so.1", "libsimulated-opencl.so", "libqzsim-icd-simulated.so", {}},
     };
     return libraries;
 }

@@ -9,7 +9,7 @@ namespace qzsim {
 namespace {
 
 /// Sections that change what follows from the others, in the order in which they are looked at.
-constexpr std::string_view lateSections[] = {"pci", "kernel", "node", "proc"};
+constexpr std::string_view lateSections[] = {"icd", "pci", "kernel", "node", "proc"};
 
 bool isLate(const Section& section) {
     return std::find(std::begin(lateSections), std::end(lateSections), section.name) !=
@@ -120,7 +120,9 @@ void readLateSections(const std::vector<Section>& sections, std::string_view nam
         if (section.name != name)
             continue;
         SectionReader reader(section);
-        if (name == "pci")
+        if (name == "icd")
+            readIcd(reader, machine);
+        else if (name == "pci")
             readPciDevice(reader, machine);
         else if (name == "kernel")
             readKernel(reader, machine);
@@ -168,6 +170,8 @@ Machine parseMachine(std::string_view text, const std::string& file) {
     machine.libraries = chosenLibraries(libraries, hasNvidia, hasOpenCl);
     deriveCudaDevices(machine);
     numberDevices(machine);
+    registerDrivers(machine);
+    readLateSections(sections, "icd", machine);
     deriveKernelSide(sections, machine);
     return machine;
 }

@@ -66,6 +66,8 @@ struct ClDevice {
 
 struct ClPlatform {
     std::string name;
+    std::string icd;    ///< file that registers its driver, such as "nvidia.icd"
+    std::string driver; ///< its library
     bool answersName = true;
     std::optional<std::uint32_t> reportedDevices; ///< what the count says, whatever is returned
     std::vector<ClDevice> devices;
@@ -81,6 +83,12 @@ struct OpenClStack {
     std::string buildLog = "scripted build log\n";
     std::optional<std::uint32_t> reportedPlatforms;
     std::vector<ClPlatform> platforms;
+};
+
+/// A file of /etc/OpenCL/vendors.
+struct IcdFile {
+    std::string name;
+    std::string text;
 };
 
 struct SysfsFile {
@@ -135,6 +143,7 @@ struct Machine {
     std::vector<CudaDevice> cudaDevices;
     std::optional<std::uint32_t> reportedCudaDevices;
     OpenClStack openCl;
+    std::vector<IcdFile> icds;
     std::vector<std::string> drmEntries; ///< further names in /sys/class/drm
     std::vector<Card> cards;
     std::vector<PciDevice> pciDevices;

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include <dlfcn.h>
@@ -53,8 +55,32 @@ cl_device_id findPoclDevice(const RealOpenCl& real) {
     return nullptr;
 }
 
+/// Registers no drivers but those of a folder, as long as it lives; the real loader looks once.
+class OnlyDriversOf {
+  public:
+    explicit OnlyDriversOf(const char* folder) {
+        if (const char* set = std::getenv(variable))
+            before = set;
+        if (folder != nullptr)
+            setenv(variable, folder, 1);
+    }
+    ~OnlyDriversOf() {
+        if (before)
+            setenv(variable, before->c_str(), 1);
+        else
+            unsetenv(variable);
+    }
+    OnlyDriversOf(const OnlyDriversOf&) = delete;
+    OnlyDriversOf& operator=(const OnlyDriversOf&) = delete;
+
+  private:
+    static constexpr const char* variable = "OCL_ICD_VENDORS";
+    std::optional<std::string> before;
+};
+
 RealOpenCl openReal() {
     RealOpenCl real;
+    const OnlyDriversOf drivers(std::getenv("QZSIM_OPENCL_DRIVERS"));
     const char* path = std::getenv("QZSIM_REAL_OPENCL");
     real.library = path == nullptr ? nullptr : dlopen(path, RTLD_LAZY | RTLD_NODELETE);
     real.device = real.library == nullptr ? nullptr : findPoclDevice(real);

@@ -89,10 +89,9 @@ cl_int clGetPlatformIDs(cl_uint room, cl_platform_id* ids, cl_uint* count) {
         return *verdict.code;
     if ((ids != nullptr && room == 0) || (ids == nullptr && count == nullptr))
         return CL_INVALID_VALUE;
-    const auto real = static_cast<cl_uint>(platforms().size());
+    const auto real = static_cast<cl_uint>(offeredPlatforms().size());
     if (ids != nullptr)
-        for (cl_uint i = 0; i < std::min(room, real); ++i)
-            ids[i] = reinterpret_cast<cl_platform_id>(const_cast<ClPlatform*>(&platforms()[i]));
+        std::copy_n(offeredPlatforms().begin(), std::min(room, real), ids);
     if (count != nullptr) {
         const auto& reported = Session::instance().machine().openCl.reportedPlatforms;
         *count = static_cast<cl_uint>(verdict.number(reported.value_or(real)));

@@ -6,6 +6,7 @@
 //     preload/         the libraries to be preloaded
 //     dev/             files in place of device nodes
 //     proc/            files that stand over those of /proc
+//     icds/            to be /etc/OpenCL/vendors
 //     os-release       to be /etc/os-release; missing if there is to be none
 //     processes        the names of further processes, one a line
 //     opencl-drivers/  only if kernels run on PoCL: an empty folder for its registration
@@ -15,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <map>
 
 #include "simulator/lib/EntryPoints.h"
 #include "simulator/lib/Machine.h"
@@ -192,6 +194,17 @@ void copyOpenClLoader(const fs::path& folder, const std::string& loader) {
     writeFile(folder / "libRealOpenCL.so", image.bytes());
 }
 
+/// The libraries behind the OpenCL platforms, each once.
+std::vector<LibraryLink> openClDrivers(const Machine& machine) {
+    std::map<std::string, std::string> files;
+    for (const ClPlatform& platform : machine.openCl.platforms)
+        files[platform.driver] = findLibrary(platform.driver)->file;
+    std::vector<LibraryLink> drivers;
+    for (const auto& [link, file] : files)
+        drivers.push_back({link, file});
+    return drivers;
+}
+
 void layOut(const Machine& machine, const fs::path& folder, const std::string& realOpenCl) {
     const fs::path standIns = fs::read_symlink("/proc/self/exe").parent_path() / "lib";
     fs::create_directories(folder / "lib");
@@ -201,6 +214,11 @@ void layOut(const Machine& machine, const fs::path& folder, const std::string& r
     writeProc(folder / "proc", machine.procFiles);
     for (const LibraryLink& library : machine.libraries)
         writeLibrary(folder / "lib" / library.link, standIns / library.file, library, machine.faults);
+    fs::create_directory(folder / "icds");
+    for (const IcdFile& icd : machine.icds)
+        writeFile(folder / "icds" / icd.name, icd.text);
+    for (const LibraryLink& driver : openClDrivers(machine))
+        writeLibrary(folder / "lib" / driver.link, standIns / driver.file, driver, machine.faults);
     fs::create_symlink(standIns / "libqzsim-sysfs.so", folder / "preload/libqzsim-sysfs.so");
     if (machine.fastRandom)
         fs::create_symlink(standIns / "libqzsim-fastrandom.so", folder / "preload/libqzsim-fastrandom.so");

@@ -30,11 +30,15 @@ bool canExist(const PciPlace& place) {
 }
 
 bool isPciAddress(const std::string& address) {
-    PciPlace place;
-    unsigned function = 0;
-    return std::sscanf(address.c_str(), "%x:%x:%x.%x", &place.domain, &place.bus, &place.device, &function) ==
-               4 &&
-           canExist(place) && function <= 7 && addressText(place, function) == address;
+    std::array<std::uint32_t, 4> numbers{};
+    std::size_t next = 0;
+    for (const std::string& part : splitList(address, ':'))
+        for (const std::string& digits : splitList(part, '.'))
+            if (next < numbers.size())
+                numbers[next++] = static_cast<std::uint32_t>(parseNumber("0x" + digits).value_or(maxU32));
+    const PciPlace place{numbers[0], numbers[1], numbers[2]};
+    // Written again, it shows whatever else was in the text.
+    return canExist(place) && numbers[3] <= 7 && addressText(place, numbers[3]) == address;
 }
 
 const PciDevice* deviceAt(const Machine& machine, const std::string& address) {

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "simulator/lib/readSections.h"
 
 namespace qzsim {
@@ -35,6 +37,12 @@ std::uint64_t readType(SectionReader& section) {
     throw DescriptionError(section.section().place, "a device's type is gpu, cpu or accelerator: " + type);
 }
 
+bool isIcdName(const std::string& name) {
+    const std::string ending = ".icd";
+    return isFileName(name) && name.size() > ending.size() &&
+           name.compare(name.size() - ending.size(), ending.size(), ending) == 0;
+}
+
 std::vector<float> readResults(SectionReader& section, std::vector<float> fallback) {
     const Entry* entry = section.take("results");
     if (entry == nullptr)
@@ -51,7 +59,57 @@ std::vector<float> readResults(SectionReader& section, std::vector<float> fallba
     return results;
 }
 
+/// A driver and the file that registers it, by a word of its platforms' names.
+struct Driver {
+    std::string_view word;
+    std::string_view icd;
+    std::string_view file;
+};
+
+constexpr Driver drivers[] = {
+    {"NVIDIA", "nvidia.icd", "libnvidia-opencl.so.1"}, {"AMD", "amdocl64.icd", "libamdocl64.so"},
+    {"Clover", "mesa.icd", "libMesaOpenCL.so.1"},      {"rusticl", "rusticl.icd", "libRusticlOpenCL.so.1"},
+    {"", "simulated.icd", "libsimulated-opencl.so.1"},
+};
+
+void readDriver(SectionReader& section, ClPlatform& platform) {
+    const Driver* driver = std::find_if(std::begin(drivers), std::end(drivers), [&](const Driver& known) {
+        return platform.name.find(known.word) != std::string::npos;
+    });
+    platform.icd = section.text("icd", driver->icd);
+    platform.driver = section.text("library", driver->file);
+    const bool isKnown = std::any_of(std::begin(drivers), std::end(drivers),
+                                     [&](const Driver& known) { return known.file == platform.driver; });
+    if (!isIcdName(platform.icd) || !isKnown)
+        throw DescriptionError(section.section().place,
+                               "no driver and file for it: " + platform.driver + ", " + platform.icd);
+}
+
+bool hasIcd(const Machine& machine, const std::string& name) {
+    return std::any_of(machine.icds.begin(), machine.icds.end(),
+                       [&](const IcdFile& icd) { return icd.name == name; });
+}
+
 } // namespace
+
+void registerDrivers(Machine& machine) {
+    for (const ClPlatform& platform : machine.openCl.platforms)
+        if (!hasIcd(machine, platform.icd))
+            machine.icds.push_back({platform.icd, platform.driver + "\n"});
+}
+
+void readIcd(SectionReader& section, Machine& machine) {
+    const std::string& name = section.section().argument;
+    if (!isIcdName(name))
+        throw DescriptionError(section.section().place, "a driver's file needs its name: [icd nvidia.icd]");
+    machine.icds.erase(std::remove_if(machine.icds.begin(), machine.icds.end(),
+                                      [&](const IcdFile& icd) { return icd.name == name; }),
+                       machine.icds.end());
+    const std::string text = section.text("text", "");
+    if (!section.flag("missing", false))
+        machine.icds.push_back({name, text + "\n"});
+    section.finish();
+}
 
 void readOpenCl(SectionReader& section, Machine& machine) {
     OpenClStack& stack = machine.openCl;
@@ -77,6 +135,7 @@ void readPlatform(SectionReader& section, Machine& machine) {
         const Entry* name = section.take("name");
         platform.answersName = name == nullptr || name->value != "@refused";
         platform.name = numberedText(section, "name", "Simulated OpenCL", i);
+        readDriver(section, platform);
         if (const auto reported = section.number("reported_devices", 0, maxU32))
             platform.reportedDevices = static_cast<std::uint32_t>(*reported);
         machine.openCl.platforms.push_back(platform);

@@ -22,6 +22,7 @@ void readOpenCl(SectionReader& section, Machine& machine);
 void readPlatform(SectionReader& section, Machine& machine);
 void readClDevice(SectionReader& section, Machine& machine);
 void readCard(SectionReader& section, Machine& machine);
+void readIcd(SectionReader& section, Machine& machine);
 void readPciDevice(SectionReader& section, Machine& machine);
 void readNode(SectionReader& section, Machine& machine);
 void readProc(SectionReader& section, Machine& machine);
@@ -36,6 +37,9 @@ void derivePciDevices(Machine& machine);
 
 /// Adds the modules of the drivers that are bound; after [pci] sections.
 void deriveModules(Machine& machine);
+
+/// Adds the files that register the platforms' drivers; before [icd] sections.
+void registerDrivers(Machine& machine);
 
 /// Adds the device nodes of the drivers and /proc/driver/nvidia/version; before [node] and [proc] sections.
 void deriveNodes(Machine& machine);

@@ -57,6 +57,7 @@ class Layout:
         self.opencl_drivers = root / "opencl-drivers"
         _ask(build, description, str(root), str(real_opencl_loader() or ""), *faults)
         self.preloaded = sorted((root / "preload").iterdir())
+        self.icds = root / "icds"
         self.dev = root / "dev"
         self.proc = root / "proc"
         self.os_release = self._if_there("os-release")

@@ -71,7 +71,7 @@ class Simulation(Sandbox):
             if self.layout.uses_pocl and pocl_is_missing():
                 raise SandboxError(f"the machine's kernels run on PoCL, but {pocl_is_missing()}")
             super().__init__(sys=self.layout.sys, shm=shm, hidden=vendor_libraries(), share_pids=share_pids,
-                             no_proc=no_proc, more=[*_os_release(self.layout.os_release), *_over(self.layout.dev, "/dev"),
+                             no_proc=no_proc, more=[*_etc(self.layout), *_over(self.layout.dev, "/dev"),
                                                      *([] if no_proc else _over(self.layout.proc, "/proc"))])
         except BaseException:
             shutil.rmtree(self._root, ignore_errors=True)
@@ -111,6 +111,7 @@ class Simulation(Sandbox):
             "QZSIM_COUNTERS": str(files / "counters"),
             "QZSIM_KERNELS": str(files / "kernels"),
             "QZSIM_CYCLE_START": str(self.cycle_start),
+            "QZSIM_ICDS": "/etc/OpenCL/vendors",
             "PATH": self.path,
             "LD_LIBRARY_PATH": str(self.layout.libraries),
             "LD_PRELOAD": ":".join(str(path) for path in self.layout.preloaded),
@@ -120,14 +121,15 @@ class Simulation(Sandbox):
         }
         if self.layout.real_opencl is not None:
             environment["QZSIM_REAL_OPENCL"] = str(self.layout.real_opencl)
-            environment["OCL_ICD_VENDORS"] = str(self.layout.opencl_drivers)
+            environment["QZSIM_OPENCL_DRIVERS"] = str(self.layout.opencl_drivers)
         environment.update(self.environment)
         return environment
 
     def _inside(self, environment: Dict[str, str]) -> List[str]:
         """What bubblewrap starts: the machine's processes, then the program in its place."""
         settings = [f"{name}={value}" for name, value in environment.items()]
-        command = ["env", *settings, *self.wrap, self.program]
+        # The host's drivers are none of the machine's.
+        command = ["env", "-u", "OCL_ICD_VENDORS", *settings, *self.wrap, self.program]
         if not self.layout.processes:
             return command
         script = "".join(f"(exec -a {shlex.quote(name)} sleep 1000000) & " for name in self.layout.processes)
@@ -142,21 +144,24 @@ def _over(folder: Path, place: str) -> List[str]:
     return arguments
 
 
-def _os_release(simulated: Optional[Path]) -> List[str]:
-    """Arguments that put the machine's os-release in the place of the host's, or leave none there."""
-    host = Path("/etc/os-release")
-    if simulated is not None and host.exists():
+def _etc(layout: Layout) -> List[str]:
+    """Arguments that put the machine's os-release and OpenCL registrations in the place of the host's; a machine without
+    an os-release has none."""
+    os_release, vendors = Path("/etc/os-release"), Path("/etc/OpenCL/vendors")
+    command = []
+    if layout.os_release is None or not os_release.exists() or not vendors.is_dir():
+        # A file cannot be taken away from, or put into, a folder that is bound whole: /etc is laid out anew.
+        command += ["--tmpfs", "/etc"]
+        for path in sorted(Path("/etc").iterdir()):
+            if path.name in ("os-release", "OpenCL"):
+                continue
+            if path.is_symlink():
+                command += ["--symlink", os.readlink(path), str(path)]
+            else:
+                command += ["--ro-bind-try", str(path), str(path)]
+    elif os_release.is_symlink():
         # bubblewrap mounts on no symbolic link, which this mostly is.
-        return ["--ro-bind", str(simulated), str(host.resolve())]
-    # A file cannot be taken away from a folder that is bound whole: /etc is laid out anew, without it.
-    command = ["--tmpfs", "/etc"]
-    for path in sorted(Path("/etc").iterdir()):
-        if path.name == "os-release":
-            continue
-        if path.is_symlink():
-            command += ["--symlink", os.readlink(path), str(path)]
-        else:
-            command += ["--ro-bind-try", str(path), str(path)]
-    if simulated is not None:
-        command += ["--ro-bind", str(simulated), "/etc/os-release"]
-    return command
+        os_release = os_release.resolve()
+    if layout.os_release is not None:
+        command += ["--ro-bind", str(layout.os_release), str(os_release)]
+    return [*command, "--ro-bind", str(layout.icds), str(vendors)]

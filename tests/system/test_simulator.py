@@ -162,10 +162,39 @@ class Surroundings(Probing):
         (registered / "another.icd").write_text(f"{BUILD}/tests/system/drivers/brokenIcd/libbrokenIcd.so.1\n")
         platforms = ("(lambda n: (ctypes.CDLL(os.environ['QZSIM_REAL_OPENCL']).clGetPlatformIDs(0, None, ctypes.byref(n)),"
                      " n.value))(ctypes.c_uint())")
+        choose = "os.environ.__setitem__('OCL_ICD_VENDORS', os.environ['QZSIM_OPENCL_DRIVERS'])"
         host = ["bwrap", "--bind", "/", "/", "--dev", "/dev", "--ro-bind", str(registered), "/etc/OpenCL/vendors", "--"]
-        run = subprocess.run([*host, *LAUNCHER, "--program", str(self.probe), "workstation", platforms],
+        run = subprocess.run([*host, *LAUNCHER, "--program", str(self.probe), "workstation", choose, platforms],
                              capture_output=True, text=True, timeout=60, check=False)
-        self.assertEqual((run.returncode, run.stdout), (0, "(0, 1)\n"), run.stderr)
+        self.assertEqual((run.returncode, run.stdout), (0, "None\n(0, 1)\n"), run.stderr)
+
+    TWO_DRIVERS = "[opencl]\nmode = scripted\n[platform]\nname = NVIDIA CUDA\n[platform]\nname = rusticl\n"
+
+    def test_registered_opencl_drivers(self):
+        vendors = "/etc/OpenCL/vendors"
+        simulation = self.described(self.TWO_DRIVERS + "[icd rusticl.icd]\nmissing = yes\n[icd x.icd]\ntext = libnone.so\n"
+                                    "[os-release]\nmissing = yes\n", program=self.probe)
+        seen, _ = self.look(simulation, f"sorted(os.listdir('{vendors}'))", f"open('{vendors}/nvidia.icd').read()",
+                            "'OCL_ICD_VENDORS' in os.environ", "'found' if ctypes.CDLL('libRusticlOpenCL.so.1') else None",
+                            "os.path.exists('/etc/os-release')")
+        self.assertEqual(seen, [["nvidia.icd", "x.icd"], "libnvidia-opencl.so.1\n", False, "found", False])
+
+    def test_platforms_of_the_drivers_that_open(self):
+        count = "(lambda n: (ctypes.CDLL('libOpenCL.so.1').clGetPlatformIDs(0, None, ctypes.byref(n)), n.value))(ctypes.c_uint())"
+        chosen = self.folder / "chosen"
+        chosen.mkdir()
+        (chosen / "rusticl.icd").touch()
+        for fault, settings, expected in (
+                ((), {}, (0, 2)), (["libnvidia-opencl.so.1 = absent"], {}, (0, 1)),
+                (["libnvidia-opencl.so.1 = absent", "libRusticlOpenCL.so.1 = text-file"], {}, (-1001, 0)),
+                ((), {"OCL_ICD_VENDORS": str(chosen)}, (0, 1)),
+                (["libnvidia-opencl.so.1 = crash"], {"OCL_ICD_VENDORS": str(chosen)}, (0, 1)),
+                ((), {"OCL_ICD_VENDORS": str(chosen / "rusticl.icd")}, (0, 1))):
+            with self.subTest(fault=fault, settings=settings):
+                simulation = self.described(self.TWO_DRIVERS, faults=fault, program=self.probe, environment=settings)
+                self.assertEqual(self.look(simulation, count)[0], [expected])
+        run = self.described(self.TWO_DRIVERS, faults=["libnvidia-opencl.so.1 = crash"], program=self.probe).run(count)
+        self.assertEqual(run.exit_code, 128 + signal.SIGSEGV)
 
     def test_shared_memory(self):
         shared = self.folder / "shm"

@@ -151,17 +151,38 @@ class TestSimulatorKernelSide : public QObject {
                  QStringList{"driver/nvidia/version: 5"});
     }
 
+    void registeredDrivers() {
+        const Machine machine = parse("[icd nvidia.icd]\ntext = libother.so\n[platform]\nname = NVIDIA CUDA\n"
+                                      "[platform]\nname = Clover\n[platform]\nname = Clover\n"
+                                      "[platform]\nname = Else\nicd = a.icd\nlibrary = libamdocl64.so\n"
+                                      "[platform]\nname = rusticl\n[icd rusticl.icd]\nmissing = yes\n");
+        QStringList files;
+        for (const IcdFile& icd : machine.icds)
+            files << QString::fromStdString(icd.name + ": " + icd.text).trimmed();
+        files.sort();
+        QCOMPARE(files, (QStringList{"a.icd: libamdocl64.so", "mesa.icd: libMesaOpenCL.so.1",
+                                     "nvidia.icd: libother.so"}));
+        QCOMPARE(machine.openCl.platforms[0].driver, std::string("libnvidia-opencl.so.1"));
+        QCOMPARE(parse("[platform]\n").icds.at(0).text, std::string("libsimulated-opencl.so.1\n"));
+    }
+
     void errors_data() {
         QTest::addColumn<QByteArray>("text");
         QTest::addColumn<QByteArray>("said");
         const auto row = [](const char* name, const char* text, const char* said) {
             QTest::newRow(name) << QByteArray(text) << QByteArray(said);
         };
+        row("driver's file", "[icd nvidia]\n", "file:1: a driver's file needs its name: [icd nvidia.icd]");
+        row("driver's path", "[icd a/b.icd]\n", "file:1: a driver's file needs its name: [icd nvidia.icd]");
+        row("driver", "[platform]\nlibrary = libx.so\n",
+            "file:1: no driver and file for it: libx.so, simulated.icd");
+        row("platform's file", "[platform]\nicd = .icd\n",
+            "file:1: no driver and file for it: libsimulated-opencl.so.1, .icd");
         row("no address", "[pci]\n", "file:1: a PCI device needs its address: [pci 0000:41:00.0]");
         row("short address", "[pci 41:00.0]\n", "file:1: a PCI device needs its address: [pci 0000:41:00.0]");
         row("no vendor", "[pci 0000:41:00.0]\ndriver = x\n",
             "file:1: no GPU is at 0000:41:00.0, so its vendor must be given");
-        row("driver", "[pci 0000:41:00.0]\nvendor = 0x10de\ndriver = a/b\n",
+        row("kernel driver", "[pci 0000:41:00.0]\nvendor = 0x10de\ndriver = a/b\n",
             "file:1: not a driver's name: a/b");
         row("class", "[pci 0000:41:00.0]\nvendor = 0x10de\nclass = 0x1000000\n",
             "file:3: class must lie between 0 and 16777215: 0x1000000");
