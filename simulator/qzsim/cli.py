@@ -19,11 +19,15 @@ _EPILOG = """Without MACHINE the machines are listed. A fault is a line of a des
 "nvmlDeviceGetTemperature = fail 15 from 3"; see docs/simulator.md."""
 
 
+def add_build_option(parser: argparse.ArgumentParser) -> None:
+    parser.add_argument("--build", type=Path, default=_ROOT / "build/release", metavar="DIR",
+                        help="the build folder that holds the programs and the stand-ins (build/release)")
+
+
 def _parser() -> argparse.ArgumentParser:
     parser = argparse.ArgumentParser(prog="simulate", epilog=_EPILOG,
                                      description="Runs qzGpuInfo on a machine with simulated GPUs.")
-    parser.add_argument("--build", type=Path, default=_ROOT / "build/release", metavar="DIR",
-                        help="the build folder that holds the program and the stand-ins (build/release)")
+    add_build_option(parser)
     parser.add_argument("--program", default="qzGpuInfo", metavar="PROGRAM",
                         help="run this instead of qzGpuInfo: a path, or a name in the build folder or PATH")
     parser.add_argument("--fault", action="append", default=[], metavar="FAULT", help="one more thing that goes wrong")

@@ -1,6 +1,7 @@
 # The program on simulated machines. They need bubblewrap, and those whose kernels are really run need PoCL.
 
 qz_system_test(simulate_command)
+qz_system_test(demo TIMEOUT 180)
 qz_system_test(simulator TIMEOUT 180)
 qz_system_test(reports TIMEOUT 180)
 qz_system_test(advice TIMEOUT 180)

@@ -11,7 +11,7 @@ import re
 import simulated
 from simulated import BUILD, MACHINES, Expected, SimulatedCase, description
 
-MANY = {"cloud-equal-buses", "farm-node", "twenty-gpus"}
+MANY = {"cloud-equal-buses", "demo", "farm-node", "twenty-gpus"}
 CHOSEN = os.environ.get("QZ_MACHINES", "")
 WHOLE = CHOSEN == "all"
 # PoCL's threads bring the leak checker of a sanitizer build down. What is made and not released is counted all the same.
