@@ -2,11 +2,12 @@
 
 import argparse
 import contextlib
+import os
 import shlex
 import signal
 import sys
 from pathlib import Path
-from typing import Optional, Sequence, Union
+from typing import List, Optional, Sequence, Union
 
 from .layout import DescriptionError, list_machines, summary
 from .sandbox import SandboxError
@@ -47,7 +48,7 @@ def _list(build: Path) -> None:
     paths = list_machines()
     width = max(len(path.stem) for path in paths)
     for path in paths:
-        print(f"{path.stem:{width}}  {summary(build, path)}")
+        print(f"{path.stem:{width}}  {summary(build, path)}", flush=True)
 
 
 def _shm(text: Optional[str]) -> Union[str, int, None]:
@@ -62,6 +63,10 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
             _list(options.build)
             return 0
         return _run(options)
+    except BrokenPipeError:
+        # The reader has seen enough. What the interpreter still flushes at its end goes nowhere.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return 128 + signal.SIGPIPE
     except (DescriptionError, SandboxError) as error:
         print(f"simulate: {error}", file=sys.stderr)
         return 125
@@ -69,8 +74,13 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
 
 def _run(options: argparse.Namespace) -> int:
     run: Optional[SimulatedRun] = None
+    is_starting = False
+    early: List[int] = []
 
     def pass_on(number: int, _frame: object) -> None:
+        if is_starting:
+            early.append(number)
+            return
         if run is None:
             # Leaves the block below, which removes what is there of the machine.
             raise SystemExit(128 + number)
@@ -82,7 +92,11 @@ def _run(options: argparse.Namespace) -> int:
     with Simulation(options.machine, options.build, program=options.program, faults=options.fault,
                     shm=_shm(options.shm), share_pids=options.share_pids, no_proc=options.no_proc, wrap=options.wrap,
                     cycle_start=options.cycle_start) as simulation:
+        is_starting = True
         run = simulation.start(*options.arguments, stdout=None, stderr=None)
+        is_starting = False
+        for number in early:
+            pass_on(number, None)
         code = run.wait(timeout=None)
         if options.report is not None:
             options.report.write_text(run.report.as_json() + "\n")

@@ -58,14 +58,20 @@ class Simulation(Sandbox):
         if found is None:
             raise SandboxError(f"{program}: there is no such program")
         self.program = os.path.abspath(found)
+        for path in (self.build, Path(self.program)):
+            if _is_replaced(path):
+                raise SandboxError(f"{path}: a simulated machine has a /dev, /proc and /sys of its own, without this")
         self.description = find_description(machine)
         self.faults = list(faults)
         self.wrap = list(wrap)
         self.cycle_start = cycle_start
         self.environment = dict(environment or {})
         self._started = 0
-        self._root = Path(tempfile.mkdtemp(prefix="qzsim-"))
+        hides = _is_replaced(Path(tempfile.gettempdir()))
+        self._root = Path(tempfile.mkdtemp(prefix="qzsim-", dir="/tmp" if hides else None))
         try:
+            # Wherever the description is, the program sees this copy.
+            shutil.copyfile(self.description, self._root / "description")
             self.cache = kernel_cache(self._root)
             self.layout = Layout(self.build, self.description, self._root / "machine", faults)
             if self.layout.uses_pocl and pocl_is_missing():
@@ -106,7 +112,7 @@ class Simulation(Sandbox):
 
     def _environment(self, files: Path) -> Dict[str, str]:
         environment = {
-            "QZSIM_MACHINE": str(self.description),
+            "QZSIM_MACHINE": str(self._root / "description"),
             "QZSIM_FAULTS": "\n".join(self.faults),
             "QZSIM_COUNTERS": str(files / "counters"),
             "QZSIM_KERNELS": str(files / "kernels"),
@@ -136,6 +142,11 @@ class Simulation(Sandbox):
         return ["bash", "-c", script + 'exec "$@"', "bash", *command]
 
 
+def _is_replaced(path: Path) -> bool:
+    """Whether the sandbox puts something else in the place of the path's folder."""
+    return path.resolve().parts[1:2] in (("dev",), ("proc",), ("sys",))
+
+
 def _over(folder: Path, place: str) -> List[str]:
     """Arguments that put each entry of a folder over, or into, what is at `place`."""
     arguments = []
@@ -145,8 +156,7 @@ def _over(folder: Path, place: str) -> List[str]:
 
 
 def _etc(layout: Layout) -> List[str]:
-    """Arguments that put the machine's os-release and OpenCL registrations in the place of the host's; a machine without
-    an os-release has none."""
+    """Arguments that put the machine's os-release (or none) and its OpenCL registrations in the place of the host's."""
     os_release, vendors = Path("/etc/os-release"), Path("/etc/OpenCL/vendors")
     command = []
     if layout.os_release is None or not os_release.exists() or not vendors.is_dir():

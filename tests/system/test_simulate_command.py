@@ -37,6 +37,23 @@ class Command(SimulatedCase):
         for line in lines:
             self.assertRegex(line, r"^\S+  +\S.{10,}$")
 
+    def test_a_reader_of_the_list_that_has_seen_enough(self):
+        with subprocess.Popen([*LAUNCHER], stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+            self.assertTrue(process.stdout.readline())
+            process.stdout.close()
+            self.assertEqual((process.wait(60), process.stderr.read()), (128 + signal.SIGPIPE, b""))
+
+    def test_files_in_folders_that_the_machine_has_itself(self):
+        self.simulation("no-gpu")
+        with tempfile.TemporaryDirectory(dir="/dev/shm", prefix="qzsim-test-") as folder:
+            described = Path(folder) / "a.machine"
+            described.write_text("[nvidia]\ncompute = 8.9\n[platform]\n[opencl]\nmode = scripted\n")
+            run = simulate(described, "-queryNvCuda", env={**os.environ, "TMPDIR": folder})
+            self.assertEqual((run.returncode, run.stderr, os.listdir(folder)), (1, b"", ["a.machine"]))
+            hidden = simulate("--build", folder, "no-gpu")
+            self.assertEqual((hidden.returncode, hidden.stderr.decode()), (
+                125, f"simulate: {folder}: a simulated machine has a /dev, /proc and /sys of its own, without this\n"))
+
     def test_a_run(self):
         self.simulation("no-gpu")
         with tempfile.TemporaryDirectory() as folder:

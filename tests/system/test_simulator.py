@@ -121,7 +121,8 @@ class Surroundings(Probing):
         seen, _ = self.look(simulation, "[name for name in sorted(os.listdir('/dev')) if name[:2] in ('nv', 'kf')]",
                             "sorted(os.listdir('/dev/dri'))",
                             "[os.stat('/dev/' + name).st_mode & 0o777 for name in ('nvidia0', 'nvidiactl')]",
-                            "os.access('/dev/nvidia0', os.W_OK)", "os.path.exists('/dev/shm')", "open('/proc/version').read()",
+                            "os.access('/dev/nvidia0', os.W_OK)", "os.path.exists('/dev/shm')",
+                            "open('/proc/version').read()",
                             "open('/proc/driver/nvidia/version').readline().split()[7]")
         self.assertEqual(seen, [["nvidia-uvm", "nvidia0", "nvidiactl"], ["card3", "renderD128"], [0o666, 0], True, True,
                                 "Some other kernel\n", "550.54.14"])
@@ -172,10 +173,11 @@ class Surroundings(Probing):
 
     def test_registered_opencl_drivers(self):
         vendors = "/etc/OpenCL/vendors"
-        simulation = self.described(self.TWO_DRIVERS + "[icd rusticl.icd]\nmissing = yes\n[icd x.icd]\ntext = libnone.so\n"
-                                    "[os-release]\nmissing = yes\n", program=self.probe)
+        simulation = self.described(self.TWO_DRIVERS + "[icd rusticl.icd]\nmissing = yes\n[os-release]\nmissing = yes\n"
+                                    "[icd x.icd]\ntext = libnone.so\n", program=self.probe)
         seen, _ = self.look(simulation, f"sorted(os.listdir('{vendors}'))", f"open('{vendors}/nvidia.icd').read()",
-                            "'OCL_ICD_VENDORS' in os.environ", "'found' if ctypes.CDLL('libRusticlOpenCL.so.1') else None",
+                            "'OCL_ICD_VENDORS' in os.environ",
+                            "'found' if ctypes.CDLL('libRusticlOpenCL.so.1') else None",
                             "os.path.exists('/etc/os-release')")
         self.assertEqual(seen, [["nvidia.icd", "x.icd"], "libnvidia-opencl.so.1\n", False, "found", False])
 
