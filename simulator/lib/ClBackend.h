@@ -35,7 +35,8 @@ class ClBackend {
     virtual cl_int release(ClKind kind, void* handle) = 0;
 };
 
-/// Hands everything to PoCL through the real ICD loader, whose path is in QZSIM_REAL_OPENCL.
+/// Hands everything to PoCL, or another driver in its place, through the real ICD loader, whose path is in
+/// QZSIM_REAL_OPENCL.
 std::unique_ptr<ClBackend> makePoclBackend(const OpenClStack& stack);
 
 /// Computes nothing; a round takes the time that the description says.

@@ -17,14 +17,14 @@ namespace qzsim {
 
 namespace {
 
-/// The real loader's functions. Resolved once; the library stays open, for PoCL's threads do not end with it.
+/// The real loader's functions. Resolved once; the loader stays open, for PoCL's threads do not end with it.
 struct RealOpenCl {
-    void* library = nullptr;
+    void* loader = nullptr;
     cl_device_id device = nullptr;
 
     template <typename Function>
     Function* get(const char* name) const {
-        void* symbol = dlsym(library, name);
+        void* symbol = dlsym(loader, name);
         if (symbol == nullptr) {
             std::fprintf(stderr, "simulator: the real OpenCL loader has no %s\n", name);
             std::abort();
@@ -35,24 +35,14 @@ struct RealOpenCl {
 
 #define QZSIM_REAL(name) get<decltype(name)>(#name)
 
-/// The first device of the platform that PoCL is, or null.
-cl_device_id findPoclDevice(const RealOpenCl& real) {
-    std::array<cl_platform_id, 16> platforms{};
-    cl_uint count = 0;
-    if (real.QZSIM_REAL(clGetPlatformIDs)(static_cast<cl_uint>(platforms.size()), platforms.data(), &count) !=
-        0)
-        return nullptr;
-    count = std::min(count, static_cast<cl_uint>(platforms.size()));
-    for (cl_uint i = 0; i < count; ++i) {
-        std::array<char, 256> name{};
-        cl_device_id device = nullptr;
-        real.QZSIM_REAL(clGetPlatformInfo)(platforms[i], CL_PLATFORM_NAME, name.size() - 1, name.data(),
-                                           nullptr);
-        if (std::string(name.data()).find("Portable Computing Language") != std::string::npos &&
-            real.QZSIM_REAL(clGetDeviceIDs)(platforms[i], CL_DEVICE_TYPE_ALL, 1, &device, nullptr) == 0)
-            return device;
-    }
-    return nullptr;
+/// The first device behind the loader, or null. The loader sees one driver alone.
+cl_device_id findDevice(const RealOpenCl& real) {
+    cl_platform_id platform = nullptr;
+    cl_device_id device = nullptr;
+    const bool isFound =
+        real.QZSIM_REAL(clGetPlatformIDs)(1, &platform, nullptr) == 0 &&
+        real.QZSIM_REAL(clGetDeviceIDs)(platform, CL_DEVICE_TYPE_ALL, 1, &device, nullptr) == 0;
+    return isFound ? device : nullptr;
 }
 
 /// Registers no drivers but those of a folder, as long as it lives; the real loader looks once.
@@ -82,10 +72,11 @@ RealOpenCl openReal() {
     RealOpenCl real;
     const OnlyDriversOf drivers(std::getenv("QZSIM_OPENCL_DRIVERS"));
     const char* path = std::getenv("QZSIM_REAL_OPENCL");
-    real.library = path == nullptr ? nullptr : dlopen(path, RTLD_LAZY | RTLD_NODELETE);
-    real.device = real.library == nullptr ? nullptr : findPoclDevice(real);
+    real.loader = path == nullptr ? nullptr : dlopen(path, RTLD_LAZY | RTLD_NODELETE);
+    real.device = real.loader == nullptr ? nullptr : findDevice(real);
     if (real.device == nullptr)
-        std::fprintf(stderr, "simulator: no PoCL behind the OpenCL loader %s\n", path == nullptr ? "" : path);
+        std::fprintf(stderr, "simulator: no device behind the OpenCL loader %s\n",
+                     path == nullptr ? "" : path);
     return real;
 }
 

@@ -9,7 +9,7 @@
 //     icds/            to be /etc/OpenCL/vendors
 //     os-release       to be /etc/os-release; missing if there is to be none
 //     processes        the names of further processes, one a line
-//     opencl-drivers/  only if kernels run on PoCL: an empty folder for its registration
+//     opencl-drivers/  only if kernels are really run: an empty folder for the driver's registration
 //     libRealOpenCL.so likewise: a copy of the library REAL_OPENCL
 #include <array>
 #include <cstdio>

@@ -40,10 +40,12 @@ def pocl_vendor_files() -> List[Path]:
                   if b"pocl" in path.read_bytes().lower())
 
 
-def pocl_is_missing() -> Optional[str]:
-    """Why no kernel can be run for real on this host, or None."""
+def opencl_is_missing(driver: Optional[Path]) -> Optional[str]:
+    """Why no kernel can be run for real on this host by the driver (a library; None: PoCL), or None."""
     if real_opencl_loader() is None:
         return "no OpenCL loader is installed (package ocl-icd-libopencl1)"
-    if not pocl_vendor_files():
+    if driver is not None and not driver.exists():
+        return f"{driver} is not installed"
+    if driver is None and not pocl_vendor_files():
         return "PoCL is not installed (package pocl-opencl-icd)"
     return None

@@ -50,7 +50,8 @@ def _ask(build: Path, description: Path, *arguments: str) -> str:
 class Layout:
     """A machine's files below `root`. What a test changes there while the program runs, the program sees."""
 
-    def __init__(self, build: Path, description: Path, root: Path, faults: Sequence[str] = ()) -> None:
+    def __init__(self, build: Path, description: Path, root: Path, faults: Sequence[str] = (),
+                 opencl_driver: Optional[Path] = None) -> None:
         self.root = root
         self.sys = root / "sys"
         self.libraries = root / "lib"
@@ -63,9 +64,11 @@ class Layout:
         self.os_release = self._if_there("os-release")
         self.real_opencl = self._if_there("libRealOpenCL.so")
         self.processes = (root / "processes").read_text(encoding="utf-8").splitlines()
-        self.uses_pocl = self.opencl_drivers.exists()
-        if self.uses_pocl:
-            # PoCL alone: the loader would load every driver of the host otherwise.
+        self.runs_kernels = self.opencl_drivers.exists()
+        # One driver alone: the loader would load every driver of the host otherwise.
+        if self.runs_kernels and opencl_driver is not None:
+            (self.opencl_drivers / "driver.icd").write_text(f"{opencl_driver}\n", encoding="utf-8")
+        elif self.runs_kernels:
             for path in pocl_vendor_files():
                 shutil.copy(path, self.opencl_drivers)
 

@@ -8,7 +8,7 @@ from pathlib import Path
 from typing import Dict, List, Optional, Sequence, Union
 
 from .counters import Report
-from .host import pocl_is_missing, vendor_libraries
+from .host import opencl_is_missing, vendor_libraries
 from .layout import Layout, find_description, kernel_cache
 from .sandbox import Run, Sandbox, SandboxError
 
@@ -47,11 +47,13 @@ class Simulation(Sandbox):
     cycle_start what the "cycle" figures count from
     environment further variables for the program
     wrap        a command put before the program inside, such as ["strace", "-f"]
+    opencl_driver  the library that really runs the kernels, instead of PoCL
     """
 
     def __init__(self, machine: str, build: Path, program: Union[Path, str] = "qzGpuInfo", faults: Sequence[str] = (),
                  shm: Union[Path, str, int, None] = None, share_pids: bool = False, no_proc: bool = False,
-                 wrap: Sequence[str] = (), cycle_start: int = 0, environment: Optional[Dict[str, str]] = None) -> None:
+                 wrap: Sequence[str] = (), cycle_start: int = 0, environment: Optional[Dict[str, str]] = None,
+                 opencl_driver: Optional[Path] = None) -> None:
         self.build = Path(build).resolve()
         self.path = f"{self.build}:{os.environ.get('PATH', os.defpath)}"
         found = shutil.which(program, path=self.path)
@@ -73,9 +75,10 @@ class Simulation(Sandbox):
             # Wherever the description is, the program sees this copy.
             shutil.copyfile(self.description, self._root / "description")
             self.cache = kernel_cache(self._root)
-            self.layout = Layout(self.build, self.description, self._root / "machine", faults)
-            if self.layout.uses_pocl and pocl_is_missing():
-                raise SandboxError(f"the machine's kernels run on PoCL, but {pocl_is_missing()}")
+            self.layout = Layout(self.build, self.description, self._root / "machine", faults, opencl_driver)
+            missing = opencl_is_missing(opencl_driver) if self.layout.runs_kernels else None
+            if missing is not None:
+                raise SandboxError(f"the machine's kernels are really run, but {missing}")
             super().__init__(sys=self.layout.sys, shm=shm, hidden=vendor_libraries(), share_pids=share_pids,
                              no_proc=no_proc, more=[*_etc(self.layout), *_over(self.layout.dev, "/dev"),
                                                      *([] if no_proc else _over(self.layout.proc, "/proc"))])

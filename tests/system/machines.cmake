@@ -23,6 +23,11 @@ add_executable(smallBenchmark "${PROJECT_SOURCE_DIR}/app/main.cpp"
 target_link_libraries(smallBenchmark PRIVATE qz_app)
 set_target_properties(smallBenchmark PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests/harness")
 
+# Oclgrind checks memory by itself.
+if(NOT QZGPUINFO_SANITIZE)
+    qz_system_test(oclgrind TIMEOUT 600 ONCE)
+endif()
+
 # The time is for the whole product, which QZ_SWEEP=full asks for; the usual run takes a minute.
 qz_system_test(fault_sweep TIMEOUT 3600 ONCE)
 if(QZGPUINFO_SANITIZE)

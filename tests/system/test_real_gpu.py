@@ -73,7 +73,7 @@ def truth_with(index, **figures):
 
 class RealGpu(simulated.SimulatedCase):
     def build(self, folder):
-        """A build folder whose program has its benchmark on buffers of a kilobyte."""
+        """A build folder whose program has its benchmark on buffers of two kilobytes."""
         for name, target in (("qzGpuInfo", "tests/harness/smallBenchmark"), ("qzGpuStatus", "qzGpuStatus"),
                              ("benchmarks", "benchmarks")):
             Path(folder, name).symlink_to(simulated.BUILD / target)
