@@ -105,7 +105,8 @@ class Contents(unittest.TestCase):
     def test_what_there_is_to_read(self):
         folder = self.tree / "usr/share/doc/qzgpuinfo"
         self.assertEqual({path.name for path in folder.iterdir()}, {
-            "changelog.Debian.gz", "changelog.gz", "copyright", "examples", "library.md", "limits.md", "segment.md"})
+            "changelog.Debian.gz", "changelog.gz", "copyright", "examples", "farm-slurm.md", "library.md", "limits.md",
+            "segment.md"})
         for name, source in (("segment.md", "docs/segment.md"), ("limits.md", "docs/limits.md"),
                              ("library.md", "docs/library.md"), ("examples/read_segment.py", "docs/read_segment.py")):
             self.assertEqual((folder / name).read_bytes(), (SOURCE / source).read_bytes())
@@ -134,7 +135,7 @@ class Contents(unittest.TestCase):
             rights, owner, path = line.split(None, 5)[0], line.split()[1], line.split()[-1]
             if rights.startswith("l"):
                 continue
-            program = rights.startswith("d") or path.startswith("./usr/bin/")
+            program = rights.startswith("d") or path.startswith(("./usr/bin/", "./usr/libexec/"))
             with self.subTest(path):
                 self.assertEqual((rights[1:], owner), ("rwxr-xr-x" if program else "rw-r--r--", "root/root"))
 

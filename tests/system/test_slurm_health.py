@@ -168,6 +168,11 @@ class Drains(HealthCase):
         self.configure("required")
         self.drains(MISSING)
 
+    def test_a_companion_is_optional_unless_the_settings_say_otherwise(self):
+        self.settings.write_text(self.settings.read_text("utf-8").replace("companion = optional\n", ""), encoding="utf-8")
+        for _ in range(3):
+            self.expect()
+
     def test_a_list_that_cannot_be_used_only_where_a_companion_is_required(self):
         self.segment.write(block([RTX], version=1))
         for _ in range(3):
