@@ -108,7 +108,8 @@ class Contents(unittest.TestCase):
             "changelog.Debian.gz", "changelog.gz", "copyright", "examples", "farm-slurm.md", "library.md", "limits.md",
             "segment.md"})
         for name, source in (("segment.md", "docs/segment.md"), ("limits.md", "docs/limits.md"),
-                             ("library.md", "docs/library.md"), ("examples/read_segment.py", "docs/read_segment.py")):
+                             ("library.md", "docs/library.md"), ("farm-slurm.md", "docs/farm-slurm.md"),
+                             ("examples/read_segment.py", "docs/read_segment.py")):
             self.assertEqual((folder / name).read_bytes(), (SOURCE / source).read_bytes())
         examples = {path.name: path.read_bytes() for path in (SOURCE / "docs/examples").iterdir()}
         self.assertEqual({path.name: path.read_bytes() for path in (folder / "examples").iterdir()

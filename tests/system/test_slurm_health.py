@@ -210,8 +210,11 @@ class Drains(HealthCase):
     def test_an_old_reason_on_a_working_node(self):
         """A reason outlives what it was for, when somebody resumes the node in another way."""
         self.publish(RTX, LOST)
-        self.set_node(reason=ONE_OF_TWO)
+        self.set_node(reason=TWO_OF_TWO)
         self.expect(f"State=DRAIN Reason={ONE_OF_TWO}")
+        self.publish(RTX)
+        self.set_node(FEATURES, reason=ONE_OF_TWO)
+        self.expect()
 
 
 class DrainedByUs(HealthCase):
@@ -283,10 +286,14 @@ class DrainedByUs(HealthCase):
 
     def test_a_reason_that_is_followed_by_more(self):
         self.publish(RTX)
-        self.drained("new fan", behind=" Comment=State=IDLE Reason=qzgpuinfo: lost 1 of 2 GPUs")
-        self.expect()
+        for end in ("", " [root@now]"):
+            self.drained("new fan", behind=f" Comment=x State=IDLE Reason=qzgpuinfo: lost 1 of 1 GPUs{end}")
+            self.expect()
         self.drained(ONE_OF_TWO, behind=" Comment=[x@y] State=IDLE")
         self.expect()
+        self.set_node(FEATURES, behind=" Comment=see the State=IDLE+DRAIN of it")
+        self.publish(LOST)
+        self.expect("State=DRAIN Reason=qzgpuinfo: lost 1 of 1 GPUs")
 
     def test_a_node_that_is_down_as_well(self):
         self.publish(RTX)
