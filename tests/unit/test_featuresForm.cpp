@@ -134,6 +134,7 @@ class TestFeaturesForm : public QObject {
         row("AMD Radeon RX 7900 XTX", "rx7900xtx");
         row("AMD Radeon(TM) Graphics", "radeongraphics");
         row("a=b,c&d|e[f]*2", "a_b_c_d_e_f_2");
+        row("XYZ ABC", "xyzabc");
         row("--edge--", "edge");
         row("two\nlines\t\"quoted\"", "two_lines_quoted");
         row("G\xe9"
