@@ -3,6 +3,7 @@
 #include "doctor/Examination.h"
 #include "doctor/Options.h"
 #include "doctor/checks/registry.h"
+#include "tests/unit/testRows.h"
 
 using namespace doctor;
 
@@ -51,13 +52,12 @@ class TestDoctorOptions : public QObject {
     }
 
     void forms_data() {
-        QTest::addColumn<QString>("argument");
-        QTest::addColumn<int>("form");
-        QTest::newRow("json") << "--json" << int(Form::Json);
-        QTest::newRow("checks") << "--checks" << int(Form::Checks);
-        QTest::newRow("help") << "--help" << int(Form::Help);
-        QTest::newRow("h") << "-h" << int(Form::Help);
-        QTest::newRow("version") << "--version" << int(Form::Version);
+        const auto row = testColumns<QString, int>("argument", "form");
+        row("json", "--json", int(Form::Json));
+        row("checks", "--checks", int(Form::Checks));
+        row("help", "--help", int(Form::Help));
+        row("h", "-h", int(Form::Help));
+        row("version", "--version", int(Form::Version));
     }
     void forms() {
         QFETCH(QString, argument);

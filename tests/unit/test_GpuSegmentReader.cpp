@@ -24,6 +24,7 @@
 #include "RefusedCall.h"
 #include "ValidBlock.h"
 #include "reader/GpuSegmentReader.h"
+#include "tests/unit/testRows.h"
 
 using namespace std::chrono_literals;
 
@@ -97,11 +98,10 @@ class TestGpuSegmentReader : public QObject {
     }
 
     void onlyAnObjectOfItsUserAlone_data() {
-        QTest::addColumn<uint>("mode");
-        QTest::addColumn<SegmentResult>("result");
-        QTest::newRow("as a companion makes it") << 0600U << SegmentResult::Ok;
+        const auto row = testColumns<uint, SegmentResult>("mode", "result");
+        row("as a companion makes it", 0600U, SegmentResult::Ok);
         for (const uint mode : {0640U, 0660U, 0604U, 0606U, 0400U, 0700U, 01600U, 04600U})
-            QTest::newRow(qPrintable(QString::number(mode, 8))) << mode << SegmentResult::PermissionDenied;
+            row(qPrintable(QString::number(mode, 8)), mode, SegmentResult::PermissionDenied);
     }
     void onlyAnObjectOfItsUserAlone() {
         QFETCH(uint, mode);
@@ -166,10 +166,10 @@ class TestGpuSegmentReader : public QObject {
     }
 
     void anyWaitIsHonoured_data() {
-        QTest::addColumn<qint64>("wait");
-        QTest::newRow("the longest") << qint64{std::chrono::milliseconds::max().count()};
-        QTest::newRow("beyond the clock's end") << qint64{std::chrono::milliseconds::max().count() / 1000};
-        QTest::newRow("a century") << qint64{std::chrono::milliseconds{24h * 36525}.count()};
+        const auto row = testColumns<qint64>("wait");
+        row("the longest", qint64{std::chrono::milliseconds::max().count()});
+        row("beyond the clock's end", qint64{std::chrono::milliseconds::max().count() / 1000});
+        row("a century", qint64{std::chrono::milliseconds{24h * 36525}.count()});
     }
     void anyWaitIsHonoured() {
         QFETCH(qint64, wait);
@@ -257,12 +257,10 @@ class TestGpuSegmentReader : public QObject {
     }
 
     void whatTheSystemRefuses_data() {
-        QTest::addColumn<int>("call");
-        QTest::addColumn<uint>("flags");
-        QTest::addColumn<uint>("argument");
-        QTest::newRow("the lock") << int(SYS_flock) << 0u << 1u;
-        QTest::newRow("reading") << int(SYS_pread64) << 0u << 2u;
-        QTest::newRow("what the object is") << int(SYS_fstat) << 0u << 1u;
+        const auto row = testColumns<int, uint, uint>("call", "flags", "argument");
+        row("the lock", int(SYS_flock), 0u, 1u);
+        row("reading", int(SYS_pread64), 0u, 2u);
+        row("what the object is", int(SYS_fstat), 0u, 1u);
     }
 
     void whatTheSystemRefuses() {

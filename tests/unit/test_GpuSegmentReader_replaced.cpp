@@ -11,6 +11,7 @@
 #include <QTest>
 
 #include "reader/GpuSegmentReader.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -49,14 +50,12 @@ class TestGpuSegmentReader_replaced : public QObject {
 
   private slots:
     void following_data() {
-        QTest::addColumn<int>("replacements");
-        QTest::addColumn<bool>("found");
-        QTest::addColumn<int>("attempts");
-        QTest::newRow("never") << 0 << true << 1;
-        QTest::newRow("once") << 1 << true << 2;
-        QTest::newRow("as often as it follows") << 3 << true << 4;
-        QTest::newRow("once more") << 4 << false << 4;
-        QTest::newRow("again and again") << 50 << false << 4;
+        const auto row = testColumns<int, bool, int>("replacements", "found", "attempts");
+        row("never", 0, true, 1);
+        row("once", 1, true, 2);
+        row("as often as it follows", 3, true, 4);
+        row("once more", 4, false, 4);
+        row("again and again", 50, false, 4);
     }
     void following() {
         QFETCH(int, replacements);

@@ -2,6 +2,7 @@
 #include <QTest>
 
 #include "reader/status/Options.h"
+#include "tests/unit/testRows.h"
 
 using namespace qzstatus;
 
@@ -58,12 +59,8 @@ class TestOptions : public QObject {
     }
 
     void seconds_data() {
-        QTest::addColumn<double>("wait");
-        QTest::addColumn<double>("watch");
-        QTest::addColumn<double>("maxAge"); ///< -1: none
-        const auto row = [](const char* line, double wait, double watch, double maxAge) {
-            QTest::newRow(line) << wait << watch << maxAge;
-        };
+        // maxAge: /< -1: none
+        const auto row = testColumns<double, double, double>("wait", "watch", "maxAge");
         row("--wait 5", 5, 2, -1);
         row("--wait=0.25", 0.25, 2, -1);
         row("--wait 5. --max-age .5", 5, 2, 0.5);
@@ -83,10 +80,10 @@ class TestOptions : public QObject {
     }
 
     void texts_data() {
-        QTest::addColumn<QByteArray>("text");
+        const auto row = testColumns<QByteArray>("text");
         for (const char* text :
              {"a", "--json", "[a,b]", "{}", "\"q\"", "'q'", "\\x41", "%%", "a=b", "\xff\n\x1b["})
-            QTest::newRow(QByteArray(text).toHex()) << QByteArray(text);
+            row(QByteArray(text).toHex(), QByteArray(text));
     }
     /// A name is taken as it is, whatever it looks like.
     void texts() {
@@ -103,7 +100,7 @@ class TestOptions : public QObject {
     }
 
     void refused_data() {
-        QTest::addColumn<QByteArray>("line");
+        const auto row = testColumns<QByteArray>("line");
         for (const char* line : {"--nonsense",
                                  "plain",
                                  "''",
@@ -162,7 +159,7 @@ class TestOptions : public QObject {
                                  "--directory=",
                                  "--watch --output x",
                                  "--output x --watch 3"})
-            QTest::newRow(line) << QByteArray(line);
+            row(line, QByteArray(line));
         const char* const forms[] = {"--json",  "--prometheus", "--features",
                                      "--watch", "--help",       "--version"};
         for (const char* first : forms)

@@ -7,6 +7,7 @@
 #include "SegmentDirectory.h"
 #include "ValidBlock.h"
 #include "qzgpuinfo/Reader.h"
+#include "tests/unit/testRows.h"
 
 using qzgpuinfo::Gpu;
 using qzgpuinfo::GpuKind;
@@ -144,17 +145,15 @@ class TestReader : public QObject {
     }
 
     void kinds_data() {
-        QTest::addColumn<int>("code");
-        QTest::addColumn<GpuKind>("kind");
-        QTest::addColumn<QByteArray>("text");
+        const auto row = testColumns<int, GpuKind, QByteArray>("code", "kind", "text");
 
-        QTest::newRow("other") << 0 << GpuKind::Other << QByteArray("Other");
-        QTest::newRow("NVIDIA") << 1 << GpuKind::Cuda << QByteArray("Cuda");
-        QTest::newRow("AMD") << 2 << GpuKind::Amd << QByteArray("AMD");
-        QTest::newRow("Apple") << 3 << GpuKind::Metal << QByteArray("Metal");
-        QTest::newRow("summary") << 4 << GpuKind::Summary << QByteArray("-");
-        QTest::newRow("one more") << 5 << GpuKind::Unknown << QByteArray("unknown");
-        QTest::newRow("the last") << 255 << GpuKind::Unknown << QByteArray("unknown");
+        row("other", 0, GpuKind::Other, "Other");
+        row("NVIDIA", 1, GpuKind::Cuda, "Cuda");
+        row("AMD", 2, GpuKind::Amd, "AMD");
+        row("Apple", 3, GpuKind::Metal, "Metal");
+        row("summary", 4, GpuKind::Summary, "-");
+        row("one more", 5, GpuKind::Unknown, "unknown");
+        row("the last", 255, GpuKind::Unknown, "unknown");
     }
     void kinds() {
         QFETCH(int, code);
@@ -166,16 +165,15 @@ class TestReader : public QObject {
     }
 
     void namesAreUtf8_data() {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QByteArray>("name");
+        const auto row = testColumns<QByteArray, QByteArray>("bytes", "name");
 
         const QByteArray replaced("\xef\xbf\xbd");
-        QTest::newRow("empty") << QByteArray() << QByteArray();
-        QTest::newRow("two bytes each") << QByteArray("\xc3\xa4\xc3\xb6") << QByteArray("\xc3\xa4\xc3\xb6");
-        QTest::newRow("Latin-1") << QByteArray("GT\xdc 1") << "GT" + replaced + " 1";
-        QTest::newRow("cut short") << QByteArray("x\xe2\x82") << "x" + replaced;
-        QTest::newRow("63 bytes, none valid") << QByteArray(63, '\xff') << replaced.repeated(63);
-        QTest::newRow("no end") << QByteArray(64, 'y') << QByteArray(63, 'y');
+        row("empty", QByteArray(), QByteArray());
+        row("two bytes each", QByteArray("\xc3\xa4\xc3\xb6"), QByteArray("\xc3\xa4\xc3\xb6"));
+        row("Latin-1", QByteArray("GT\xdc 1"), "GT" + replaced + " 1");
+        row("cut short", QByteArray("x\xe2\x82"), "x" + replaced);
+        row("63 bytes, none valid", QByteArray(63, '\xff'), replaced.repeated(63));
+        row("no end", QByteArray(64, 'y'), QByteArray(63, 'y'));
     }
     void namesAreUtf8() {
         QFETCH(QByteArray, bytes);

@@ -8,6 +8,7 @@
 
 #include "tests/unit/ChildProcess.h"
 #include "tests/unit/SimulatedLibrary.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -82,12 +83,11 @@ class TestSimulatorNvidia : public QObject {
     }
 
     void names_data() {
-        QTest::addColumn<unsigned>("room");
-        QTest::addColumn<QByteArray>("written");
-        QTest::newRow("room") << 8u << QByteArray("First\0..", 8);
-        QTest::newRow("just room") << 6u << QByteArray("First\0..", 8);
-        QTest::newRow("no terminator") << 5u << QByteArray("First...");
-        QTest::newRow("cut") << 3u << QByteArray("Fir.....");
+        const auto row = testColumns<unsigned, QByteArray>("room", "written");
+        row("room", 8u, QByteArray("First\0..", 8));
+        row("just room", 6u, QByteArray("First\0..", 8));
+        row("no terminator", 5u, "First...");
+        row("cut", 3u, "Fir.....");
     }
 
     void names() {
@@ -194,21 +194,16 @@ class TestSimulatorNvidia : public QObject {
     }
 
     void faultsByCall_data() {
-        QTest::addColumn<QByteArray>("fault");
-        QTest::addColumn<QList<int>>("codes");
-        QTest::newRow("none") << QByteArray() << QList<int>{0, 0, 0};
-        QTest::newRow("always") << QByteArray("nvmlDeviceGetTemperature = fail 3") << QList<int>{3, 3, 3};
-        QTest::newRow("first") << QByteArray("nvmlDeviceGetTemperature = fail 3 at 1") << QList<int>{3, 0, 0};
-        QTest::newRow("last") << QByteArray("nvmlDeviceGetTemperature = fail 3 at 3") << QList<int>{0, 0, 3};
-        QTest::newRow("from") << QByteArray("nvmlDeviceGetTemperature = fail 15 from 2")
-                              << QList<int>{0, 15, 15};
-        QTest::newRow("this GPU") << QByteArray("nvmlDeviceGetTemperature#0 = fail 15")
-                                  << QList<int>{15, 15, 15};
-        QTest::newRow("another GPU") << QByteArray("nvmlDeviceGetTemperature#1 = fail 15")
-                                     << QList<int>{0, 0, 0};
-        QTest::newRow("two lines")
-            << QByteArray("nvmlDeviceGetTemperature = fail 1 at 1\nnvmlDeviceGetTemperature = fail 2 at 2")
-            << QList<int>{1, 2, 0};
+        const auto row = testColumns<QByteArray, QList<int>>("fault", "codes");
+        row("none", QByteArray(), QList<int>{0, 0, 0});
+        row("always", "nvmlDeviceGetTemperature = fail 3", QList<int>{3, 3, 3});
+        row("first", "nvmlDeviceGetTemperature = fail 3 at 1", QList<int>{3, 0, 0});
+        row("last", "nvmlDeviceGetTemperature = fail 3 at 3", QList<int>{0, 0, 3});
+        row("from", "nvmlDeviceGetTemperature = fail 15 from 2", QList<int>{0, 15, 15});
+        row("this GPU", "nvmlDeviceGetTemperature#0 = fail 15", QList<int>{15, 15, 15});
+        row("another GPU", "nvmlDeviceGetTemperature#1 = fail 15", QList<int>{0, 0, 0});
+        row("two lines", "nvmlDeviceGetTemperature = fail 1 at 1\nnvmlDeviceGetTemperature = fail 2 at 2",
+            QList<int>{1, 2, 0});
     }
 
     void faultsByCall() {
@@ -242,23 +237,18 @@ class TestSimulatorNvidia : public QObject {
     }
 
     void endsOfTheProcess_data() {
-        QTest::addColumn<QByteArray>("fault");
-        QTest::addColumn<bool>("withShutdown");
-        QTest::addColumn<int>("end");
+        const auto row = testColumns<QByteArray, bool, int>("fault", "withShutdown", "end");
         const int crashed = 1000 + SIGSEGV;
-        QTest::newRow("good") << QByteArray() << true << 0;
-        QTest::newRow("crash") << QByteArray("nvmlShutdown = crash") << true << crashed;
-        QTest::newRow("exit") << QByteArray("nvmlShutdown = exit 5") << true << 5;
-        QTest::newRow("crash at load") << QByteArray("libnvidia-ml.so.1 = crash") << true << crashed;
-        QTest::newRow("exit at load") << QByteArray("libnvidia-ml.so = exit 6") << true << 6;
-        QTest::newRow("other library") << QByteArray("libcuda.so.1 = exit 6") << true << 0;
-        QTest::newRow("unload") << QByteArray("libnvidia-ml.so.1 = crash-at-unload") << true << crashed;
-        QTest::newRow("unload after shutdown")
-            << QByteArray("libnvidia-ml.so.1 = crash-without-shutdown") << true << 0;
-        QTest::newRow("unload without shutdown")
-            << QByteArray("libnvidia-ml.so.1 = crash-without-shutdown") << false << crashed;
-        QTest::newRow("at exit, which _exit leaves out")
-            << QByteArray("libnvidia-ml.so.1 = crash-at-exit") << true << 0;
+        row("good", QByteArray(), true, 0);
+        row("crash", "nvmlShutdown = crash", true, crashed);
+        row("exit", "nvmlShutdown = exit 5", true, 5);
+        row("crash at load", "libnvidia-ml.so.1 = crash", true, crashed);
+        row("exit at load", "libnvidia-ml.so = exit 6", true, 6);
+        row("other library", "libcuda.so.1 = exit 6", true, 0);
+        row("unload", "libnvidia-ml.so.1 = crash-at-unload", true, crashed);
+        row("unload after shutdown", "libnvidia-ml.so.1 = crash-without-shutdown", true, 0);
+        row("unload without shutdown", "libnvidia-ml.so.1 = crash-without-shutdown", false, crashed);
+        row("at exit, which _exit leaves out", "libnvidia-ml.so.1 = crash-at-exit", true, 0);
     }
 
     void endsOfTheProcess() {
@@ -285,18 +275,12 @@ class TestSimulatorNvidia : public QObject {
     }
 
     void runtimeProperties_data() {
-        QTest::addColumn<QByteArray>("file");
-        QTest::addColumn<QByteArray>("function");
-        QTest::addColumn<int>("busOffset");
-        QTest::addColumn<int>("size");
-        QTest::newRow("11") << QByteArray("libqzsim-cudart11.so") << QByteArray("cudaGetDeviceProperties")
-                            << 584 << 728;
-        QTest::newRow("12") << QByteArray("libqzsim-cudart12.so") << QByteArray("cudaGetDeviceProperties_v2")
-                            << 584 << 1032;
-        QTest::newRow("12, plain") << QByteArray("libqzsim-cudart12.so")
-                                   << QByteArray("cudaGetDeviceProperties") << 584 << 728;
-        QTest::newRow("13") << QByteArray("libqzsim-cudart13.so") << QByteArray("cudaGetDeviceProperties")
-                            << 568 << 1008;
+        const auto row =
+            testColumns<QByteArray, QByteArray, int, int>("file", "function", "busOffset", "size");
+        row("11", "libqzsim-cudart11.so", "cudaGetDeviceProperties", 584, 728);
+        row("12", "libqzsim-cudart12.so", "cudaGetDeviceProperties_v2", 584, 1032);
+        row("12, plain", "libqzsim-cudart12.so", "cudaGetDeviceProperties", 584, 728);
+        row("13", "libqzsim-cudart13.so", "cudaGetDeviceProperties", 568, 1008);
     }
 
     void runtimeProperties() {

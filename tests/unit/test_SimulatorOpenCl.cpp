@@ -7,6 +7,7 @@
 
 #include "simulator/lib/ClApi.h"
 #include "tests/unit/SimulatedLibrary.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -248,13 +249,12 @@ class TestSimulatorOpenCl : public QObject {
     }
 
     void failingCreation_data() {
-        QTest::addColumn<QByteArray>("function");
-        QTest::addColumn<QByteArray>("kind");
-        QTest::newRow("context") << QByteArray("clCreateContext") << QByteArray("context");
-        QTest::newRow("queue") << QByteArray("clCreateCommandQueue") << QByteArray("queue");
-        QTest::newRow("program") << QByteArray("clCreateProgramWithSource") << QByteArray("program");
-        QTest::newRow("kernel") << QByteArray("clCreateKernel") << QByteArray("kernel");
-        QTest::newRow("buffer") << QByteArray("clCreateBuffer") << QByteArray("buffer");
+        const auto row = testColumns<QByteArray, QByteArray>("function", "kind");
+        row("context", "clCreateContext", "context");
+        row("queue", "clCreateCommandQueue", "queue");
+        row("program", "clCreateProgramWithSource", "program");
+        row("kernel", "clCreateKernel", "kernel");
+        row("buffer", "clCreateBuffer", "buffer");
     }
 
     void failingCreation() {

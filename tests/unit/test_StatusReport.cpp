@@ -8,6 +8,7 @@
 
 #include "reader/status/StatusReport.h"
 #include "support/FileDescriptor.h"
+#include "tests/unit/testRows.h"
 
 using namespace qzstatus;
 using namespace std::chrono_literals;
@@ -41,12 +42,10 @@ class TestStatusReport : public QObject {
 
   private slots:
     void waitingPausesBetweenReadings_data() {
-        QTest::addColumn<int>("waitMs");
-        QTest::addColumn<int>("fewest");
-        QTest::addColumn<int>("most");
-        QTest::newRow("no wait") << 0 << 1 << 1;
-        QTest::newRow("less than a pause") << 30 << 2 << 2;
-        QTest::newRow("three pauses") << 350 << 2 << 5; // every 100 ms, and at the end
+        const auto row = testColumns<int, int, int>("waitMs", "fewest", "most");
+        row("no wait", 0, 1, 1);
+        row("less than a pause", 30, 2, 2);
+        row("three pauses", 350, 2, 5); // every 100 ms, and at the end
     }
     void waitingPausesBetweenReadings() {
         QFETCH(int, waitMs);

@@ -8,6 +8,7 @@
 
 #include "reader/status/displayText.h"
 #include "reader/status/forms.h"
+#include "tests/unit/testRows.h"
 
 using namespace qzstatus;
 
@@ -18,12 +19,8 @@ class TestStatusText : public QObject {
     void initTestCase() { QVERIFY(std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr); }
 
     void decoding_data() {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QString>("text");
+        const auto row = testColumns<QByteArray, QString>("bytes", "text");
         const QString bad(QChar(0xFFFD));
-        const auto row = [](const char* name, const char* bytes, const QString& text) {
-            QTest::newRow(name) << QByteArray(bytes) << text;
-        };
         row("ASCII", "GPU 1", QStringLiteral("GPU 1"));
         row("two bytes, lowest", "\xc2\x80", QString(QChar(0x80)));
         row("two bytes, highest", "\xdf\xbf", QString(QChar(0x7FF)));
@@ -59,23 +56,19 @@ class TestStatusText : public QObject {
     }
 
     void cutting_data() {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("limit");
-        QTest::addColumn<QString>("shown");
-        QTest::addColumn<int>("columns");
-        QTest::newRow("fits exactly") << "abcd" << 4 << "abcd" << 4;
-        QTest::newRow("one too long") << "abcd" << 3 << QStringLiteral("ab…") << 3;
-        QTest::newRow("to one column") << "abcd" << 1 << QStringLiteral("…") << 1;
-        QTest::newRow("to none") << "abcd" << 0 << "" << 0;
-        QTest::newRow("below none") << "abcd" << -3 << "" << 0;
-        QTest::newRow("wide fits") << QStringLiteral("日本") << 4 << QStringLiteral("日本") << 4;
-        QTest::newRow("wide cut at its edge") << QStringLiteral("日本") << 3 << QStringLiteral("日…") << 3;
-        QTest::newRow("wide cut in its middle") << QStringLiteral("日本") << 2 << QStringLiteral("…") << 1;
-        QTest::newRow("escape") << "\x1b[31m" << 10 << QStringLiteral("\uFFFD[31m") << 5;
-        QTest::newRow("combining") << QStringLiteral("e\u0301") << 10 << QStringLiteral("e\uFFFD") << 2;
-        QTest::newRow("right to left override")
-            << QStringLiteral("\u202Ex") << 10 << QStringLiteral("\uFFFDx") << 2;
-        QTest::newRow("line break") << "a\nb\rc\td" << 10 << QStringLiteral("a\uFFFDb\uFFFDc\uFFFDd") << 7;
+        const auto row = testColumns<QString, int, QString, int>("text", "limit", "shown", "columns");
+        row("fits exactly", "abcd", 4, "abcd", 4);
+        row("one too long", "abcd", 3, QStringLiteral("ab…"), 3);
+        row("to one column", "abcd", 1, QStringLiteral("…"), 1);
+        row("to none", "abcd", 0, "", 0);
+        row("below none", "abcd", -3, "", 0);
+        row("wide fits", QStringLiteral("日本"), 4, QStringLiteral("日本"), 4);
+        row("wide cut at its edge", QStringLiteral("日本"), 3, QStringLiteral("日…"), 3);
+        row("wide cut in its middle", QStringLiteral("日本"), 2, QStringLiteral("…"), 1);
+        row("escape", "\x1b[31m", 10, QStringLiteral("\uFFFD[31m"), 5);
+        row("combining", QStringLiteral("e\u0301"), 10, QStringLiteral("e\uFFFD"), 2);
+        row("right to left override", QStringLiteral("\u202Ex"), 10, QStringLiteral("\uFFFDx"), 2);
+        row("line break", "a\nb\rc\td", 10, QStringLiteral("a\uFFFDb\uFFFDc\uFFFDd"), 7);
     }
     void cutting() {
         QFETCH(QString, text);
@@ -94,13 +87,12 @@ class TestStatusText : public QObject {
     }
 
     void shortestNumbers_data() {
-        QTest::addColumn<float>("value");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("zero") << 0.0F << "0";
-        QTest::newRow("hundredths") << 123.45F << "123.45";
-        QTest::newRow("needs nine digits") << 16777.217F << "16777.217";
-        QTest::newRow("below zero") << -1.5F << "-1.5";
-        QTest::newRow("largest") << std::numeric_limits<float>::max() << "3.4028235e+38";
+        const auto row = testColumns<float, QString>("value", "text");
+        row("zero", 0.0F, "0");
+        row("hundredths", 123.45F, "123.45");
+        row("needs nine digits", 16777.217F, "16777.217");
+        row("below zero", -1.5F, "-1.5");
+        row("largest", std::numeric_limits<float>::max(), "3.4028235e+38");
     }
     void shortestNumbers() {
         QFETCH(float, value);
@@ -110,15 +102,13 @@ class TestStatusText : public QObject {
     }
 
     void memoryRatios_data() {
-        QTest::addColumn<int>("used");
-        QTest::addColumn<int>("total");
-        QTest::addColumn<double>("ratio");
-        QTest::newRow("half") << 512 << 1024 << 0.5;
-        QTest::newRow("used above total") << 2048 << 1024 << 1.0;
-        QTest::newRow("below zero") << -5 << 1024 << 0.0;
-        QTest::newRow("of 1 MiB") << 1 << 1 << 1.0;
-        QTest::newRow("no total") << 5 << 0 << 0.0;
-        QTest::newRow("total below zero") << -5 << -10 << 0.0;
+        const auto row = testColumns<int, int, double>("used", "total", "ratio");
+        row("half", 512, 1024, 0.5);
+        row("used above total", 2048, 1024, 1.0);
+        row("below zero", -5, 1024, 0.0);
+        row("of 1 MiB", 1, 1, 1.0);
+        row("no total", 5, 0, 0.0);
+        row("total below zero", -5, -10, 0.0);
     }
     void memoryRatios() {
         QFETCH(int, used);

@@ -9,6 +9,7 @@
 #include "doctor/steps/StepRunner.h"
 #include "doctor/steps/processes.h"
 #include "tests/unit/ChildProcess.h"
+#include "tests/unit/testRows.h"
 
 using namespace doctor;
 using namespace std::chrono_literals;
@@ -132,15 +133,13 @@ class TestStepRunner : public QObject {
     }
 
     void badEnds_data() {
-        QTest::addColumn<int>("kind");
-        QTest::addColumn<int>("end");
-        QTest::addColumn<int>("code");
-        QTest::newRow("crash") << 0 << int(End::Crashed) << SIGSEGV;
-        QTest::newRow("abort") << 1 << int(End::Crashed) << SIGABRT;
-        QTest::newRow("exit") << 2 << int(End::Exited) << 3;
-        QTest::newRow("exit 0") << 3 << int(End::Exited) << 0;
-        QTest::newRow("hang") << 4 << int(End::TimedOut) << 0;
-        QTest::newRow("hang that takes no SIGTERM") << 5 << int(End::TimedOut) << 0;
+        const auto row = testColumns<int, int, int>("kind", "end", "code");
+        row("crash", 0, int(End::Crashed), SIGSEGV);
+        row("abort", 1, int(End::Crashed), SIGABRT);
+        row("exit", 2, int(End::Exited), 3);
+        row("exit 0", 3, int(End::Exited), 0);
+        row("hang", 4, int(End::TimedOut), 0);
+        row("hang that takes no SIGTERM", 5, int(End::TimedOut), 0);
     }
 
     void badEnds() {

@@ -5,6 +5,7 @@
 #include <QTest>
 
 #include "reader/isFresh.h"
+#include "tests/unit/testRows.h"
 
 Q_DECLARE_METATYPE(Freshness)
 
@@ -23,15 +24,10 @@ class TestIsFresh : public QObject {
 
   private slots:
     void judged_data() {
-        QTest::addColumn<QString>("flags");
-        QTest::addColumn<double>("age"); // below 0: ahead of the clock
-        QTest::addColumn<double>("maxAge");
-        QTest::addColumn<Freshness>("judgement");
+        // age: below 0: ahead of the clock
+        const auto row =
+            testColumns<QString, double, double, Freshness>("flags", "age", "maxAge", "judgement");
 
-        const auto row = [](const char* name, const char* flags, double age, double maxAge,
-                            Freshness judgement) {
-            QTest::newRow(name) << flags << age << maxAge << judgement;
-        };
         row("just published", "published", 0.0, any, Freshness::Fresh);
         row("five cycles", "published", 20.0, any, Freshness::Fresh);
         row("past five cycles", "published", 20.1, any, Freshness::TooOld);

@@ -9,32 +9,31 @@
 #include <QTest>
 
 #include "reader/isMappedUser.h"
+#include "tests/unit/testRows.h"
 
 class TestIsMappedUser : public QObject {
     Q_OBJECT
 
   private slots:
     void maps_data() {
-        QTest::addColumn<QByteArray>("map");
-        QTest::addColumn<uint>("user");
-        QTest::addColumn<bool>("isIn");
+        const auto row = testColumns<QByteArray, uint, bool>("map", "user", "isIn");
         const QByteArray whole = "         0          0 4294967295\n";
         const QByteArray container = "         0     100000      65536\n";
         const QByteArray two = "         0       1000          1\n     65534     165534          1\n";
-        QTest::newRow("the first namespace's root") << whole << 0U << true;
-        QTest::newRow("the first namespace's nobody") << whole << 65534U << true;
-        QTest::newRow("the last number") << whole << 4294967294U << true;
-        QTest::newRow("the one that is no user") << whole << 4294967295U << false;
-        QTest::newRow("a container's nobody") << container << 65534U << true;
-        QTest::newRow("a container's last") << container << 65535U << true;
-        QTest::newRow("behind a container's last") << container << 65536U << false;
-        QTest::newRow("the first of two lines") << two << 0U << true;
-        QTest::newRow("the second of two lines") << two << 65534U << true;
-        QTest::newRow("between two lines") << two << 1000U << false; // a number outside
-        QTest::newRow("no line") << QByteArray() << 65534U << false;
-        QTest::newRow("before the first") << QByteArray("1000 1000 1\n") << 999U << false;
-        QTest::newRow("a line that is cut short") << QByteArray("0 0") << 0U << false;
-        QTest::newRow("no numbers") << QByteArray("zero 0 1\n") << 0U << false;
+        row("the first namespace's root", whole, 0U, true);
+        row("the first namespace's nobody", whole, 65534U, true);
+        row("the last number", whole, 4294967294U, true);
+        row("the one that is no user", whole, 4294967295U, false);
+        row("a container's nobody", container, 65534U, true);
+        row("a container's last", container, 65535U, true);
+        row("behind a container's last", container, 65536U, false);
+        row("the first of two lines", two, 0U, true);
+        row("the second of two lines", two, 65534U, true);
+        row("between two lines", two, 1000U, false); // a number outside
+        row("no line", QByteArray(), 65534U, false);
+        row("before the first", "1000 1000 1\n", 999U, false);
+        row("a line that is cut short", "0 0", 0U, false);
+        row("no numbers", "zero 0 1\n", 0U, false);
     }
     void maps() {
         QFETCH(QByteArray, map);

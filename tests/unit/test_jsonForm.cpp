@@ -7,6 +7,7 @@
 
 #include "StatusReports.h"
 #include "reader/status/forms.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -134,12 +135,10 @@ class TestJsonForm : public QObject {
 
   private slots:
     void objects_data() {
-        QTest::addColumn<StatusReport>("report");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("four GPUs") << with(mixedReport(), [](StatusReport& report) {
-            report.summary = busyGpu();
-        }) << wholeObject;
-        QTest::newRow("no segment") << missingReport() << emptyObject;
+        const auto row = testColumns<StatusReport, QString>("report", "text");
+        row("four GPUs", with(mixedReport(), [](StatusReport& report) { report.summary = busyGpu(); }),
+            wholeObject);
+        row("no segment", missingReport(), emptyObject);
     }
     void objects() {
         QFETCH(StatusReport, report);
@@ -175,10 +174,9 @@ class TestJsonForm : public QObject {
     }
 
     void members_data() {
-        QTest::addColumn<StatusReport>("report");
-        QTest::addColumn<QString>("member");
+        const auto row = testColumns<StatusReport, QString>("report", "member");
         const auto gpu = [](const char* name, const auto& edit, const char* member) {
-            QTest::newRow(name) << freshReport({with(amdGpu(), edit)}) << member;
+            row(name, freshReport({with(amdGpu(), edit)}), member);
         };
         gpu(
             "unknown kind", [](GpuView& view) { view = unknownGpu(); },
@@ -193,10 +191,10 @@ class TestJsonForm : public QObject {
         gpu(
             "smallest score", [](GpuView& view) { view.speedGps = FLT_MIN; },
             "\"speedGps\": 1.1754944e-38\n");
-        QTest::newRow("measuring") << measuringReport() << "\"published\": true,\n  \"measuring\": true,\n";
-        QTest::newRow("age to a millisecond")
-            << with(freshReport(), [](StatusReport& report) { report.ageSeconds = 0.0006; })
-            << R"("ageSeconds": 0.001,)";
+        row("measuring", measuringReport(), "\"published\": true,\n  \"measuring\": true,\n");
+        row("age to a millisecond",
+            with(freshReport(), [](StatusReport& report) { report.ageSeconds = 0.0006; }),
+            R"("ageSeconds": 0.001,)");
     }
     void members() {
         QFETCH(StatusReport, report);

@@ -6,6 +6,7 @@
 
 #include "ValidBlock.h"
 #include "reader/GpuSegmentReader.h"
+#include "tests/unit/testRows.h"
 
 Q_DECLARE_METATYPE(SegmentResult)
 Q_DECLARE_METATYPE(std::uint8_t GpuDevice::*)
@@ -155,13 +156,12 @@ class TestParseSegment : public QObject {
     }
 
     void answering_data() {
-        QTest::addColumn<std::uint8_t GpuDevice::*>("marker");
-        QTest::addColumn<bool>("answers");
-        QTest::newRow("load") << &GpuDevice::hasUsage << true;
-        QTest::newRow("temperature") << &GpuDevice::hasTemperature << true;
-        QTest::newRow("used memory") << &GpuDevice::hasMemUsage << true;
-        QTest::newRow("total memory") << &GpuDevice::hasMemTotal << false;
-        QTest::newRow("score") << &GpuDevice::hasSpeed << false;
+        const auto row = testColumns<std::uint8_t GpuDevice::*, bool>("marker", "answers");
+        row("load", &GpuDevice::hasUsage, true);
+        row("temperature", &GpuDevice::hasTemperature, true);
+        row("used memory", &GpuDevice::hasMemUsage, true);
+        row("total memory", &GpuDevice::hasMemTotal, false);
+        row("score", &GpuDevice::hasSpeed, false);
     }
     void answering() {
         QFETCH(std::uint8_t GpuDevice::*, marker);

@@ -5,6 +5,7 @@
 #include "CaptureStdout.h"
 #include "app/log/logLine.h"
 #include "gpu/printGpuStatus.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -49,12 +50,7 @@ class TestPrintGpuStatus : public QObject {
     void cleanup() { logLevel = 3; }
 
     void header_data() {
-        QTest::addColumn<GpuDevice>("gpu");
-        QTest::addColumn<int>("index");
-        QTest::addColumn<QByteArray>("line");
-        const auto row = [](const char* name, const GpuDevice& gpu, int index, const char* line) {
-            QTest::newRow(name) << gpu << index << QByteArray(line);
-        };
+        const auto row = testColumns<GpuDevice, int, QByteArray>("gpu", "index", "line");
         row("Cuda", gpuOf(1, "NVIDIA GeForce RTX 4090"), 0, "---- #0   Cuda-0  RTX4090 ----");
         row("two digits", gpuOf(1, "NVIDIA GeForce RTX 4090", 10), 12, "---- #12  Cuda-10 RTX4090 ----");
         row("three digits", gpuOf(1, "x", 123), 12, "---- #12  Cuda-123 x ----");
@@ -129,11 +125,7 @@ class TestPrintGpuStatus : public QObject {
     }
 
     void figure_data() {
-        QTest::addColumn<Set>("set");
-        QTest::addColumn<QByteArray>("lines");
-        const auto row = [](const char* name, Set set, const char* lines) {
-            QTest::newRow(name) << set << QByteArray(lines);
-        };
+        const auto row = testColumns<Set, QByteArray>("set", "lines");
         row(
             "usage",
             [](GpuDevice& gpu) {

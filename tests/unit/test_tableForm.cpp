@@ -5,6 +5,7 @@
 
 #include "StatusReports.h"
 #include "reader/status/forms.h"
+#include "tests/unit/testRows.h"
 
 namespace {
 
@@ -28,38 +29,34 @@ class TestTableForm : public QObject {
     void initTestCase() { QVERIFY(std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr); }
 
     void tables_data() {
-        QTest::addColumn<StatusReport>("report");
-        QTest::addColumn<bool>("bars");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("four GPUs") << mixedReport() << false << R"(4 GPUs, published 1.2 s ago
+        const auto row = testColumns<StatusReport, bool, QString>("report", "bars", "text");
+        row("four GPUs", mixedReport(), false, R"(4 GPUs, published 1.2 s ago
 # KIND     NAME                         LOAD TEMP         MEMORY  SPEED FEATURES
 0 Cuda-0   NVIDIA GeForce RTX 4090       45%  60C 1024/24576 MiB 123.45 OpenCL OptiX
 1 Cuda-1   NVIDIA Tesla                   0%   0C     0/8192 MiB   0.00 -
 2 AMD-0    Navi 31                 no answer    -    -/16384 MiB      - RT
 3 Other--1 Bare                    no answer    -              -      - -
-)";
-        QTest::newRow("with bars") << mixedReport() << true << R"(4 GPUs, published 1.2 s ago
+)");
+        row("with bars", mixedReport(), true, R"(4 GPUs, published 1.2 s ago
 # KIND     NAME                         LOAD              TEMP         MEMORY               SPEED FEATURES
 0 Cuda-0   NVIDIA GeForce RTX 4090       45% [#####     ]  60C 1024/24576 MiB [          ] 123.45 OpenCL OptiX
 1 Cuda-1   NVIDIA Tesla                   0% [          ]   0C     0/8192 MiB [          ]   0.00 -
 2 AMD-0    Navi 31                 no answer                 -    -/16384 MiB                   - RT
 3 Other--1 Bare                    no answer                 -              -                   - -
-)";
-        QTest::newRow("bars of nothing") << freshReport({amdGpu()}) << true << R"(1 GPU, published 1.2 s ago
+)");
+        row("bars of nothing", freshReport({amdGpu()}), true, R"(1 GPU, published 1.2 s ago
 # KIND  NAME         LOAD TEMP      MEMORY SPEED FEATURES
 0 AMD-0 Navi 31 no answer    - -/16384 MiB     - RT
-)";
-        QTest::newRow("no GPU") << freshReport() << true << "0 GPUs, published 1.2 s ago\n";
-        QTest::newRow("measuring") << measuringReport() << true
-                                   << "0 GPUs, published 100.0 s ago, measuring\n";
-        QTest::newRow("of unknown age")
-            << with(freshReport(), [](StatusReport& report) { report.ageSeconds.reset(); }) << true
-            << "0 GPUs, published 0.0 s ago\n";
-        QTest::newRow("stale") << staleReport() << false << R"(STALE: no companion keeps the list fresh
+)");
+        row("no GPU", freshReport(), true, "0 GPUs, published 1.2 s ago\n");
+        row("measuring", measuringReport(), true, "0 GPUs, published 100.0 s ago, measuring\n");
+        row("of unknown age", with(freshReport(), [](StatusReport& report) { report.ageSeconds.reset(); }),
+            true, "0 GPUs, published 0.0 s ago\n");
+        row("stale", staleReport(), false, R"(STALE: no companion keeps the list fresh
 # KIND  NAME         LOAD TEMP      MEMORY SPEED FEATURES
 0 AMD-0 Navi 31 no answer    - -/16384 MiB     - RT
-)";
-        QTest::newRow("no segment") << missingReport() << false << "there is no segment\n";
+)");
+        row("no segment", missingReport(), false, "there is no segment\n");
     }
     void tables() {
         QFETCH(StatusReport, report);
@@ -106,14 +103,13 @@ class TestTableForm : public QObject {
     }
 
     void loadBars_data() {
-        QTest::addColumn<int>("percent");
-        QTest::addColumn<QString>("bar");
-        QTest::newRow("below zero") << -50 << "[          ]";
-        QTest::newRow("rounded down") << 4 << "[          ]";
-        QTest::newRow("rounded up") << 5 << "[#         ]";
-        QTest::newRow("nearly full") << 94 << "[######### ]";
-        QTest::newRow("full") << 100 << "[##########]";
-        QTest::newRow("above full") << 1000 << "[##########]";
+        const auto row = testColumns<int, QString>("percent", "bar");
+        row("below zero", -50, "[          ]");
+        row("rounded down", 4, "[          ]");
+        row("rounded up", 5, "[#         ]");
+        row("nearly full", 94, "[######### ]");
+        row("full", 100, "[##########]");
+        row("above full", 1000, "[##########]");
     }
     void loadBars() {
         QFETCH(int, percent);
