@@ -60,7 +60,7 @@ Recommends: libOpenCL.so.1()(64bit)
 %define _buildhost localhost
 %define use_source_date_epoch_as_buildtime 1
 %define clamp_mtime_to_source_date_epoch 1")
-foreach(folder include lib lib/systemd lib/systemd/system lib64/cmake lib64/pkgconfig share/bash-completion
+foreach(folder include lib libexec lib/systemd lib/systemd/system lib64/cmake lib64/pkgconfig share/bash-completion
                share/bash-completion/completions share/fish share/fish/vendor_completions.d share/man share/man/man1
                share/man/man5 share/zsh share/zsh/site-functions)
     list(APPEND CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION "/usr/${folder}")
