@@ -115,6 +115,40 @@ class TestReaderAndWriter : public QObject {
         QCOMPARE(seen(), std::make_tuple(true, true, true));
     }
 
+    /// Facts from before the wait would call the list of a moment ago unpublished, or an old one young.
+    void whatHoldsOnceTheLockIsFree() {
+        publish(uniformBlock(1));
+        const QByteArray path = (folder->path() + "/" + segmentKey).toUtf8();
+        const timespec longAgo[] = {{1000, 0}, {1000, 0}};
+        QCOMPARE(::utimensat(AT_FDCWD, path.constData(), longAgo, 0), 0);
+        QVERIFY(writer->lock());
+        std::thread publishing([&] {
+            std::this_thread::sleep_for(100ms);
+            const GpuInfoBlock block = uniformBlock(2);
+            writer->write(&block, publishedSize);
+            writer->mark(SegmentFlag::HasPublished);
+            writer->mark(SegmentFlag::Measuring);
+            writer->unlock();
+        });
+        GpuSnapshot snapshot;
+        const SegmentResult result = read(snapshot, 60s);
+        publishing.join();
+        QCOMPARE(result, SegmentResult::Ok);
+        QCOMPARE(snapshot.block.summary.usagePercent, 2);
+        QVERIFY(snapshot.published && snapshot.measuring);
+        QVERIFY(snapshot.ageSeconds < 100.0);
+    }
+
+    void aLockedSegmentHasItsFlagsToo() {
+        publish(uniformBlock(1));
+        QVERIFY(writer->mark(SegmentFlag::HasPublished));
+        QVERIFY(writer->lock());
+        GpuSnapshot snapshot;
+        QCOMPARE(read(snapshot, 0ms), SegmentResult::Locked);
+        QVERIFY(snapshot.opened && snapshot.writerAttached && snapshot.published && !snapshot.measuring);
+        QVERIFY(snapshot.ageSeconds < 100.0);
+    }
+
     void ahead() {
         publish(uniformBlock(1));
         const QByteArray path = (folder->path() + "/" + segmentKey).toUtf8();
