@@ -23,10 +23,11 @@ constexpr ActionForm actionForms[] = {
     {"fail", Action::Fail, Argument::Number, true, false, false},
     {"fail", Action::Fail, Argument::Errno, false, false, true},
     {"refuse", Action::Refuse, Argument::Errno, false, false, true},
-    {"answer", Action::Answer, Argument::Text, true, false, false},
+    {"answer", Action::Answer, Argument::Text, true, false, true},
     {"delay", Action::Delay, Argument::Number, true, true, true},
     {"hang", Action::Hang, Argument::None, true, true, true},
     {"crash", Action::Crash, Argument::None, true, true, false},
+    {"signal", Action::Signal, Argument::Number, true, true, false},
     {"exit", Action::Exit, Argument::Number, true, true, false},
     {"print", Action::Print, Argument::Text, true, true, false},
     {"fork", Action::Fork, Argument::Number, true, true, false},
@@ -97,7 +98,7 @@ void setArgument(Fault& fault, Argument form, const std::string& word, const Pla
     } else {
         const auto text = unquoted(word);
         if (!text)
-            throw DescriptionError(place, "an escape that is none: " + word);
+            throw DescriptionError(place, "invalid escape sequence: " + word);
         fault.text = *text;
     }
     const LibraryInfo* library = findLibrary(fault.target);

@@ -13,10 +13,11 @@ namespace qzsim {
 enum class Action {
     Fail,   ///< a function returns `number` and does nothing; a file's reading fails with errno `number`
     Refuse, ///< a file's opening fails with errno `number`
-    Answer, ///< a function answers `text` instead of what the machine says
+    Answer, ///< a function or a file answers `text` instead of what the machine says
     Delay,  ///< `number` milliseconds more
     Hang,   ///< never returns
     Crash,  ///< SIGSEGV
+    Signal, ///< the signal `number`
     Exit,   ///< the process ends with status `number`
     Print,  ///< `text` on standard output
     Fork,   ///< a child that inherits everything and lives for `number` milliseconds

@@ -45,7 +45,7 @@ std::optional<std::uint32_t> readReportedDevices(SectionReader& section) {
 
 /// What the tests expect of the program on this machine; the simulator itself has no use for it.
 void readExpectations(SectionReader& section) {
-    for (const char* key : {"queries", "scored", "unscored", "hidden", "left_over"})
+    for (const char* key : {"queries", "scored", "unscored", "hidden", "left_over", "problems", "exit_code"})
         section.take(key);
     section.finish();
 }

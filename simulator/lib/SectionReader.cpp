@@ -32,7 +32,7 @@ std::optional<std::string> SectionReader::text(std::string_view key) {
         return std::nullopt;
     auto bytes = unquoted(entry->value);
     if (!bytes)
-        throw DescriptionError(entry->place, "an escape that is none: " + entry->value);
+        throw DescriptionError(entry->place, "invalid escape sequence: " + entry->value);
     return bytes;
 }
 

@@ -75,7 +75,7 @@ const Fault* Session::opened(std::string_view path, std::uint64_t& reading) {
     for (const Fault& fault : description.faults) {
         if (fault.kind != TargetKind::File || fault.target != path || !fault.strikesAt(reading))
             continue;
-        if (fault.action == Action::Fail || fault.action == Action::Refuse)
+        if (fault.action == Action::Fail || fault.action == Action::Refuse || fault.action == Action::Answer)
             struck = &fault;
         else
             happen(fault);

@@ -30,14 +30,18 @@ void spawn(std::int64_t milliseconds) {
 
 } // namespace
 
-void crash() {
-    std::signal(SIGSEGV, SIG_DFL);
+[[noreturn]] void endBySignal(int number) {
+    std::signal(number, SIG_DFL);
     sigset_t signals;
     sigemptyset(&signals);
-    sigaddset(&signals, SIGSEGV);
+    sigaddset(&signals, number);
     sigprocmask(SIG_UNBLOCK, &signals, nullptr);
-    std::raise(SIGSEGV);
-    _exit(139);
+    std::raise(number);
+    _exit(128 + number);
+}
+
+void crash() {
+    endBySignal(SIGSEGV);
 }
 
 void sleepMilliseconds(std::int64_t milliseconds) {
@@ -69,6 +73,8 @@ void happen(const Fault& fault) {
             pause();
     case Action::Crash:
         crash();
+    case Action::Signal:
+        endBySignal(static_cast<int>(fault.number));
     case Action::Exit:
         std::exit(static_cast<int>(fault.number));
     case Action::Print:

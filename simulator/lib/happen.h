@@ -5,7 +5,7 @@
 
 namespace qzsim {
 
-/// Delay, Hang, Crash, Exit, Print, Fork and Spawn; any other action is left to whoever asked.
+/// Delay, Hang, Crash, Signal, Exit, Print, Fork and Spawn; any other action is left to whoever asked.
 void happen(const Fault& fault);
 
 /// Ends the process by SIGSEGV, whatever handler it has.

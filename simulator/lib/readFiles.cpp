@@ -45,10 +45,10 @@ SysfsFile readSysfsFile(const Entry& entry, std::string path, int index) {
     } else if (!first.empty() && first[0] == '@') {
         throw DescriptionError(entry.place, "not a kind of file: " + first);
     } else if (isQuoted(entry.value)) {
-        const auto bytes = unquoted(entry.value);
+        const auto bytes = unquoted(numbered(entry.value, index));
         if (!bytes)
-            throw DescriptionError(entry.place, "an escape that is none: " + entry.value);
-        file.bytes = numbered(*bytes, index);
+            throw DescriptionError(entry.place, "invalid escape sequence: " + entry.value);
+        file.bytes = *bytes;
     } else if (const auto figure = Figure::parse(entry.value); figure && figure->changes()) {
         file.kind = SysfsFile::Kind::Changing;
         file.figure = *figure;

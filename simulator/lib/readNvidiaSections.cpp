@@ -78,7 +78,11 @@ int repetitions(SectionReader& section) {
 }
 
 std::string numberedText(SectionReader& section, std::string_view key, std::string_view fallback, int index) {
-    return numbered(section.text(key, fallback), index);
+    const Entry* entry = section.take(key);
+    const auto bytes = unquoted(numbered(entry != nullptr ? entry->value : fallback, index));
+    if (!bytes)
+        throw DescriptionError(entry->place, "invalid escape sequence: " + entry->value);
+    return *bytes;
 }
 
 void readNvidia(SectionReader& section, Machine& machine) {

@@ -89,6 +89,8 @@ int openWatched(const char* path, OpenReal openReal) {
         errno = isUnreadable ? EACCES : static_cast<int>(fault->number);
         return -1;
     }
+    if (fault != nullptr && fault->action == Action::Answer)
+        return openText(fault->text);
     const bool changes = file != nullptr && file->kind == SysfsFile::Kind::Changing;
     const int descriptor =
         changes ? openText(std::to_string(Session::instance().valueAt(file->figure, reading)) + "\n")
@@ -110,8 +112,18 @@ bool failsToRead(int descriptor) {
     return true;
 }
 
-/// The entries of the watched folders that are being read, the next one last. They are returned by name, the
-/// last first: the same on every host's file system, and not as a program would list them that sorts.
+/// Where a name comes in a listing: cards as the description has them, then everything else.
+std::size_t placeOf(const char* name) {
+    const auto& cards = Session::instance().machine().cards;
+    std::size_t place = 0;
+    while (place < cards.size() && cards[place].name != name)
+        ++place;
+    return place;
+}
+
+/// The entries of the watched folders that are being read, the next one last. What is no card is returned by
+/// name, the last first: the same on every host's file system, and not as a program would list them that
+/// sorts.
 std::map<DIR*, std::vector<dirent64>> listings;
 std::mutex listingsGuard;
 
@@ -121,7 +133,9 @@ std::vector<dirent64> entriesOf(DIR* directory) {
     while (const dirent64* entry = real(directory))
         std::memcpy(&entries.emplace_back(), entry, entry->d_reclen);
     std::sort(entries.begin(), entries.end(), [](const dirent64& one, const dirent64& other) {
-        return std::strcmp(one.d_name, other.d_name) < 0;
+        const std::size_t place = placeOf(one.d_name);
+        const std::size_t otherPlace = placeOf(other.d_name);
+        return place != otherPlace ? place > otherPlace : std::strcmp(one.d_name, other.d_name) < 0;
     });
     return entries;
 }

@@ -69,7 +69,7 @@ class Surroundings(Probing):
             f"os.listdir('{card}hwmon/hwmon3')", f"open('{card}hwmon/hwmon4/temp1_input', 'rb').read()",
             f"open('{card}vendor').read()", f"open('{card}label')", f"open('{card}mem_info_vram_total')",
             f"open('{card}product_name')", "os.path.exists('/sys/devices/system/cpu')")
-        self.assertEqual(seen, [["version", "renderD128", "card7-DP-1", "card7"],
+        self.assertEqual(seen, [["card7", "version", "renderD128", "card7-DP-1"],
                                 "/sys/devices/pci0000:00/0000:0c:00.0", [], b"4\x005\n", "0x1002\n", 2, 2, 21, True])
 
     def test_failing_and_changing_files(self):
@@ -81,6 +81,20 @@ class Surroundings(Probing):
         self.assertEqual(seen, [16, "10\n", "20\n", "10\n", "0x1002\n", 13])
         self.assertEqual(run.report.opens[card + "mem_info_vram_used"], 3)
         self.assertEqual(run.report.opens[card + "gpu_busy_percent"], 1)
+
+    def test_files_that_answer_otherwise(self):
+        simulation = self.described(CARD, faults=['card7/vendor = answer "0x10de\\n" at 2'], program=self.probe)
+        vendor = "open('/sys/class/drm/card7/device/vendor').read()"
+        seen, _ = self.look(simulation, vendor, vendor, vendor)
+        self.assertEqual(seen, ["0x1002\n", "0x10de\n", "0x1002\n"])
+
+    def test_cards_come_in_the_order_of_the_description(self):
+        cards = ["card9", "card10", "card1", "card0", "card5"]
+        simulation = self.described("".join(f"[card {card}]\nvendor = 1\nconnectors = DP-1\n" for card in cards),
+                                    program=self.probe)
+        seen, _ = self.look(simulation, "os.listdir('/sys/class/drm')")
+        self.assertEqual([entry for entry in seen[0] if entry in cards], cards)
+        self.assertEqual(sorted(seen[0]), sorted([*cards, *(f"{card}-DP-1" for card in cards), "version"]))
 
     def test_files_that_the_test_changes(self):
         simulation = self.described(CARD, program=self.probe)

@@ -92,8 +92,8 @@ class TestSimulatorDescription : public QObject {
             "file:2: temperature must lie between 0 and 4294967295: 1, 4294967296");
         row("flag", "[nvidia]\nhandle = maybe\n", "file:2: handle must be yes or no: maybe");
         row("compute", "[nvidia]\ncompute = 8\n", "file:2: compute must be MAJOR.MINOR or none: 8");
-        row("escape", "[nvidia]\nname = \"\\q\"\n", "file:2: an escape that is none: \"\\q\"");
-        row("short escape", "[nvidia]\nname = \"\\x1\"\n", "file:2: an escape that is none: \"\\x1\"");
+        row("escape", "[nvidia]\nname = \"\\q\"\n", "file:2: invalid escape sequence: \"\\q\"");
+        row("short escape", "[nvidia]\nname = \"\\x1\"\n", "file:2: invalid escape sequence: \"\\x1\"");
         row("device without platform", "[device]\n", "file:1: a [device] comes after its [platform]");
         row("device type", "[platform]\n[device]\ntype = tpu\n",
             "file:2: a device's type is gpu, cpu or accelerator: tpu");
@@ -147,9 +147,10 @@ class TestSimulatorDescription : public QObject {
     }
 
     void repetition() {
-        const Machine machine = parse("[nvidia]\ncount = 3\nname = G{i}\nbus = 0xfe\ncompute = 7.5\n"
-                                      "[card card9]\ncount = 2\naddress = 0000:0f:00.0\nlabel = L{i}\n"
-                                      "[platform]\n[device]\ncount = 2\nnv_bus = 5\n");
+        const Machine machine =
+            parse("[nvidia]\ncount = 3\nname = G{i}\nbus = 0xfe\ncompute = 7.5\n"
+                  "[card card9]\ncount = 2\naddress = 0000:0f:00.0\nlabel = L{i}\n"
+                  "product_name = \"\\x7bi}\"\n[platform]\n[device]\ncount = 2\nnv_bus = 5\n");
         QCOMPARE(machine.nvmlGpus.size(), std::size_t{3});
         QCOMPARE(machine.nvmlGpus[2].name, std::string("G2"));
         QCOMPARE(machine.nvmlGpus[2].pci.bus, 0x100u);
@@ -157,7 +158,8 @@ class TestSimulatorDescription : public QObject {
         QCOMPARE(machine.cudaDevices[2].compute.minor, 5);
         QCOMPARE(machine.cards.at(1).name, std::string("card10"));
         QCOMPARE(machine.cards.at(1).address, std::string("0000:10:00.0"));
-        QCOMPARE(machine.cards.at(1).files.at(0).bytes, std::string("L1\n"));
+        QCOMPARE(machine.cards.at(1).files.at(1).bytes, std::string("L1\n"));
+        QCOMPARE(machine.cards.at(1).files.at(0).bytes, std::string("{i}"));
         const auto& devices = machine.openCl.platforms.at(0).devices;
         QCOMPARE(*devices.at(1).nvBus.value, 6u);
         QCOMPARE(devices.at(1).index, 1);

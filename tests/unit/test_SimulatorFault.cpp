@@ -53,6 +53,8 @@ class TestSimulatorFault : public QObject {
     void forms() {
         QCOMPARE(parse("clGetPlatformInfo = answer \"a b\\n\"").text, std::string("a b\n"));
         QVERIFY(parse("libOpenCL.so.1 = absent").action == Action::Absent);
+        QVERIFY(parse("clFinish = signal 6").action == Action::Signal);
+        QCOMPARE(parse("card0/gpu_busy_percent = answer \"many\\n\" at 2").text, std::string("many\n"));
         QVERIFY(parse("libOpenCL.so = text-file").action == Action::TextFile);
         QVERIFY(parse("cuInit = fork 50").action == Action::Fork);
         QVERIFY(parse("libcuda.so.1 = spawn 50").action == Action::Spawn);
@@ -92,7 +94,7 @@ class TestSimulatorFault : public QObject {
         row("libOpenCL.so.1#1 = absent", "only a function's fault can be one device's: libOpenCL.so.1#1");
         row("libOpenCL.so.1 = omit cuInit", "libOpenCL.so.1 has no function cuInit");
         row("card0/vendor = fail ENONSENSE", "not an errno: ENONSENSE");
-        row("clFinish = print \"\\z\"", "an escape that is none: \"\\z\"");
+        row("clFinish = print \"\\z\"", "invalid escape sequence: \"\\z\"");
     }
 
     void errors() {
