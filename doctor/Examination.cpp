@@ -33,8 +33,10 @@ class Plan {
         if (wants(NeedsProgram))
             add(
                 QStringLiteral("the program's own search"),
-                [=](Channel& channel) { runProgram(channel, {places, 1, isAsleep}); }, facts.programEnd,
-                true);
+                [=, readings = settings.readings](Channel& channel) {
+                    runProgram(channel, {places, readings, isAsleep});
+                },
+                facts.programEnd, true);
         if (wants(NeedsNvml))
             add(QStringLiteral("NVML"), askNvml, facts.nvmlEnd);
         if (wants(NeedsRights))
@@ -59,7 +61,11 @@ class Plan {
     }
 
     void run() {
-        QVector<StepOutcome> outcomes = StepRunner(settings.limits, settings.progress).run(steps);
+        StepRunner runner(settings.limits, settings.progress);
+        // The program's run is the first; a slow one is otherwise overtaken by the others.
+        const int alone = settings.recordsFirst ? 1 : 0;
+        QVector<StepOutcome> outcomes = runner.run(steps.mid(0, alone));
+        outcomes += runner.run(steps.mid(alone));
         for (int i = 0; i < outcomes.size(); ++i)
             *results[i] = std::move(outcomes[i]);
     }

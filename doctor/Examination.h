@@ -13,9 +13,11 @@ namespace doctor {
 
 struct ExaminationSettings {
     Places places;
-    QString user;            ///< whose rights are judged; empty: those of the one who runs the doctor
-    bool wakesCards = false; ///< examine cards that sleep
-    QString program;         ///< to be asked; usually the one beside the doctor
+    QString user;              ///< whose rights are judged; empty: those of the one who runs the doctor
+    bool wakesCards = false;   ///< examine cards that sleep
+    bool recordsFirst = false; ///< the program's run has the machine to itself
+    int readings = 1;          ///< its update cycles
+    QString program;           ///< to be asked; usually the one beside the doctor
     StepLimits limits;
     StepRunner::Progress progress;
 };

@@ -25,7 +25,7 @@ struct Report {
 /// For people. `columns`: where lines are broken; `colour`: with a terminal's colours.
 QByteArray textForm(const Report& report, int columns, bool colour);
 
-/// For programs: one JSON object, described in docs/doctor.md.
+/// For programs: one JSON object, described in docs/finding-out-why.md.
 QByteArray jsonForm(const Report& report);
 
 /// For Prometheus.

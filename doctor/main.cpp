@@ -13,6 +13,7 @@
 #include "doctor/Options.h"
 #include "doctor/Report.h"
 #include "doctor/probes/answersStep.h"
+#include "doctor/recording/describeMachine.h"
 #include "reader/status/Terminal.h"
 #include "reader/status/output.h"
 #include "support/standardStreams.h"
@@ -28,10 +29,10 @@ void complain(const QString& text) {
 }
 
 /// Writes to the file, or to standard output. False, after a message, when it can't.
-bool putOut(const QString& file, const QByteArray& text) {
+bool putOut(const QString& file, const QByteArray& text, unsigned mode = 0644) {
     const std::string_view bytes(text.constData(), static_cast<std::size_t>(text.size()));
     if (!file.isEmpty()) {
-        const std::string error = qzstatus::replaceFile(file.toLocal8Bit().toStdString(), bytes);
+        const std::string error = qzstatus::replaceFile(file.toLocal8Bit().toStdString(), bytes, mode);
         if (!error.empty())
             complain(QString::fromStdString(error));
         return error.empty();
@@ -42,6 +43,15 @@ bool putOut(const QString& file, const QByteArray& text) {
         complain(QStringLiteral("cannot write standard output: %1")
                      .arg(QString::fromLocal8Bit(std::strerror(error))));
     return error == 0;
+}
+
+/// Writes the recording, for its owner's eyes. Where it goes to standard output, nothing else may.
+bool putRecording(const Options& options, const Report& report) {
+    constexpr unsigned ownersOnly = 0600;
+    const QByteArray description =
+        describeMachine(report.facts, report.findings, {Places(), options.withIdentifiers});
+    const bool toStandardOutput = options.record == QLatin1String("-");
+    return putOut(toStandardOutput ? QString() : options.record, description, ownersOnly);
 }
 
 /// One line that is overwritten, on a terminal only.
@@ -100,8 +110,13 @@ int examineAndReport(const Options& options) {
     for (const Check& check : chosen)
         needs |= check.needs;
     ExaminationSettings settings;
+    settings.recordsFirst = !options.record.isEmpty();
+    if (settings.recordsFirst)
+        needs |= NeedsAnswers;
     settings.user = options.user;
-    settings.wakesCards = options.wake;
+    // A recording is of what the program does, which wakes what sleeps.
+    settings.wakesCards = options.wake || settings.recordsFirst;
+    settings.readings = options.readings;
     settings.program = programBeside();
     settings.limits.step = std::chrono::milliseconds(static_cast<qint64>(options.timeoutSeconds * 1000.0));
     const bool showsProgress = ::isatty(STDERR_FILENO) != 0;
@@ -113,6 +128,10 @@ int examineAndReport(const Options& options) {
         clearProgress();
     report.findings = judge(chosen, report.facts);
     report.gpus = gpusOf(report.facts);
+    if (!options.record.isEmpty() && !putRecording(options, report))
+        return Exit_Output;
+    if (options.record == QLatin1String("-"))
+        return exitCodeOf(report);
     return putOut(options.output, formed(report, options)) ? exitCodeOf(report)
                                                            : static_cast<int>(Exit_Output);
 }

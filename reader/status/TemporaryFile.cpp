@@ -74,10 +74,10 @@ TemporaryFile::~TemporaryFile() {
         ::unlink(path.c_str());
 }
 
-int TemporaryFile::fill(std::string_view text) const {
+int TemporaryFile::fill(std::string_view text, unsigned mode) const {
     if (const int error = writeAll(file.get(), text))
         return error;
-    return ::fchmod(file.get(), 0644) == 0 && ::fsync(file.get()) == 0 ? 0 : errno;
+    return ::fchmod(file.get(), mode) == 0 && ::fsync(file.get()) == 0 ? 0 : errno;
 }
 
 int TemporaryFile::renameTo(const std::string& target) {

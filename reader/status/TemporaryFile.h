@@ -21,8 +21,8 @@ class TemporaryFile {
     /// False, with the reason in `errno`, when it could not be created.
     bool isOpen() const { return file.isOpen(); }
 
-    /// Writes `text` to the disk; 0 or the `errno` of what failed.
-    int fill(std::string_view text) const;
+    /// Writes `text` to the disk and sets the file's mode; 0 or the `errno` of what failed.
+    int fill(std::string_view text, unsigned mode) const;
 
     /// Takes the place of `target`; 0 or the `errno` of the failure.
     int renameTo(const std::string& target);

@@ -67,7 +67,7 @@ bool takesOutput(int descriptor) {
     return ::poll(&asked, 1, second) > 0;
 }
 
-std::string replaceFile(const std::string& path, std::string_view text) {
+std::string replaceFile(const std::string& path, std::string_view text, unsigned mode) {
     struct stat info{};
     if (::lstat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode))
         return "cannot write '" + path + "': it is there and is no regular file";
@@ -81,7 +81,7 @@ std::string replaceFile(const std::string& path, std::string_view text) {
     TemporaryFile file(directory);
     if (!file.isOpen())
         return failed(path, errno);
-    if (const int error = file.fill(text))
+    if (const int error = file.fill(text, mode))
         return failed(path, error);
     if (const int error = file.renameTo(path))
         return failed(path, error);

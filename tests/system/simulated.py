@@ -22,15 +22,18 @@ MACHINES = sorted(path.stem for path in (SOURCE / "simulator/machines").glob("*.
 
 
 class Expected:
-    """What a machine of the list says the program does there, in its section [expected]."""
+    """What a machine of the list says the program does there, in its section [expected]; `text`: the description of
+    another."""
 
-    def __init__(self, machine):
+    def __init__(self, machine=None, text=None):
         sections = configparser.ConfigParser(strict=False, interpolation=None, delimiters="=")
-        sections.read_string(description(machine))
+        sections.read_string(description(machine) if text is None else text)
         section = sections["expected"]
         self.queries = {query.strip() for query in section.get("queries", "").split(",")} - {""}
         self.scored, self.unscored, self.hidden = (section.getint(key, 0) for key in ("scored", "unscored", "hidden"))
         self.left_over = {section["left_over"]: 1} if "left_over" in section else {}
+        self.problems = {check.strip() for check in section.get("problems", "").split(",")} - {""}
+        self.exit_code = section.get("exit_code", "0")
 
 
 class SimulatedCase(unittest.TestCase):
