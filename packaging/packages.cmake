@@ -2,7 +2,8 @@
 compressed("${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz" debian/changelog.in)
 
 # All that `./dev package` builds.
-add_custom_target(packaged DEPENDS qzGpuInfo qzGpuStatus qzgpureader qzgpuinfo qz_compressed_changelog qz_compressed_changelog.Debian)
+add_custom_target(packaged DEPENDS qzGpuInfo qzGpuStatus qzGpuDoctor qzgpureader qzgpuinfo
+                  qz_compressed_changelog qz_compressed_changelog.Debian)
 
 set(CPACK_PACKAGE_NAME qzgpuinfo)
 set(CPACK_PACKAGE_VENDOR "qzGpuInfo developers")
@@ -18,6 +19,9 @@ qzGpuStatus shows what a companion publishes: as a table, as JSON or as
 metrics for Prometheus. Libraries with a C and a C++ interface, with their
 CMake packages and pkg-config files, read the published list in other
 programs.
+@blank@
+qzGpuDoctor explains why a GPU is missing or slow to answer: it examines
+drivers, rights and OpenCL, and says what to do.
 @blank@
 No vendor library is needed; installed ones are loaded.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)

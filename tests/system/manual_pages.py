@@ -7,7 +7,7 @@ import subprocess
 from pathlib import Path
 
 FOLDER = Path(os.environ["QZGPUINFO_BUILD"], "packaging", "man")
-PAGES = ("qzGpuInfo.1", "qzGpuStatus.1", "qzGpuInfo_v2.5")
+PAGES = ("qzGpuInfo.1", "qzGpuStatus.1", "qzGpuDoctor.1", "qzGpuInfo_v2.5")
 
 
 def source(page):

@@ -7,7 +7,7 @@ import unittest
 from pathlib import Path
 
 from interactive_shell import PROMPT, InteractiveShell
-from test_manual import info_options, status_options
+from test_manual import doctor_options, info_options, status_options
 
 COMPLETIONS = Path(os.environ["QZGPUINFO_SOURCE"], "packaging/completions")
 # Each begins with a different character, so that one character completes it.
@@ -33,7 +33,7 @@ class InShell:
     def setUpClass(cls):
         if shutil.which(cls.program) is None or shutil.which("bwrap") is None:
             raise unittest.SkipTest(f"no {cls.program} or no bwrap here")
-        cls.shell = InteractiveShell(("qzGpuInfo", "qzGpuStatus", "sudo"), [*map(os.fsencode, NAMES), *NO_NAMES])
+        cls.shell = InteractiveShell(("qzGpuInfo", "qzGpuStatus", "qzGpuDoctor", "sudo"), [*map(os.fsencode, NAMES), *NO_NAMES])
         cls.addClassCleanup(cls.shell.close)
         cls.begin()
 
@@ -70,6 +70,7 @@ class InShell:
     def test_options(self):
         self.assertEqual(set(self.offered("qzGpuInfo -")), set(map(os.fsencode, info_options())))
         self.assertEqual(set(self.offered("qzGpuStatus -")), set(map(os.fsencode, status_options())))
+        self.assertEqual(set(self.offered("qzGpuDoctor -")), set(map(os.fsencode, doctor_options())))
         self.assertEqual(self.shell.type("qzGpuInfo -v -si\t"), [b"-v", b"-single"])
         self.assertEqual(self.shell.type("qzGpuInfo -v pla\t"), [b"-v", b"plain"])
         self.assertEqual(self.shell.type("qzGpuStatus --ma\t"), [b"--max-age"])
@@ -83,6 +84,8 @@ class InShell:
                 with self.subTest(option=option, name=name):
                     given = self.shell.type("qzGpuStatus " + option + self.begins("", name[0]) + "\t")
                     self.assertEqual(b" ".join(given), os.fsencode(option + name))
+            given = self.shell.type("qzGpuDoctor --record " + self.begins("", name[0]) + "\t")
+            self.assertEqual(given, [b"--record", os.fsencode(name)])
         for name in self.directories:
             with self.subTest(directory=name):
                 given = self.shell.type("qzGpuStatus --directory d" + self.begins("", name[0]) + "\t")
@@ -90,6 +93,9 @@ class InShell:
                 # A file is no directory: nothing is completed.
                 given = self.shell.type("qzGpuStatus --directory " + self.begins("", name[0]) + "\t")
                 self.assertEqual(given, [b"--directory", os.fsencode(name[0])])
+
+    def test_checks(self):
+        self.assertEqual(self.shell.type("qzGpuDoctor --only op\t"), [b"--only", b"opencl"])
 
     def test_seconds(self):
         self.assertEqual(self.shell.type("qzGpuStatus --wait \t"), [b"--wait"])
@@ -100,7 +106,7 @@ class Bash(InShell, unittest.TestCase):
     # Readline takes an escaped quote for the closing one, and the history's `!` cannot be escaped.
     unfit = {"": "", "'": "'", '"': '"!'}
     knows_sudo = False
-    load = f"source '{COMPLETIONS}/bash/qzGpuInfo'; source '{COMPLETIONS}/bash/qzGpuStatus'"
+    load = f"source '{COMPLETIONS}/bash/qzGpuInfo'; source '{COMPLETIONS}/bash/qzGpuStatus'; source '{COMPLETIONS}/bash/qzGpuDoctor'"
 
     @classmethod
     def begin(cls):

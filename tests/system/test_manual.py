@@ -12,14 +12,23 @@ import page_links
 
 SOURCE = Path(os.environ["QZGPUINFO_SOURCE"])
 STATUS = Path(os.environ["QZGPUINFO_BUILD"], "qzGpuStatus")
+DOCTOR = Path(os.environ["QZGPUINFO_BUILD"], "qzGpuDoctor")
 
 
-def status_help():
-    return subprocess.run([STATUS, "--help"], capture_output=True, text=True, timeout=20, check=True).stdout
+def help_of(program):
+    return subprocess.run([program, "--help"], capture_output=True, text=True, timeout=20, check=True).stdout
+
+
+def options_of(program):
+    return set(re.findall(r"(?<![\w-])(?:--[a-z][a-z-]*|-[a-z](?![\w-]))", help_of(program).split("Exit code")[0]))
 
 
 def status_options():
-    return set(re.findall(r"(?<![\w-])(?:--[a-z][a-z-]*|-[a-z](?=, ))", status_help().split("Exit codes")[0]))
+    return options_of(STATUS)
+
+
+def doctor_options():
+    return options_of(DOCTOR)
 
 
 def info_options():
@@ -63,14 +72,15 @@ class Pages(unittest.TestCase):
 
     def test_options(self):
         self.assertEqual(len(info_options()), 10)
-        for page, options in (("qzGpuInfo.1", info_options()), ("qzGpuStatus.1", status_options())):
+        for page, options in (("qzGpuInfo.1", info_options()), ("qzGpuStatus.1", status_options()),
+                              ("qzGpuDoctor.1", doctor_options())):
             with self.subTest(page):
                 heads, named = self.options_of(page)
                 self.assertEqual(heads, options)
                 self.assertEqual(named, options - {"-h"})
 
     def test_exit_codes_of_status(self):
-        listed = re.findall(r"^  (\d)  (.*)$", status_help().split("Exit codes:\n")[1], re.MULTILINE)
+        listed = re.findall(r"^  (\d)  (.*)$", help_of(STATUS).split("Exit codes:\n")[1], re.MULTILINE)
         self.assertEqual(len(listed), 8)
         page = "\n".join(manual_pages.section("qzGpuStatus.1", "EXIT STATUS"))
         page = re.findall(r"^(\d)\s+(.*)$", page, re.MULTILINE)
