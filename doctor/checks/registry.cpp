@@ -16,7 +16,7 @@ const std::vector<Check>& checks() {
         {"pci.devices", "the GPUs that are plugged in", NeedsProgram, judgePciDevices},
         {"pci.drivers", "the kernel driver of each", NeedsNothing, judgePciDrivers},
         {"nvidia.module", "NVIDIA's kernel module", NeedsProgram, judgeNvidiaModule},
-        {"nvidia.library", "NVML, the library that lists NVIDIA's GPUs", NeedsProgram | NeedsNvml,
+        {"nvidia.nvml", "NVML, the library that lists NVIDIA's GPUs", NeedsProgram | NeedsNvml,
          judgeNvmlLibrary},
         {"nvidia.start", "whether NVML starts, how fast, and what it counts", NeedsProgram | NeedsNvml,
          judgeNvmlStart},

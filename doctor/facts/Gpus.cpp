@@ -54,11 +54,10 @@ Reason whyRecordIsNotListed(const Facts& facts, const QVector<Gpu>& gpus, const 
 Reason whyNoNvml(const Facts& facts) {
     const ProgramFacts& run = facts.programRun;
     if (!run.hasOpened("nvidia-ml"))
-        return {QStringLiteral("NVML, the driver's management library, could not be opened"),
-                "nvidia.library"};
+        return {QStringLiteral("NVML, the driver's management library, could not be opened"), "nvidia.nvml"};
     const CallFacts* started = run.firstCall("nvmlInit_v2");
     if (started == nullptr)
-        return {QStringLiteral("NVML lacks a function that the program needs"), "nvidia.library"};
+        return {QStringLiteral("NVML lacks a function that the program needs"), "nvidia.nvml"};
     if (started->returned && started->status != 0)
         return {QStringLiteral("NVML does not start: %1").arg(nvmlStatusName(started->status)),
                 "nvidia.start"};

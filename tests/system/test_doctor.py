@@ -34,8 +34,8 @@ FAULTS = {
     "nvmlDeviceGetUtilizationRates = fail 15":
         {"nvidia.queries": "does not answer nvmlDeviceGetUtilizationRates: NVML_ERROR_GPU_IS_LOST (15)"},
     "nvmlShutdown = fail 999": {"nvidia.shutdown": "NVML does not shut down"},
-    "libnvidia-ml.so.1 = omit nvmlErrorString": {"nvidia.library": "lacks functions that the program needs: nvmlErrorString"},
-    "libnvidia-ml.so.1 = crash": {"nvidia.library": "NVML crashes (SIGSEGV) when libnvidia-ml.so.1 is opened",
+    "libnvidia-ml.so.1 = omit nvmlErrorString": {"nvidia.nvml": "lacks functions that the program needs: nvmlErrorString"},
+    "libnvidia-ml.so.1 = crash": {"nvidia.nvml": "NVML crashes (SIGSEGV) when libnvidia-ml.so.1 is opened",
                                   "pairing.run": "crashes (SIGSEGV)",
                                   "answers.queryGPU": "a shell shows exit code 139"},
     "libnvidia-ml.so.1 = crash-at-unload": {"pairing.run": "crashes (SIGSEGV) when libnvidia-ml.so.1 is closed",
