@@ -175,7 +175,7 @@ class TestJsonForm : public QObject {
 
     void members_data() {
         const auto row = testColumns<StatusReport, QString>("report", "member");
-        const auto gpu = [](const char* name, const auto& edit, const char* member) {
+        const auto gpu = [row](const char* name, const auto& edit, const char* member) {
             row(name, freshReport({with(amdGpu(), edit)}), member);
         };
         gpu(
