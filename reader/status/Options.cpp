@@ -74,10 +74,10 @@ void addOptions(CLI::App& app, Options& options) {
 
 } // namespace
 
-ParsedOptions parseOptions(const std::vector<std::string_view>& commandLine) {
+ParsedOptions parseOptions(const std::vector<std::string_view>& arguments) {
     ParsedOptions parsed;
-    if (const auto bad = std::find_if(commandLine.begin(), commandLine.end(), isRefused);
-        bad != commandLine.end()) {
+    if (const auto bad = std::find_if(arguments.begin(), arguments.end(), isRefused);
+        bad != arguments.end()) {
         parsed.error = "an argument without meaning: '" + std::string(*bad) + "'";
         return parsed;
     }
@@ -86,7 +86,7 @@ ParsedOptions parseOptions(const std::vector<std::string_view>& commandLine) {
     addOptions(app, parsed.options);
     try {
         app.parse(
-            std::vector<std::string>(commandLine.rbegin(), commandLine.rend())); // the last argument first
+            std::vector<std::string>(arguments.rbegin(), arguments.rend())); // the last argument first
     } catch (const CLI::Error& error) {
         parsed.error = error.what();
     }
