@@ -85,8 +85,7 @@ ParsedOptions parseOptions(const std::vector<std::string_view>& arguments) {
     app.set_help_flag(); // ours excludes other forms
     addOptions(app, parsed.options);
     try {
-        app.parse(
-            std::vector<std::string>(arguments.rbegin(), arguments.rend())); // the last argument first
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend())); // the last argument first
     } catch (const CLI::Error& error) {
         parsed.error = error.what();
     }
@@ -101,9 +100,9 @@ Without a form option: a table, cut to the terminal's width.
       --json             one JSON object; absent figures are null
       --prometheus       metrics in the Prometheus text exposition format
       --features         the GPUs' features for a job scheduler, on one line
-      --watch [SECONDS]  a table redrawn in place every SECONDS (default 2, at
-                         least 0.1) until interrupted; plain lines when
-                         standard output is no terminal
+      --watch [SECONDS]  a live table, with graphs where the terminal has room,
+                         read every SECONDS (default 2, at least 0.1) until q;
+                         plain lines when standard output is no terminal
   -h, --help             this text
       --version          the program's version
 

@@ -4,8 +4,10 @@
 #include <atomic>
 #include <cstdint>
 #include <ctime>
+#include <optional>
 
 #include <poll.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include "reader/status/exitCodes.h"
@@ -23,6 +25,25 @@ std::atomic<bool> stopAsked{false};
 std::atomic<bool> resized{false};
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
+/// Standard output's modes before the view changed them.
+std::optional<termios> modesBefore;
+
+/// Without SA_RESTART, so that a blocking `write` returns.
+void install(int signal, void (*handler)(int)) {
+    struct sigaction action{};
+    action.sa_handler = handler;
+    ::sigaction(signal, &action, nullptr);
+}
+
+void setModes(const termios& modes) {
+    // A job in the background would be stopped for this.
+    struct sigaction before{};
+    ::sigaction(SIGTTOU, nullptr, &before);
+    install(SIGTTOU, SIG_IGN);
+    ::tcsetattr(STDOUT_FILENO, TCSANOW, &modes);
+    ::sigaction(SIGTTOU, &before, nullptr);
+}
+
 void onEnding(int signal) {
     int none = 0;
     if (endingSignal.compare_exchange_strong(none, signal))
@@ -31,23 +52,33 @@ void onEnding(int signal) {
 
 void onStop(int /*signal*/) {
     stopAsked = true;
+    if (endingSignal == 0)
+        ::alarm(secondsToEnd);
 }
 
 void onResize(int /*signal*/) {
     resized = true;
 }
 
+/// The view waits for its output. All that is called here may be called in a signal handler.
 void onTimeUp(int /*signal*/) {
-    if (endingSignal == SIGQUIT)
-        quitBySignal();
-    ::_exit(ExitCode_Ok);
-}
-
-/// Without SA_RESTART, so that a blocking `write` returns.
-void install(int signal, void (*handler)(int)) {
-    struct sigaction action{};
-    action.sa_handler = handler;
-    ::sigaction(signal, &action, nullptr);
+    if (endingSignal != 0) {
+        if (modesBefore)
+            setModes(*modesBefore);
+        if (endingSignal == SIGQUIT)
+            quitBySignal();
+        ::_exit(ExitCode_Ok);
+    }
+    if (!stopAsked.exchange(false))
+        return;
+    termios modes{};
+    const bool restored = modesBefore && ::tcgetattr(STDOUT_FILENO, &modes) == 0;
+    if (restored)
+        setModes(*modesBefore);
+    WatchSignals::stop();
+    if (restored)
+        setModes(modes);
+    resized = true; // what is on the screen is not known
 }
 
 void installUnlessIgnored(int signal, void (*handler)(int)) {
@@ -60,6 +91,8 @@ void installUnlessIgnored(int signal, void (*handler)(int)) {
 } // namespace
 
 WatchSignals::WatchSignals(bool inPlace) {
+    if (termios modes{}; inPlace && ::tcgetattr(STDOUT_FILENO, &modes) == 0)
+        modesBefore = modes;
     ::sigemptyset(&caught);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGWINCH, SIGALRM})
         ::sigaddset(&caught, signal);
@@ -85,14 +118,17 @@ bool WatchSignals::arePending() {
 }
 
 bool WatchSignals::takeStop() {
-    return stopAsked.exchange(false);
+    const bool asked = stopAsked.exchange(false);
+    if (asked && endingSignal == 0)
+        ::alarm(0);
+    return asked;
 }
 
 bool WatchSignals::takeResize() {
     return resized.exchange(false);
 }
 
-void WatchSignals::waitUntil(std::chrono::steady_clock::time_point deadline) const {
+void WatchSignals::waitUntil(std::chrono::steady_clock::time_point deadline, int input) const {
     // Blocked between the question and the wait, or a signal there would be noticed only at the deadline.
     sigset_t unblocked{};
     ::sigprocmask(SIG_BLOCK, &caught, &unblocked);
@@ -101,7 +137,8 @@ void WatchSignals::waitUntil(std::chrono::steady_clock::time_point deadline) con
     if (!arePending() && !resized && left.count() > 0) {
         constexpr std::int64_t second = 1'000'000'000;
         const timespec timeout{left.count() / second, left.count() % second};
-        ::ppoll(nullptr, 0, &timeout, &unblocked);
+        pollfd asked[] = {{input, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+        ::ppoll(asked, input >= 0 ? 2 : 0, &timeout, &unblocked);
     }
     ::sigprocmask(SIG_SETMASK, &unblocked, nullptr);
 }

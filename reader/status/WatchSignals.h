@@ -6,9 +6,10 @@
 
 namespace qzstatus {
 
-/// While it lives, signals are recorded and interrupt a blocking `write`, so that the view can end in order.
-/// One second after a signal that ends it, the process ends in any case: its output may never take another
-/// byte. A signal that was ignored stays ignored; one that was blocked is unblocked. One object at a time.
+/// While it lives, signals are recorded and interrupt a blocking `write`, so that the view can end or stop in
+/// order. One second after such a signal the process ends or stops in any case, with the terminal's modes as
+/// they were: its output may never take another byte. A signal that was ignored stays ignored; one that was
+/// blocked is unblocked. One object at a time.
 class WatchSignals {
   public:
     /// `inPlace`: the terminal has to be restored before SIGTSTP stops the process.
@@ -27,8 +28,9 @@ class WatchSignals {
     static bool takeStop();
     static bool takeResize();
 
-    /// Returns at the deadline or at the first signal.
-    void waitUntil(std::chrono::steady_clock::time_point deadline) const;
+    /// Returns at the deadline, at the first signal, or when there is something to read from `input`. If that
+    /// is a terminal (-1: none), also when standard output was closed.
+    void waitUntil(std::chrono::steady_clock::time_point deadline, int input = -1) const;
 
     /// Stops the process as SIGTSTP does by default, until SIGCONT. In an orphaned process group, which
     /// nothing would continue, the kernel ignores it and this returns at once.

@@ -1,10 +1,13 @@
 #include "reader/status/displayText.h"
 
+#include <algorithm>
 #include <cwchar>
 
 namespace qzstatus {
 
 namespace {
+
+constexpr char32_t ellipsis = 0x2026;
 
 /// Columns of a character on a terminal; 0 or less: not to be shown there.
 int columnsOf(char32_t codePoint) {
@@ -16,7 +19,6 @@ int columnsOf(char32_t codePoint) {
 } // namespace
 
 DisplayText displayText(std::string_view bytes, int limit) {
-    constexpr char32_t ellipsis = 0x2026;
     std::u32string line = decodeUtf8(bytes);
     int columns = 0;
     for (char32_t& codePoint : line) {
@@ -41,6 +43,19 @@ DisplayText displayText(std::string_view bytes, int limit) {
     for (const char32_t codePoint : line)
         appendUtf8(result.text, codePoint);
     return result;
+}
+
+std::string asciiText(std::string_view line) {
+    std::string text;
+    for (const char32_t codePoint : decodeUtf8(line)) {
+        if (codePoint < 0x7F)
+            text += static_cast<char>(codePoint);
+        else if (codePoint == ellipsis)
+            text += '~';
+        else
+            text.append(static_cast<std::size_t>(std::max(columnsOf(codePoint), 1)), '?');
+    }
+    return text;
 }
 
 std::string padded(std::string_view bytes, int columns, bool alignRight) {

@@ -32,4 +32,7 @@ DisplayText displayText(std::string_view bytes, int limit = 1 << 20);
 /// `displayText` filled up with blanks to exactly `columns`.
 std::string padded(std::string_view bytes, int columns, bool alignRight);
 
+/// A line in ASCII that takes as many columns: each column of another character becomes "?", an ellipsis "~".
+std::string asciiText(std::string_view line);
+
 } // namespace qzstatus

@@ -5,6 +5,7 @@
 
 #include "reader/status/displayText.h"
 #include "reader/status/forms.h"
+#include "reader/status/tableLines.h"
 
 namespace qzstatus {
 
@@ -15,6 +16,7 @@ struct Column {
     int need; ///< the lowest goes first when the line is too wide
     bool alignRight;
     std::function<std::string(std::size_t, const GpuView&)> cell;
+    Tone (*tone)(const GpuView&) = nullptr; ///< null: always plain
 };
 
 constexpr int nameNeed = 100;     ///< never dropped, shortened instead
@@ -52,6 +54,18 @@ std::string speedCell(const GpuView& gpu) {
     return text;
 }
 
+Tone loadTone(const GpuView& gpu) {
+    return gpu.answering ? Tone::Plain : Tone::Lost;
+}
+
+Tone temperatureTone(const GpuView& gpu) {
+    return gpu.temperatureCelsius ? heatTone(*gpu.temperatureCelsius) : Tone::Plain;
+}
+
+Tone usedTone(const GpuView& gpu) {
+    return memoryTone(memoryRatio(gpu));
+}
+
 std::vector<Column> allColumns(bool bars) {
     std::vector<Column> columns{
         {"#", 99, true, [](std::size_t index, const GpuView&) { return std::to_string(index); }},
@@ -60,18 +74,21 @@ std::vector<Column> allColumns(bool bars) {
         {"LOAD", 90, true,
          [](std::size_t, const GpuView& gpu) {
              return gpu.answering ? figureText(gpu.usagePercent, "%") : "no answer";
-         }},
+         },
+         loadTone},
         {"", 60, false,
          [](std::size_t, const GpuView& gpu) {
              return gpu.usagePercent ? bar(static_cast<double>(*gpu.usagePercent) / 100.0) : "";
          }},
         {"TEMP", 80, true,
-         [](std::size_t, const GpuView& gpu) { return figureText(gpu.temperatureCelsius, "C"); }},
-        {"MEMORY", 70, true, [](std::size_t, const GpuView& gpu) { return memoryText(gpu); }},
+         [](std::size_t, const GpuView& gpu) { return figureText(gpu.temperatureCelsius, "C"); },
+         temperatureTone},
+        {"MEMORY", 70, true, [](std::size_t, const GpuView& gpu) { return memoryText(gpu); }, usedTone},
         {"", 50, false,
          [](std::size_t, const GpuView& gpu) {
              return gpu.memoryUsedMiB && gpu.memoryTotalMiB ? bar(memoryRatio(gpu)) : "";
-         }},
+         },
+         usedTone},
         {"SPEED", 20, true, [](std::size_t, const GpuView& gpu) { return speedCell(gpu); }},
         {"FEATURES", 10, false, [](std::size_t, const GpuView& gpu) { return features(gpu); }},
     };
@@ -87,17 +104,19 @@ struct Cells {
     int need;
     bool alignRight;
     int width;
-    std::vector<std::string> texts;
+    std::vector<TextRun> runs;
 };
 
 std::vector<Cells> fill(const StatusReport& report, bool bars) {
     std::vector<Cells> table;
     for (const Column& column : allColumns(bars)) {
-        Cells cells{column.need, column.alignRight, 0, {column.title}};
-        for (std::size_t i = 0; i < report.gpus.size(); ++i)
-            cells.texts.push_back(column.cell(i, report.gpus[i]));
-        for (const std::string& text : cells.texts)
-            cells.width = std::max(cells.width, displayText(text).columns);
+        Cells cells{column.need, column.alignRight, 0, {{column.title, Tone::Heading}}};
+        for (std::size_t i = 0; i < report.gpus.size(); ++i) {
+            const GpuView& gpu = report.gpus[i];
+            cells.runs.push_back({column.cell(i, gpu), column.tone ? column.tone(gpu) : Tone::Plain});
+        }
+        for (const TextRun& run : cells.runs)
+            cells.width = std::max(cells.width, displayText(run.text).columns);
         if (cells.width > 0) // no GPU has anything to draw a bar of
             table.push_back(std::move(cells));
     }
@@ -130,6 +149,26 @@ void fitInto(std::vector<Cells>& table, int width) {
     name.width = std::max(std::min(name.width, name.width - (lineWidth(table) - width)), 1);
 }
 
+} // namespace
+
+std::string plainText(const TextLine& line) {
+    std::string text;
+    for (const TextRun& run : line)
+        text += run.text;
+    text.erase(text.find_last_not_of(' ') + 1);
+    return text;
+}
+
+Tone heatTone(double celsius) {
+    constexpr double hotCelsius = 85.0;
+    return celsius >= hotCelsius ? Tone::Hot : Tone::Plain;
+}
+
+Tone memoryTone(double ratio) {
+    constexpr double fullRatio = 0.95;
+    return ratio >= fullRatio ? Tone::Full : Tone::Plain;
+}
+
 std::string headline(const StatusReport& report) {
     if (report.state != ReportState::Ok)
         return std::string(report.gpus.empty() ? "" : "STALE: ") + report.message;
@@ -140,23 +179,28 @@ std::string headline(const StatusReport& report) {
     return text;
 }
 
-} // namespace
+std::vector<TextLine> tableLines(const StatusReport& report, int width, bool bars) {
+    if (report.gpus.empty())
+        return {};
+    std::vector<Cells> table = fill(report, bars);
+    fitInto(table, width);
+    std::vector<TextLine> lines(report.gpus.size() + 1);
+    for (std::size_t row = 0; row < lines.size(); ++row) {
+        for (const Cells& cells : table) {
+            const TextRun& run = cells.runs[row];
+            if (!lines[row].empty())
+                lines[row].push_back({" "});
+            lines[row].push_back({padded(run.text, cells.width, cells.alignRight), run.tone});
+        }
+    }
+    return lines;
+}
 
 std::string tableForm(const StatusReport& report, int width, bool bars) {
     const int limit = width > 0 ? width : 1 << 20;
     std::string text = displayText(headline(report), limit).text + "\n";
-    if (report.gpus.empty())
-        return text;
-
-    std::vector<Cells> table = fill(report, bars);
-    fitInto(table, limit);
-    for (std::size_t row = 0; row <= report.gpus.size(); ++row) {
-        std::string line;
-        for (const Cells& cells : table)
-            line += (line.empty() ? "" : " ") + padded(cells.texts[row], cells.width, cells.alignRight);
-        line.erase(line.find_last_not_of(' ') + 1);
-        text += line + "\n";
-    }
+    for (const TextLine& line : tableLines(report, limit, bars))
+        text += plainText(line) + "\n";
     return text;
 }
 

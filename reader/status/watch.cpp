@@ -3,15 +3,21 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <clocale>
 #include <csignal>
-#include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <memory>
+#include <vector>
 
+#include <langinfo.h>
 #include <unistd.h>
 
 #include "reader/status/StatusReport.h"
 #include "reader/status/Terminal.h"
+#include "reader/status/WatchFrame.h"
+#include "reader/status/WatchHistory.h"
+#include "reader/status/WatchScreen.h"
 #include "reader/status/WatchSignals.h"
 #include "reader/status/forms.h"
 #include "reader/status/output.h"
@@ -31,22 +37,44 @@ std::string nowText() {
     return text;
 }
 
+/// Whether the user's locale has characters beyond ASCII. The program's own has, wherever it runs.
+bool isAsciiLocale() {
+    const locale_t users = ::newlocale(LC_CTYPE_MASK, "", nullptr);
+    if (users == nullptr)
+        return true;
+    const bool unicode = std::strcmp(::nl_langinfo_l(CODESET, users), "UTF-8") == 0;
+    ::freelocale(users);
+    return !unicode;
+}
+
 class Display {
   public:
-    Display() {
-        if (canRedraw(STDOUT_FILENO))
-            screen = std::make_unique<TerminalScreen>(STDOUT_FILENO);
-    }
+    Display() : screen(WatchScreen::open()), ascii(isAsciiLocale()) {}
 
     bool inPlace() const { return screen != nullptr; }
+    int keyInput() const { return screen ? screen->keyInput() : -1; }
+
+    /// The terminal of a view in place is gone.
+    bool isGone() const { return screen && screen->isGone(); }
+
+    void remember(const StatusReport& report) {
+        if (screen)
+            history.add(report);
+    }
 
     /// 0 or the `errno` of the write; EINTR when a signal ends or stops the view.
     int show(const StatusReport& report) {
         if (!screen)
             return writeAll(STDOUT_FILENO, lineForm(report, nowText()), WatchSignals::arePending);
-        const TerminalSize size = terminalSize(STDOUT_FILENO);
-        return screen->draw(tableForm(report, size.columns > 0 ? size.columns : 80, true), size.rows,
-                            WatchSignals::arePending);
+        const WatchFrame frame = layOut(report, history, view, {screen->columns(), screen->rows(), ascii});
+        shown = frame.shown;
+        screen->draw(frame.lines);
+        return 0;
+    }
+
+    void resize() {
+        if (screen)
+            screen->resize();
     }
 
     /// Stops the process, with the terminal as it was, until it is continued.
@@ -54,15 +82,30 @@ class Display {
         if (screen && takesOutput(STDOUT_FILENO))
             screen->leave();
         WatchSignals::stop();
-        if (screen)
-            screen->enter();
+        resize(); // it may have another size since
+    }
+
+    /// Does what the pressed keys ask for.
+    enum class Pressed { Nothing, Something, Quit };
+    Pressed takeKeys() {
+        Pressed pressed = Pressed::Nothing;
+        for (const Key key : screen ? screen->takeKeys() : std::vector<Key>{}) {
+            if (!applyKey(key, view, shown))
+                return Pressed::Quit;
+            pressed = Pressed::Something;
+        }
+        return pressed;
     }
 
   private:
-    std::unique_ptr<TerminalScreen> screen;
+    std::unique_ptr<WatchScreen> screen;
+    bool ascii;
+    WatchHistory history;
+    WatchView view;
+    ShownPart shown;
 };
 
-/// Shows readings until a signal ends the view (0) or a write fails (its `errno`).
+/// Shows readings until a key or a signal ends the view (0) or a write fails (its `errno`).
 int showReadings(const GpuSegmentReader& reader, const Options& options, const WatchSignals& signals) {
     const auto interval =
         std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.watchSeconds));
@@ -71,14 +114,23 @@ int showReadings(const GpuSegmentReader& reader, const Options& options, const W
     auto next = Clock::now();
     bool redraw = false;
     while (WatchSignals::ending() == 0) {
+        if (display.isGone())
+            return EIO;
         if (WatchSignals::takeStop()) {
             display.suspend();
             redraw = display.inPlace();
         }
-        if (WatchSignals::takeResize())
+        if (WatchSignals::takeResize()) {
+            display.resize();
             redraw = display.inPlace();
+        }
+        const Display::Pressed pressed = display.takeKeys();
+        if (pressed == Display::Pressed::Quit)
+            return 0;
+        redraw = redraw || pressed == Display::Pressed::Something;
         if (const auto now = Clock::now(); now >= next) {
             report = readReport(reader, options.maxAgeSeconds);
+            display.remember(report);
             // At once where the reading itself took longer than the interval (it may wait for the lock).
             next = std::max(next + interval, Clock::now());
             redraw = true;
@@ -88,7 +140,7 @@ int showReadings(const GpuSegmentReader& reader, const Options& options, const W
                 return error;
             redraw = false;
         }
-        signals.waitUntil(next);
+        signals.waitUntil(next, display.keyInput());
     }
     return 0;
 }

@@ -97,7 +97,7 @@ class Contents(unittest.TestCase):
         self.assertEqual(field("Homepage"), "")
         # Qt's library is in libqt5core5a up to Debian 12 and in libqt5core5t64 from 13 on.
         depends = fresh_root.InstalledPackages.names(field("Depends"))
-        self.assertRegex(" ".join(sorted(depends)), r"\Alibc6 libgcc-s1 libqt5core5(a|t64) libstdc\+\+6\Z")
+        self.assertRegex(" ".join(sorted(depends)), r"\Alibc6 libgcc-s1 libncursesw6 libqt5core5(a|t64) libstdc\+\+6 libtinfo6\Z")
 
     def test_changelog_is_of_this_version(self):
         changelog = (self.tree / "usr/share/doc/qzgpuinfo/changelog.Debian.gz").read_bytes()

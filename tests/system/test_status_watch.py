@@ -9,7 +9,7 @@ import unittest
 
 from segment_bytes import Segment, block, record
 from status_command import PROGRAM
-from terminal import ENTER, LEAVE, Terminal
+from terminal import COLOR, DOWN, ENTER, LEAVE, PAGE_DOWN, PAGE_UP, UP, Terminal
 
 GPUS = [record(b"NVIDIA GeForce RTX 4090", usage=45, temperature=60, total=24576, memory=(12288, 12288), speed=123.45,
                optix=1, cl_device=1),
@@ -18,13 +18,22 @@ GPUS = [record(b"NVIDIA GeForce RTX 4090", usage=45, temperature=60, total=24576
 OTHER = [record(b"Another GPU", usage=7)]
 
 
+def processor_time(pid):
+    """Seconds that a process has used so far."""
+    with open(f"/proc/{pid}/stat", encoding="ascii") as file:
+        used = file.read().rsplit(")", 1)[1].split()[11:13]
+    return sum(map(int, used)) / os.sysconf("SC_CLK_TCK")
+
+
 class OnATerminal(unittest.TestCase):
     def setUp(self):
         self.segment = Segment(block(GPUS))
         self.addCleanup(self.segment.__exit__)
 
-    def terminal(self, *arguments, **options):
-        terminal = Terminal([PROGRAM, "--directory", self.segment.directory, *arguments], **options)
+    def terminal(self, *arguments, command=(), **options):
+        if command:
+            arguments = ("--watch", "1")
+        terminal = Terminal([*command, PROGRAM, "--directory", self.segment.directory, *arguments], **options)
         self.addCleanup(terminal.__exit__)
         return terminal
 
@@ -81,7 +90,7 @@ class InPlace(OnATerminal):
         terminal.wait_for(lambda lines: "Another GPU" in lines[2])
         self.assertEqual(terminal.screen.text()[1:4], ["# KIND   NAME        LOAD              TEMP MEMORY SPEED FEATURES",
                                                        "0 Cuda-0 Another GPU   7% [#         ]    -      -     - -", ""])
-        self.assertEqual("".join(terminal.screen.text()[4:]), "")
+        self.assertEqual("".join(terminal.screen.text()[4:-1]), "")
         self.assertEqual(terminal.raw.count(ENTER), 1)
 
     def test_a_companion_that_ends_and_comes_back(self):
@@ -90,7 +99,7 @@ class InPlace(OnATerminal):
         self.segment.detach()
         terminal.wait_for(lambda lines: lines[0].startswith("STALE: ") and "NVIDIA" in lines[2])
         os.unlink(self.segment.path)
-        terminal.wait_for(lambda lines: "no segment" in lines[0] and not "".join(lines[1:]))
+        terminal.wait_for(lambda lines: "no segment" in lines[0] and not "".join(lines[1:-1]))
         self.segment.write(block(OTHER))
         self.segment.attach()
         terminal.wait_for(lambda lines: "1 GPU," in lines[0])
@@ -102,7 +111,7 @@ class InPlace(OnATerminal):
                 terminal.wait_for(lambda lines: "2 GPUs" in lines[0])
                 terminal.signal(number)
                 self.assertEqual(terminal.end(), 0)
-                self.assertTrue(terminal.raw.startswith(ENTER) and terminal.raw.endswith(LEAVE))
+                self.assertTrue(terminal.raw.startswith(ENTER) and terminal.raw.endswith((LEAVE, LEAVE + "\r")), terminal.raw[-80:])
                 self.assertFalse(terminal.screen.alternate or terminal.screen.cursor_hidden)
                 self.assertEqual(termios.tcgetattr(terminal.master), terminal.attributes)
 
@@ -111,7 +120,7 @@ class InPlace(OnATerminal):
         terminal.wait_for(lambda lines: "2 GPUs" in lines[0])
         os.write(terminal.master, b"\x03")
         self.assertEqual(terminal.end(), 0)
-        self.assertTrue(terminal.raw.endswith(LEAVE))
+        self.assertTrue(terminal.raw.endswith((LEAVE, LEAVE + "\r")), terminal.raw[-80:])
 
     def test_resized_while_it_waits(self):
         terminal = self.terminal("--watch", "3600")
@@ -130,6 +139,112 @@ class InPlace(OnATerminal):
     def test_one_row(self):
         terminal = self.watch(rows=1)
         terminal.wait_for(lambda lines: "2 GPUs" in lines[0])
+
+
+class Keys(OnATerminal):
+    def setUp(self):
+        super().setUp()
+        self.segment.write(block([record(b"GPU", index=i, usage=6 * i, temperature=90 - i, total=100, memory=(50, 50))
+                                  for i in range(16)]))
+
+    def press(self, terminal, keys, row):
+        """Waits until the first GPU's line begins like this."""
+        os.write(terminal.master, keys)
+        terminal.wait_for(lambda lines: lines[2].startswith(row))
+
+    def test_60_by_10(self):
+        terminal = self.terminal("--watch", "3600", columns=60, rows=10)
+        terminal.wait_for(lambda lines: lines[9].startswith(" 7 "))
+        self.assertRegex(terminal.screen.text()[0], r"\A16 GPUs, published \d\.\d s ago … 8 more\Z")
+
+    def test_scrolling_and_sorting(self):
+        terminal = self.terminal("--watch", "3600", columns=60, rows=10)
+        terminal.wait_for(lambda lines: lines[2].startswith(" 0 "))
+        for keys, row in ((DOWN, " 1 "), (DOWN + DOWN, " 3 "), (UP, " 2 "), (PAGE_DOWN, " 8 "), (DOWN, " 8 "),
+                          (PAGE_UP, " 0 "), (b"s", "15 "), (b"x", "15 "), (b"s", " 0 ")):
+            self.press(terminal, keys, row)
+
+    def test_graphs_table_and_help(self):
+        terminal = self.terminal("--watch", "3600")
+        terminal.wait_for(lambda lines: lines[23].startswith("q quit  s sort  g graphs  ? help"))
+        for keys, sign in ((b"g", "g table"), (b"g", "g graphs"), (b"?", "g graphs")):
+            os.write(terminal.master, keys)
+            terminal.wait_for(lambda lines, sign=sign: sign in lines[23])
+            terminal.wait_for(lambda lines, keys=keys, sign=sign:
+                              lines[3].startswith({"g table": "load "}.get(sign, "  arrows" if keys == b"?" else " 1 ")))
+
+    def test_q_ends_it(self):
+        terminal = self.watch()
+        terminal.wait_for(lambda lines: "16 GPUs" in lines[0])
+        self.assertNotEqual(termios.tcgetattr(terminal.master)[3] & termios.ICANON, terminal.attributes[3] & termios.ICANON)
+        os.write(terminal.master, b"q")
+        self.assertEqual(terminal.end(), 0)
+        self.assertFalse(terminal.screen.alternate or terminal.screen.cursor_hidden)
+        self.assertEqual(termios.tcgetattr(terminal.master), terminal.attributes)
+
+    def test_without_standard_input_it_goes_on_and_does_not_spin(self):
+        for source in ("</dev/null", "<&-", "< <(:)"):
+            with self.subTest(source):
+                terminal = self.terminal(columns=100, command=["/bin/bash", "-c", f'exec "$0" "$@" {source}'])
+                terminal.wait_for(lambda lines: "16 GPUs" in lines[0])
+                before = processor_time(terminal.pid)
+                time.sleep(1)
+                self.assertLess(processor_time(terminal.pid) - before, 0.5)
+                self.segment.set_age(7)
+                terminal.wait_for(lambda lines: "published 7." in lines[0])
+
+    def test_a_terminal_that_was_closed(self):
+        terminal = self.watch()
+        terminal.wait_for(lambda lines: "16 GPUs" in lines[0])
+        os.close(terminal.master)
+        terminal.master = os.open(os.devnull, os.O_RDWR)
+        deadline = time.monotonic() + 20
+        while not (ended := os.waitpid(terminal.pid, os.WNOHANG))[0] and time.monotonic() < deadline:
+            time.sleep(0.05)
+        self.assertEqual(ended[0], terminal.pid)
+        terminal.pid = 0
+        self.assertIn(os.waitstatus_to_exitcode(ended[1]), (0, 7))
+
+
+class Looks(OnATerminal):
+    def drawn(self, rows=24, **options):
+        terminal = self.watch(columns=100, rows=rows, **options)
+        terminal.wait_for(lambda lines: "2 GPUs" in lines[0] and "99C" in "".join(lines))
+        return terminal
+
+    def test_colors_have_a_meaning(self):
+        self.assertRegex(self.drawn().raw, r"\x1b\[31m\x1b\[1m *99C")
+        self.segment.write(block(OTHER))
+        terminal = self.watch()
+        terminal.wait_for(lambda lines: "Another GPU" in lines[2])
+        self.assertNotRegex(terminal.raw, COLOR)
+
+    def test_no_colors_where_none_are_wanted_or_known(self):
+        for options in ({"NO_COLOR": "1"}, {"kind": "qz-test-plain"}):
+            with self.subTest(options):
+                raw = self.drawn(**options).raw
+                self.assertNotRegex(raw, COLOR)
+                self.assertRegex(raw, r"\x1b\[1m *99C")
+        self.assertRegex(self.drawn(NO_COLOR="").raw, COLOR)
+
+    def test_ascii_where_the_locale_is_not_utf_8(self):
+        for rows in (24, 40):
+            terminal = self.drawn(rows, LC_ALL="C")
+            self.assertTrue(terminal.raw.isascii())
+            self.assertIn("gr??ere ??????", "".join(terminal.screen.text()))
+        self.assertIn("load", "".join(terminal.screen.text()))
+        self.assertIn("█", self.drawn(40).raw)
+
+    def test_200_by_50_is_used(self):
+        terminal = self.watch(columns=200, rows=50)
+        terminal.wait_for(lambda lines: lines[49].startswith("q quit") and lines[48] and "temp " in "".join(lines))
+        self.assertEqual("".join(terminal.screen.text()).count("temp "), 2)
+
+    def test_an_unknown_terminal_gets_lines(self):
+        self.segment.write(block(OTHER))
+        terminal = self.terminal("--watch", "60", columns=200, kind="qz-nobody-knows-it")
+        terminal.wait_for(lambda lines: "gpu=0" in lines[0])
+        self.assertNotIn("\x1b", terminal.raw)
 
 
 class AsLines(OnATerminal):
