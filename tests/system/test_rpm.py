@@ -63,6 +63,9 @@ class Contents(unittest.TestCase):
         self.assertEqual(ask("--licensefiles"), ["/usr/share/doc/qzgpuinfo/copyright"])
         self.assertIn(f"<developers@qzgpuinfo.invalid> - {version}-1", ask("--changelog")[0])
 
+    def test_provides_the_library(self):
+        self.assertLessEqual({"libqzgpuinfo.so.1()(64bit)", "libqzgpuinfo.so.1(QZGPUINFO_1)(64bit)"}, set(ask("--provides")))
+
     def test_depends_on_libraries_by_their_names(self):
         others = {"/bin/bash", "/bin/sh", "rtld(GNU_HASH)"}
         needed = {line for line in ask("--requires") if not line.startswith("rpmlib(")} - others
@@ -144,22 +147,25 @@ class Installed(unittest.TestCase):
         self.assertEqual({path for path in self.root.files() - before if "qzgpu" in path.lower()}, set())
 
     def check_library(self):
-        """Found in lib64 by both descriptions of it."""
-        library = self.root.path / "usr/lib64"
-        flags = fresh_root.call("pkg-config", "--cflags", "--libs", "qzGpuInfoReader",
-                                env={**os.environ, "PKG_CONFIG_PATH": str(library / "pkgconfig")}).split()
-        folders = {flag[:2]: Path(flag[2:]).resolve() for flag in flags}
-        self.assertEqual((folders["-L"], folders["-I"]), (library.resolve(), library.parent.resolve() / "include/qzgpuinfo"))
-        self.assertTrue((folders["-L"] / "libqzgpureader.a").exists())
+        """Both are found in lib64 by both of their descriptions."""
+        folder = self.root.path / "usr/lib64"
         project = scratch / "project"
         project.mkdir()
-        (project / "CMakeLists.txt").write_text(
-            "cmake_minimum_required(VERSION 3.16)\nproject(outside LANGUAGES CXX)\nfind_package(qzGpuInfoReader REQUIRED)\n"
-            "get_target_property(location qzGpuInfoReader::qzgpureader LOCATION)\nmessage(STATUS \"at ${location}\")\n",
-            encoding="utf-8")
-        said = fresh_root.call("cmake", "-S", project, "-B", project / "build",
-                               f"-DqzGpuInfoReader_DIR={library}/cmake/qzGpuInfoReader")
-        self.assertIn(f"at {library}/libqzgpureader.a\n", said)
+        for package_name, target, file in (("qzGpuInfoReader", "qzgpureader", "libqzgpureader.a"),
+                                           ("qzgpuinfo", "qzgpuinfo", "libqzgpuinfo.so.1.0.0")):
+            flags = fresh_root.call("pkg-config", "--cflags", "--libs", package_name,
+                                    env={**os.environ, "PKG_CONFIG_PATH": str(folder / "pkgconfig")}).split()
+            found = {Path(flag[2:]).resolve() for flag in flags if flag[:2] == "-L"}
+            headers = [Path(flag[2:]).resolve() for flag in flags if flag[:2] == "-I"]
+            self.assertEqual((found, headers[0]), ({folder.resolve()}, folder.parent.resolve() / "include"))
+            self.assertTrue((folder / file).exists())
+            (project / "CMakeLists.txt").write_text(
+                f"cmake_minimum_required(VERSION 3.16)\nproject(outside LANGUAGES CXX)\nfind_package({package_name} REQUIRED)\n"
+                f"get_target_property(location {package_name}::{target} LOCATION)\nmessage(STATUS \"at ${{location}}\")\n",
+                encoding="utf-8")
+            said = fresh_root.call("cmake", "-S", project, "-B", project / package_name,
+                                   f"-D{package_name}_DIR={folder}/cmake/{package_name}")
+            self.assertIn(f"at {folder}/{file}\n", said)
 
 
 if __name__ == "__main__":

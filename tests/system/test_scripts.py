@@ -97,6 +97,11 @@ class Mistyped(SimulatedCase):
         run.wait_for("Continuous run...\n")
         self.assertEqual(run.stop()[0], 0)
 
+    def test_without_the_dash_it_is_a_name(self):
+        run = self.simulation("scripted").run("queryGPU")
+        self.assertEqual(run.exit_code, 0)
+        self.assertIn("Process 'queryGPU' does  not exist", run.output)
+
 
 if __name__ == "__main__":
     main()

@@ -2,15 +2,25 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <limits>
 #include <new>
+#include <string>
+#include <utility>
 
+#include <fcntl.h>
 #include <qzgpuinfo.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <QElapsedTimer>
 #include <QTest>
 
 #include "SegmentDirectory.h"
 #include "ValidBlock.h"
+#include "support/FileDescriptor.h"
+#include "support/segmentFlags.h"
 
 namespace {
 
@@ -204,6 +214,73 @@ class TestQzgpuinfo : public QObject {
             QVERIFY(failures < 1000);
         }
         QVERIFY(failures > 1);
+    }
+
+    void stateOfTheSegment_data() {
+        QTest::addColumn<QByteArray>("flags"); // that a process has set: a(ttached) p(ublished) m(easuring)
+        QTest::addColumn<int>("age");          // seconds, below 0: dated ahead
+        QTest::addColumn<int>("freshness");
+
+        QTest::newRow("no flag") << QByteArray() << 0 << int{QZGPUINFO_UNPUBLISHED};
+        QTest::newRow("attached") << QByteArray("a") << 0 << int{QZGPUINFO_UNPUBLISHED};
+        QTest::newRow("published") << QByteArray("ap") << 0 << int{QZGPUINFO_FRESH};
+        QTest::newRow("old") << QByteArray("ap") << 600 << int{QZGPUINFO_TOO_OLD};
+        QTest::newRow("as old, measuring") << QByteArray("apm") << 600 << int{QZGPUINFO_FRESH};
+        QTest::newRow("ahead") << QByteArray("ap") << -3600 << int{QZGPUINFO_AHEAD};
+        QTest::newRow("attached no more") << QByteArray("p") << 0 << int{QZGPUINFO_FRESH};
+    }
+    void stateOfTheSegment() {
+        QFETCH(QByteArray, flags);
+        QFETCH(int, age);
+        QVERIFY(write(validBlock()));
+        const FileDescriptor object(open(directory.file(segmentKey).constData(), O_RDWR | O_CLOEXEC));
+        for (const auto& [letter, flag] : {std::pair{'a', SegmentFlag::Attached},
+                                           {'p', SegmentFlag::HasPublished},
+                                           {'m', SegmentFlag::Measuring}}) {
+            struct flock lock = flagLock(flag, F_RDLCK);
+            if (flags.contains(letter))
+                QCOMPARE(fcntl(object.get(), F_OFD_SETLK, &lock), 0);
+        }
+        const timespec published{std::time(nullptr) - age, 0};
+        const timespec times[] = {published, published};
+        QCOMPARE(futimens(object.get(), times), 0);
+
+        qzgpuinfo_state state = newState();
+        QCOMPARE(qzgpuinfo_read(reader, 0, &state), QZGPUINFO_OK);
+        QVERIFY(state.opened);
+        QCOMPARE(state.attached != 0, flags.contains('a'));
+        QCOMPARE(state.published != 0, flags.contains('p'));
+        QCOMPARE(state.measuring != 0, flags.contains('m'));
+        QCOMPARE(state.published_at, static_cast<double>(published.tv_sec));
+        QVERIFY(state.age_seconds >= age && state.age_seconds < age + 60);
+        QTEST(static_cast<int>(state.freshness), "freshness");
+        QCOMPARE(state.gpu_count, 3U);
+        QCOMPARE(state.system_error, 0);
+        QCOMPARE(state.size, std::uint32_t{sizeof state});
+    }
+
+    void whyTheSystemRefused() {
+        QVERIFY(symlink("/nowhere", directory.file(segmentKey).constData()) == 0);
+        QCOMPARE(qzgpuinfo_read(reader, 0, nullptr), QZGPUINFO_FOREIGN);
+        QVERIFY(unlink(directory.file(segmentKey).constData()) == 0);
+
+        qzgpuinfo_reader* tooLong = nullptr;
+        QCOMPARE(qzgpuinfo_open(std::string(5000, 'x').c_str(), &tooLong), QZGPUINFO_OK);
+        qzgpuinfo_state state = newState();
+        const qzgpuinfo_result result = qzgpuinfo_read(tooLong, 0, &state);
+        qzgpuinfo_close(tooLong);
+        QCOMPARE(result, QZGPUINFO_IO_ERROR);
+        QCOMPARE(state.system_error, ENAMETOOLONG);
+    }
+
+    void theLockIsWaitedFor() {
+        QVERIFY(write(validBlock()));
+        const FileDescriptor object(open(directory.file(segmentKey).constData(), O_RDWR | O_CLOEXEC));
+        QCOMPARE(flock(object.get(), LOCK_EX), 0);
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(qzgpuinfo_read(reader, 200, nullptr), QZGPUINFO_LOCKED);
+        QVERIFY(timer.elapsed() >= 200);
     }
 
     void figures_data() {
