@@ -72,7 +72,7 @@ void DescriptionText::fault(const QString& target, const QByteArray& action, con
 }
 
 void DescriptionText::failures(const QString& target, const QVector<int>& statuses, const char* action) {
-    const int count = static_cast<int>(statuses.size());
+    const int count = statuses.size();
     for (int first = 0; first < count;) {
         int last = first;
         while (last + 1 < count && statuses[last + 1] == statuses[first])

@@ -138,7 +138,7 @@ void describePlatform(DescriptionText& text, const NumberedCalls& calls, const Q
             continue;
         if (one.call->status == 0 && reported < 0) {
             reported = static_cast<qint64>(one.call->number("reported"));
-            listed = static_cast<int>(handlesOf(*one.call).size());
+            listed = handlesOf(*one.call).size();
         } else if (one.call->status != 0 && (reported > 0 || one.call->status != deviceNotFound)) {
             text.fault("clGetDeviceIDs", "fail " + QByteArray::number(one.call->status),
                        "at " + QByteArray::number(one.number));

@@ -28,8 +28,6 @@ void spawn(std::int64_t milliseconds) {
         std::fputs("simulator: /bin/sleep cannot be started\n", stderr);
 }
 
-} // namespace
-
 [[noreturn]] void endBySignal(int number) {
     std::signal(number, SIG_DFL);
     sigset_t signals;
@@ -39,6 +37,8 @@ void spawn(std::int64_t milliseconds) {
     std::raise(number);
     _exit(128 + number);
 }
+
+} // namespace
 
 void crash() {
     endBySignal(SIGSEGV);
