@@ -31,6 +31,7 @@ QString triedText(const CudaLibraryFacts& library) {
     return QStringLiteral("%1 answers %2").arg(library.file, cudaStatusName(*library.countStatus));
 }
 
+/// What to do where CUDA answers but has no device to offer.
 QString environmentHint(const Facts& facts) {
     for (const EnvironmentVariable& variable : facts.system.environment)
         if (variable.name == QLatin1String("CUDA_VISIBLE_DEVICES"))
@@ -55,6 +56,7 @@ void judgeCudaLibrary(const Facts& facts, Findings& findings) {
         isDriverOld = isDriverOld || library.countStatus == insufficientDriver;
     }
     const QString answering = facts.programRun.cudaLibrary();
+    const QString noDriver = installAdvice(Package::NvidiaDriver, facts.system.distributionId);
     const CallFacts* last = facts.programRun.calls.isEmpty() ? nullptr : &facts.programRun.calls.last();
     if (last != nullptr && !last->returned &&
         (last->name.startsWith("cu") || last->name.startsWith("open libcud")))
@@ -63,8 +65,12 @@ void judgeCudaLibrary(const Facts& facts, Findings& findings) {
     else if (answering.isEmpty())
         findings.failure(QStringLiteral("no CUDA library answers, so no NVIDIA GPU is listed: %1")
                              .arg(tried.isEmpty() ? QStringLiteral("none is installed") : tried.join("; ")),
-                         tried.isEmpty() ? installAdvice(Package::NvidiaDriver, facts.system.distributionId)
-                                         : environmentHint(facts));
+                         tried.isEmpty() ? noDriver
+                         : isDriverOld
+                             ? QStringLiteral("the CUDA runtime is newer than the driver: %1, or an "
+                                              "older CUDA runtime")
+                                   .arg(noDriver)
+                             : environmentHint(facts));
     else if (isDriverOld)
         findings.note(QStringLiteral("CUDA is answered by %1; before it, %2").arg(answering, tried.first()),
                       QStringLiteral("a newer driver would serve the newer runtime as well"));

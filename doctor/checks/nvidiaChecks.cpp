@@ -115,7 +115,8 @@ void judgeNvmlLibrary(const Facts& facts, Findings& findings) {
         findings.failure(
             QStringLiteral("NVML can't be opened: %1")
                 .arg(opened != nullptr ? opened->text("reason") : QStringLiteral("it was not tried")),
-            facts.system.container.isEmpty()
+            // A container has the host's modules, and only the libraries that it was given.
+            facts.system.container.isEmpty() || !facts.system.modules.contains("nvidia")
                 ? installAdvice(Package::NvidiaDriver, facts.system.distributionId)
                 : QStringLiteral("start the container with NVIDIA's runtime, which gives it the "
                                  "driver's libraries: --gpus all"));

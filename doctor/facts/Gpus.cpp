@@ -68,6 +68,15 @@ Reason whyNoNvml(const Facts& facts) {
     return {};
 }
 
+/// The status with which NVML refused access to a GPU that it counts; 0: to none.
+int refusedStatus(const Facts& facts) {
+    const QVector<NvmlDeviceFacts> devices = facts.programRun.nvmlDevices();
+    for (const NvmlDeviceFacts& device : devices)
+        if (device.handleStatus != 0)
+            return device.handleStatus;
+    return 0;
+}
+
 Reason whyNvmlDoesNotListIt(const Facts& facts, const Gpu& gpu) {
     if (gpu.driver == QLatin1String("nouveau"))
         return {QStringLiteral("the kernel driver nouveau has it, which NVIDIA's libraries can't use"),
@@ -77,6 +86,9 @@ Reason whyNvmlDoesNotListIt(const Facts& facts, const Gpu& gpu) {
         return noNvml;
     if (gpu.driver.isEmpty())
         return {QStringLiteral("no kernel driver is bound to it"), "pci.drivers"};
+    if (const int status = refusedStatus(facts))
+        return {QStringLiteral("NVML gives no access to one of its GPUs: %1").arg(nvmlStatusName(status)),
+                "nvidia.devices"};
     return {facts.system.container.isEmpty()
                 ? QStringLiteral("NVML does not list it")
                 : QStringLiteral("NVML does not list it: this container was not given it"),

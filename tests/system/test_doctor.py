@@ -53,8 +53,8 @@ FAULTS = {
 
 # Faults that are no problem, and the note they are worth.
 NOTED = {
-    "nvmlInit_v2 = delay 1100": ("nvidia.start", "NVML starts in 11"),
-    "nvmlDeviceGetUtilizationRates = fail 3": ("nvidia.queries", "NVML_ERROR_NOT_SUPPORTED (3)"),
+    "nvmlInit_v2 = delay 1100": ("nvidia.start", r"NVML starts in \d{4,} ms"),
+    "nvmlDeviceGetUtilizationRates = fail 3": ("nvidia.queries", r"NVML_ERROR_NOT_SUPPORTED \(3\)"),
     "libcudart.so.12 = absent": ("nvidia.cuda", "CUDA is answered by libcuda.so.1"),
 }
 
@@ -90,7 +90,7 @@ class Machines(DoctorCase):
             with self.subTest(fault):
                 seen = self.examined("workstation", faults=[fault])
                 self.assertEqual((seen.exit_code, seen.problems()), (0, {}))
-                self.assertIn(words, seen.facts(check))
+                self.assertRegex(seen.facts(check), words)
 
     def test_hidden_from_cuda(self):
         run = self.examined("workstation", faults=["cudaGetDeviceCount = fail 100", "cuInit = fail 100"],
@@ -106,6 +106,9 @@ class Drivers(DoctorCase):
     """No driver stops the doctor."""
 
     def test_one_that_hangs_costs_the_time_limit(self):
+        started = time.monotonic()
+        self.examined("both-vendors")
+        healthy = time.monotonic() - started
         for fault, where in (("nvmlInit_v2 = hang", "when it is initialised (nvmlInit_v2)"),
                              ("libOpenCL.so.1 = hang", "when libOpenCL.so.1 is opened"),
                              ("clGetDeviceIDs = hang", "when its devices are listed (clGetDeviceIDs)"),
@@ -113,7 +116,7 @@ class Drivers(DoctorCase):
             with self.subTest(fault):
                 started = time.monotonic()
                 seen = self.examined("both-vendors", "--timeout", "2", faults=[fault.replace("card0", "card1")])
-                self.assertLess(time.monotonic() - started, 2 + 1 + 0.5)
+                self.assertLess(time.monotonic() - started, 2 + 1 + 5 * healthy)
                 self.assertEqual(seen.exit_code, 2)
                 self.assertIn("does not return within 2 s", seen.facts("pairing.run"))
                 self.assertIn(where, seen.facts("pairing.run"))
@@ -181,7 +184,9 @@ amd_topology_bus = 0x80
             run = self.described(text, program=doctor.DOCTOR, wrap=["bash", "-c", 'TIMEFORMAT="%U %S"; time "$@"', "-"]).run("--json")
             seen = Examined(run.exit_code, run.output)
             self.assertEqual(seen.problems(), {})
-            self.assertLess(sum(map(float, run.errors.split())), most)
+            # Sanitizers take several times as long.
+            factor = 10 if b"__asan_init" in doctor.DOCTOR.read_bytes() else 1
+            self.assertLess(sum(map(float, run.errors.split())), most * factor)
 
 
 if __name__ == "__main__":
