@@ -1,4 +1,4 @@
-// What does the work behind the OpenCL stand-in's objects: PoCL, or a script.
+// Does the work of the OpenCL stand-in's objects: PoCL, or a script.
 #pragma once
 
 #include <memory>

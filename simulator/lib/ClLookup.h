@@ -1,4 +1,4 @@
-// The description's OpenCL devices and the handles that stand for them.
+// The description's OpenCL devices and their handles.
 #pragma once
 
 #include <vector>
@@ -8,7 +8,7 @@
 
 namespace qzsim {
 
-/// The device behind a handle, or null when it is none of this machine's.
+/// The device of a handle, or null if the machine has no such device.
 const ClDevice* findClDevice(cl_device_id id);
 
 cl_device_id clDeviceId(const ClDevice& device);

@@ -1,4 +1,4 @@
-// Which OpenCL objects live: the leak count, and what tells a handle from a released or an invented one.
+// The live OpenCL objects: counts leaks and recognises released and invented handles.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,4 @@
-// The form of a description file: sections of "key = value" lines. What the keys mean is MachineReader's
-// matter.
+// The syntax of a description file: sections of "key = value" lines. readSections.h gives the keys a meaning.
 #pragma once
 
 #include <string>
@@ -16,7 +15,7 @@ struct Entry {
     Place place;
 };
 
-/// "[name argument]" and the lines below it. A name may return; each is a section of its own.
+/// "[name argument]" and the lines below it. Several sections may have one name.
 struct Section {
     std::string name;
     std::string argument; ///< empty when there is none

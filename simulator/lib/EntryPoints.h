@@ -1,4 +1,4 @@
-// What the stand-ins offer: the libraries by the names they are opened under, and the functions of each.
+// The stand-in libraries, by the names under which they are opened, and their functions.
 #pragma once
 
 #include <string_view>

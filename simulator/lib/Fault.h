@@ -22,7 +22,7 @@ enum class Action {
     Print,  ///< `text` on standard output
     Fork,   ///< a child that inherits everything and lives for `number` milliseconds
     Spawn,  ///< another program, started as a child, that runs for `number` milliseconds
-    // The rest is of a library as a whole.
+    // The rest apply to libraries.
     Absent,
     TextFile,
     OtherArchitecture,

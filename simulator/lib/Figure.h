@@ -10,7 +10,7 @@
 namespace qzsim {
 
 /// "45", "45, 47, 50" (one a reading, the last stays), "45, 47, ..." (over and over) or "cycle", "cycle 1MiB"
-/// (the reading's own number, times a factor, so that all figures of one cycle tell the same number).
+/// (the reading's own number, times a factor, so that all figures of a cycle carry the same number).
 class Figure {
   public:
     Figure() = default;

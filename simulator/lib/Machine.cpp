@@ -43,7 +43,7 @@ std::optional<std::uint32_t> readReportedDevices(SectionReader& section) {
     return count ? std::optional(static_cast<std::uint32_t>(*count)) : std::nullopt;
 }
 
-/// What the tests expect of the program on this machine; the simulator itself has no use for it.
+/// What the tests expect of the program on this machine; the simulator ignores it.
 void readExpectations(SectionReader& section) {
     for (const char* key : {"queries", "scored", "unscored", "hidden", "left_over", "problems", "exit_code"})
         section.take(key);
@@ -57,7 +57,7 @@ void readFaults(const Section& section, Machine& machine) {
 
 void readSection(const Section& section, Machine& machine, LibraryChoice& libraries) {
     if (section.name == "faults") {
-        // The one section where a key may come again: several things can happen to one function.
+        // Only here may a key occur more than once: a function can have several faults.
         readFaults(section, machine);
         return;
     }
@@ -96,7 +96,7 @@ void readSection(const Section& section, Machine& machine, LibraryChoice& librar
     }
 }
 
-/// Without [cuda-device] sections CUDA sees the GPUs of NVML that tell their compute capability.
+/// Without [cuda-device] sections CUDA sees the GPUs of NVML that have a compute capability.
 void deriveCudaDevices(Machine& machine) {
     if (!machine.cudaDevices.empty())
         return;

@@ -113,7 +113,7 @@ struct Card {
 struct PciDevice {
     std::string address; ///< 0000:41:00.0
     std::uint32_t classCode = 0x030000;
-    std::string vendor; ///< the file's text; empty if a card's own file is there
+    std::string vendor; ///< the file's text; empty if a card describes the file
     std::uint32_t device = 0;
     std::string driver; ///< empty: none is bound
     std::vector<SysfsFile> files;

@@ -20,7 +20,7 @@ class ScriptedBackend : public ClBackend {
     explicit ScriptedBackend(const OpenClStack& described) : stack(described) {}
 
     cl_context createContext(cl_int& status) override {
-        // A benchmark has a context of its own, so each begins with the first round of the script, and waits
+        // Each benchmark creates a context, so each begins with the first round of the script, and waits
         // for nothing that was launched in another.
         round = 0;
         pendingMs = 0;

@@ -1,5 +1,4 @@
-// Takes the entries of one section by key, each as the type that is wanted, and complains of what nobody
-// took.
+// Reads the entries of one section by key and type, and rejects entries that were not read.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +17,7 @@ namespace qzsim {
 /// value is not of its type or out of range.
 class SectionReader {
   public:
-    /// A key that stands twice is an error.
+    /// Throws DescriptionError if a key occurs twice.
     explicit SectionReader(const Section& section);
 
     std::optional<std::string> text(std::string_view key);
@@ -29,7 +28,7 @@ class SectionReader {
     Figure figure(std::string_view key, std::int64_t fallback, std::int64_t least, std::int64_t most);
     std::vector<std::string> list(std::string_view key);
 
-    /// The raw entry, for values of a form of their own.
+    /// The raw entry, for values of another form.
     const Entry* take(std::string_view key);
 
     const Section& section() const { return source; }

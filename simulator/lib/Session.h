@@ -26,7 +26,8 @@ struct Verdict {
 
 /// Reads QZSIM_MACHINE (the description's path), QZSIM_FAULTS (further faults, one a line), QZSIM_COUNTERS
 /// (the counters' file) and QZSIM_CYCLE_START when it is first asked for. A description that cannot be used
-/// ends the process with status 99 and one line on standard error: a test must not go on with half a machine.
+/// ends the process with status 99 and one line on standard error, so that no test continues with half a
+/// machine.
 class Session {
   public:
     static Session& instance();
@@ -34,8 +35,7 @@ class Session {
     const Machine& machine() const { return description; }
     Counters& counters() { return counts; }
 
-    /// Counts the call of an entry point, lets happen what the faults say, and tells what the entry point
-    /// does.
+    /// Counts the call of an entry point, applies its faults, and returns what the entry point does.
     Verdict call(std::string_view function, int device = -1);
 
     /// The value of a figure at a reading, the cycle numbers' start included.
@@ -46,7 +46,7 @@ class Session {
     /// Counts the opening of a file and gives the fault that strikes it, or null. Delays happen here.
     const Fault* opened(std::string_view path, std::uint64_t& reading);
 
-    /// A use of the library that a driver would not forgive; it shows in the report.
+    /// Reports a use of the library that would break a real driver.
     void misuse(std::string_view what) { counts.happened("misuse:" + std::string(what)); }
 
   private:
@@ -57,8 +57,7 @@ class Session {
     std::int64_t cycleStart = 0;
 };
 
-/// A static object of this kind in a stand-in notes that it was loaded and unloaded and lets its faults
-/// happen.
+/// A static object of this kind in a stand-in counts its loads and unloads and applies its faults.
 class LibraryPresence {
   public:
     /// `liveCounter` names the counter that must be 0 at the end where "crash-without-shutdown" is set.

@@ -10,7 +10,7 @@
 
 namespace qzsim {
 
-/// Where a piece of a description stands: its file (or "--fault") and its line, counted from 1.
+/// Position in a description: its file (or "--fault") and line, counted from 1.
 struct Place {
     std::string file;
     int line = 0;
@@ -39,7 +39,7 @@ std::optional<double> parseReal(std::string_view text);
 
 bool isQuoted(std::string_view text);
 
-/// The bytes of a text: "..." with \n, \t, \\, \" and \xHH resolved, anything else as it stands.
+/// The bytes of a text: "..." with \n, \t, \\, \" and \xHH resolved, anything else literally.
 std::optional<std::string> unquoted(std::string_view text);
 
 /// `text` with every "{i}" replaced by `index`.

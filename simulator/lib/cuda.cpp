@@ -1,4 +1,4 @@
-// Stand-in for libcuda.so.1, the driver's own library: the four functions that tell a device's place and
+// Stand-in for libcuda.so.1, the driver's own library: the four functions that report a device's PCI bus and
 // capability.
 #include "simulator/lib/Session.h"
 

@@ -13,7 +13,7 @@ void happen(const Fault& fault);
 
 void sleepMilliseconds(std::int64_t milliseconds);
 
-/// Moves the program's clock on. False where nobody keeps it: the preloaded library does.
+/// Advances the program's clock. False unless the preloaded library, which keeps it, is loaded.
 bool advanceClock(std::int64_t milliseconds);
 
 /// Keeps the library that holds `address` in memory until the process ends.

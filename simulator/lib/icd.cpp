@@ -1,5 +1,5 @@
-// Stand-in for an OpenCL driver that the loader opens: it is there, or lets its faults happen. Its platforms
-// are the loader's matter (clIcds.cpp).
+// Stand-in for an OpenCL driver that the loader opens. It only applies its faults: the OpenCL stand-in
+// answers for its platforms (clIcds.cpp).
 #include "simulator/lib/Session.h"
 
 namespace {

@@ -5,7 +5,7 @@
 //     lib/             the vendor libraries, by the names under which they are opened
 //     preload/         the libraries to be preloaded
 //     dev/             files in place of device nodes
-//     proc/            files that stand over those of /proc
+//     proc/            files to be mounted over those of /proc
 //     icds/            to be /etc/OpenCL/vendors
 //     os-release       to be /etc/os-release; missing if there is to be none
 //     processes        the names of further processes, one a line
@@ -184,7 +184,7 @@ void writeLibrary(const fs::path& link, const fs::path& standIn, const LibraryLi
         fs::create_symlink(standIn, link);
 }
 
-/// A copy, since the original is hidden, under another soname, since the stand-in has that one.
+/// A copy, since the original is hidden, with another soname, since the stand-in uses its own.
 void copyOpenClLoader(const fs::path& folder, const std::string& loader) {
     fs::create_directory(folder / "opencl-drivers");
     if (loader.empty())

@@ -57,7 +57,7 @@ bool isInitialised() {
     return session().counters().value(liveInits) > 0;
 }
 
-/// The device's number, or -1 for a handle that is none.
+/// The device's index, or -1 for an invalid handle.
 int indexOf(nvmlDevice_t device) {
     const auto& gpus = session().machine().nvmlGpus;
     for (std::size_t i = 0; i < gpus.size(); ++i)
@@ -66,7 +66,7 @@ int indexOf(nvmlDevice_t device) {
     return -1;
 }
 
-/// What any query of a device answers before it looks at its own matter.
+/// The checks that every query of a device makes first.
 nvmlReturn_t checkDevice(const char* function, int index, bool hasRoom) {
     if (!isInitialised()) {
         session().misuse(std::string(function) + " without nvmlInit_v2");
@@ -269,7 +269,7 @@ QZSIM_API nvmlReturn_t nvmlDeviceGetPersistenceMode(nvmlDevice_t device, int* mo
 }
 
 QZSIM_API const char* nvmlErrorString(nvmlReturn_t result) {
-    // A function of its own kind: it cannot fail, so a "fail" answers null and an "answer" another text.
+    // It returns no status, so "fail" makes it return null and "answer" another text.
     static std::string answered;
     const Verdict verdict = session().call("nvmlErrorString");
     if (verdict.code)

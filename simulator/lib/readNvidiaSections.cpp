@@ -15,7 +15,7 @@ PciPlace readPci(SectionReader& section, int index) {
     pci.domain = static_cast<std::uint32_t>(section.number("domain", 0, maxU32).value_or(0));
     pci.bus = static_cast<std::uint32_t>(section.number("bus", 0, maxU32).value_or(1));
     pci.device = static_cast<std::uint32_t>(section.number("device", 0, 31).value_or(0));
-    // Repeated GPUs stand side by side; a step of 0 keeps them on one bus.
+    // Repeated GPUs are on consecutive buses; a step of 0 keeps them on one.
     const auto busStep = section.number("bus_step", 0, 0xffff).value_or(1);
     const auto domainStep = section.number("domain_step", 0, 0xffff).value_or(0);
     pci.bus += static_cast<std::uint32_t>(busStep * index);
@@ -41,7 +41,7 @@ std::string defaultUuid(std::size_t number) {
     return text.data();
 }
 
-/// What only one who examines the machine asks for; `number` counts the GPUs of the machine.
+/// Figures that only diagnostic programs query; `number` is the count of GPUs before this one.
 void readIdentity(SectionReader& section, NvmlGpu& gpu, int index, std::size_t number) {
     gpu.uuid = numberedText(section, "uuid", defaultUuid(number), index);
     gpu.vbiosVersion = section.text("vbios", "94.02.71.00.01");

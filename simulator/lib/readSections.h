@@ -1,4 +1,4 @@
-// What each kind of section means. parseMachine calls these, one a section.
+// Readers for each kind of section, called by parseMachine.
 #pragma once
 
 #include "simulator/lib/Machine.h"

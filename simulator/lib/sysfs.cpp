@@ -1,6 +1,6 @@
-// Preloaded into the program: counts the openings of files below /sys, lets some of them fail or change,
-// lists folders there in the same order on every host, notes when a library is closed, and keeps a clock that
-// scripted rounds can move on.
+// Preloaded into the program: counts how often files below /sys are opened, makes some of them fail or
+// change, lists folders there in the same order on every host, counts closed libraries, and keeps a clock
+// that scripted rounds can advance.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -25,7 +25,7 @@ namespace {
 
 using namespace qzsim;
 
-/// The function of that name that this library stands before.
+/// The function that this library replaces.
 template <typename Function>
 Function* next(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));

@@ -82,7 +82,7 @@ def _run(options: argparse.Namespace) -> int:
             early.append(number)
             return
         if run is None:
-            # Leaves the block below, which removes what is there of the machine.
+            # Leaves the block below, which removes whatever of the machine exists.
             raise SystemExit(128 + number)
         with contextlib.suppress(ProcessLookupError):
             run.send(number)

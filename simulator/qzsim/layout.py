@@ -1,4 +1,4 @@
-"""The folder from which a machine is laid around a program, as qzsim-layout makes it of a description."""
+"""The folder that qzsim-layout makes of a description, to be mounted around a program."""
 
 import os
 import shutil

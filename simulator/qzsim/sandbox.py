@@ -33,7 +33,7 @@ class Run:
         self._output_ended = False
         self._status = tempfile.TemporaryFile()
         number = self._status.fileno()
-        # A session of its own: a Ctrl-C at the terminal goes to the launcher, which passes it on to the program alone;
+        # In its own session: Ctrl-C at the terminal reaches only the launcher, which passes it on to the program;
         # bubblewrap, hit by it too, would take the program down before it ends in its own way.
         self.process = subprocess.Popen([command[0], "--json-status-fd", str(number), *command[1:]],
                                         pass_fds=[number], start_new_session=True, env=environment,
@@ -156,12 +156,12 @@ class Sandbox:
 
     root        bubblewrap's arguments for the files; the whole host unless given
     sys         a folder to be /sys; an empty one unless given
-    shm         a host folder to be /dev/shm, made if it is not there; "none" if there is to be none, "read-only" for one that cannot be written,
-                a number of bytes for a file system of that size; None for a fresh one
-    null        False: there is no /dev/null
-    hidden      files of the host that are to be empty
+    shm         a host folder to be /dev/shm, created if missing; "none" for no /dev/shm, "read-only" for one that cannot
+                be written, a number of bytes for a file system of that size; None for a fresh one
+    null        False: no /dev/null
+    hidden      files of the host that appear empty
     share_pids  programs see the host's processes
-    no_proc     there is no /proc
+    no_proc     /proc is empty
     more        further arguments for bubblewrap
     """
 

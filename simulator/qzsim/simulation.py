@@ -35,7 +35,7 @@ class SimulatedRun(Run):
 
 
 class Simulation(Sandbox):
-    """One machine, laid out once, on which programs can be run one after the other or side by side.
+    """One machine, laid out once; programs run on it one after the other or side by side.
 
     Use it as a context manager: leaving it ends what still runs and removes the folder.
 
@@ -72,7 +72,7 @@ class Simulation(Sandbox):
         hides = _is_replaced(Path(tempfile.gettempdir()))
         self._root = Path(tempfile.mkdtemp(prefix="qzsim-", dir="/tmp" if hides else None))
         try:
-            # Wherever the description is, the program sees this copy.
+            # The program sees this copy even if the description is somewhere hidden from it.
             shutil.copyfile(self.description, self._root / "description")
             self.cache = kernel_cache(self._root)
             self.layout = Layout(self.build, self.description, self._root / "machine", faults, opencl_driver)
@@ -108,7 +108,7 @@ class Simulation(Sandbox):
         return run
 
     def forget(self, run: SimulatedRun) -> None:
-        """Removes what a run leaves behind, for those who make thousands of them on one machine."""
+        """Removes a run's files, for tests that make thousands of runs on one machine."""
         run.kill()
         self.runs.remove(run)
         shutil.rmtree(run.files)
@@ -163,7 +163,7 @@ def _etc(layout: Layout) -> List[str]:
     os_release, vendors = Path("/etc/os-release"), Path("/etc/OpenCL/vendors")
     command = []
     if layout.os_release is None or not os_release.exists() or not vendors.is_dir():
-        # A file cannot be taken away from, or put into, a folder that is bound whole: /etc is laid out anew.
+        # No file can be removed from, or added to, a folder that is bound as a whole, so each entry is bound.
         command += ["--tmpfs", "/etc"]
         for path in sorted(Path("/etc").iterdir()):
             if path.name in ("os-release", "OpenCL"):
