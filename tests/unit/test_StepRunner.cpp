@@ -17,14 +17,17 @@ using End = StepOutcome::End;
 
 namespace {
 
-constexpr StepLimits quick{400ms, 100ms, 100ms};
+/// For steps that end: no machine is so busy that these matter.
+constexpr StepLimits patient{60s, 60s, 60s};
+/// For steps that hang.
+constexpr StepLimits quick{400ms, 100ms, 10s};
 
-QVector<StepOutcome> outcomesOf(const QVector<Step>& steps, StepLimits limits = quick) {
+QVector<StepOutcome> outcomesOf(const QVector<Step>& steps, StepLimits limits = patient) {
     return StepRunner(limits).run(steps);
 }
 
 StepOutcome outcomeOf(std::function<void(Channel&)> work, bool runsExitHandlers = false,
-                      StepLimits limits = quick) {
+                      StepLimits limits = patient) {
     return outcomesOf({{"a step", std::move(work), runsExitHandlers}}, limits).constFirst();
 }
 
@@ -144,7 +147,8 @@ class TestStepRunner : public QObject {
 
     void badEnds() {
         QFETCH(int, kind);
-        const StepOutcome outcome = outcomeOf([kind](Channel& channel) {
+        const bool hangs = kind >= 4;
+        const auto work = [kind](Channel& channel) {
             channel.begin("good call");
             channel.end();
             channel.begin("bad call");
@@ -157,13 +161,13 @@ class TestStepRunner : public QObject {
             if (kind == 5)
                 std::signal(SIGTERM, SIG_IGN);
             sleepLong();
-        });
+        };
+        const StepOutcome outcome = outcomeOf(work, false, hangs ? quick : patient);
         QTEST(int(outcome.end), "end");
         QTEST(outcome.code, "code");
         QCOMPARE(outcome.inside, QString("bad call"));
         QVERIFY(!outcome.survived);
-        QVERIFY(outcome.seconds < 2.0);
-        QVERIFY(kind < 4 || outcome.seconds >= 0.4);
+        QVERIFY(!hangs || outcome.seconds >= 0.4);
     }
 
     void crashAtExitIsSeenWhereExitHandlersRun() {
@@ -188,17 +192,18 @@ class TestStepRunner : public QObject {
     }
 
     void aHangingStepsChildrenAreKilled() {
-        const StepOutcome outcome = outcomeOf([](Channel& channel) {
+        const auto work = [](Channel& channel) {
             startAnother(channel, true);
             sleepLong();
-        });
+        };
+        const StepOutcome outcome = outcomeOf(work, false, {3s, 100ms, 10s});
         QCOMPARE(outcome.end, End::TimedOut);
         QVERIFY(otherOf(outcome) > 0 && !isAlive(otherOf(outcome)));
     }
 
     void oneThatSurvivesIsLeft() {
         const auto spare = [](pid_t, int) { return 0; };
-        StepRunner runner(quick, {}, spare);
+        StepRunner runner({400ms, 100ms, 100ms}, {}, spare);
         const StepOutcome outcome =
             runner.run({{"stuck", [](Channel&) { sleepLong(); }, false}}).constFirst();
         QCOMPARE(outcome.end, End::TimedOut);
@@ -235,8 +240,8 @@ class TestStepRunner : public QObject {
         timer.start();
         const auto outcomes =
             outcomesOf({{"1", hang, false}, {"2", quickStep, false}, {"3", hang, false}, {"4", hang, false}},
-                       {600ms, 100ms, 500ms});
-        QVERIFY2(timer.elapsed() < 1500, qPrintable(QString::number(timer.elapsed())));
+                       {2s, 100ms, 10s});
+        QVERIFY2(timer.elapsed() < 2 * 2000, qPrintable(QString::number(timer.elapsed())));
         for (const int hanging : {0, 2, 3})
             QCOMPARE(outcomes[hanging].end, End::TimedOut);
         QCOMPARE(outcomes[1].end, End::Done);
@@ -244,12 +249,12 @@ class TestStepRunner : public QObject {
 
     void slowStepsAreNamed() {
         QStringList names;
-        StepRunner runner({1500ms, 100ms, 500ms}, [&](const QString& name, std::chrono::milliseconds age) {
+        StepRunner runner({3s, 100ms, 10s}, [&](const QString& name, std::chrono::milliseconds age) {
             QVERIFY(age >= 1s);
             names += name;
         });
         runner.run({{"slow", [](Channel&) { sleepLong(); }, false}, {"fast", [](Channel&) {}, false}});
-        QVERIFY(names.size() >= 2 && names.size() <= 6);
+        QVERIFY(!names.isEmpty() && names.size() <= 20);
         names.removeDuplicates();
         QCOMPARE(names, QStringList("slow"));
     }
