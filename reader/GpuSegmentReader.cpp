@@ -21,11 +21,11 @@ using Clock = std::chrono::steady_clock;
 
 constexpr timespec lockPollInterval{0, 500'000};
 
-/// What a failed system call means to the caller; keeps `errno` where the text alone would not tell.
+/// The result of a failed system call; keeps `errno` where the result alone is ambiguous.
 SegmentResult failure(GpuSnapshot& snapshot, int error) {
     switch (error) {
     case ENOENT:
-    case ENOTDIR: // the directory itself is no directory
+    case ENOTDIR: // the directory itself is not a directory
         return SegmentResult::Missing;
     case ELOOP: // a symbolic link under the name
     case ENXIO: // a socket
@@ -47,7 +47,7 @@ SegmentResult checkObject(const struct stat& info, uid_t owner) {
         return SegmentResult::PermissionDenied;
     if (info.st_nlink > 1)
         return SegmentResult::Foreign;
-    // Others may have written to an object that is open to them; a companion's never is.
+    // Other users may have written to an object that is open to them; a companion's never is.
     if ((info.st_mode & ALLPERMS) != (S_IRUSR | S_IWUSR))
         return SegmentResult::PermissionDenied;
     if (info.st_size < static_cast<off_t>(sizeof(GpuInfoBlock)))
@@ -55,7 +55,7 @@ SegmentResult checkObject(const struct stat& info, uid_t owner) {
     return SegmentResult::Ok;
 }
 
-/// The clock's end for a wait that goes beyond it.
+/// The clock's last instant for a wait that exceeds it.
 Clock::time_point deadlineAfter(std::chrono::milliseconds wait) {
     const auto now = Clock::now();
     const auto longest = std::chrono::floor<std::chrono::milliseconds>(Clock::time_point::max() - now);
@@ -121,7 +121,7 @@ struct Attempt {
 };
 
 Attempt readOnce(const char* path, uid_t owner, Clock::time_point deadline, GpuSnapshot& snapshot) {
-    // O_NONBLOCK: a FIFO under the name would otherwise keep `open` waiting for a writer.
+    // O_NONBLOCK: with a FIFO under the name, `open` would otherwise wait for a writer.
     const FileDescriptor file(::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file.isOpen())
         return {failure(snapshot, errno), false};
@@ -141,7 +141,7 @@ Attempt readOnce(const char* path, uid_t owner, Clock::time_point deadline, GpuS
     if (result != SegmentResult::Ok)
         return {result, false};
 
-    // What was true before the wait need not be true now.
+    // The object may have changed during the wait.
     if (::fstat(file.get(), &info) != 0)
         return {failure(snapshot, errno), false};
     if (info.st_nlink == 0)

@@ -28,8 +28,8 @@ void clearMarkers(GpuDevice& gpu) {
     walkFigures([&](const auto& figure) { gpu.*figure.marker = 0; });
 }
 
-/// The publisher sets the summary's markers and never clears them: those that no listed GPU has are left
-/// over.
+/// The publisher sets the summary's markers and never clears them: those that no listed GPU has are
+/// leftovers.
 void clearLeftOverMarkers(GpuInfoBlock& block) {
     GpuDevice listed; // has each marker that some listed GPU has
     for (int i = 0; i < block.totalCount(); ++i)
@@ -56,7 +56,7 @@ SegmentResult parseSegment(const void* data, std::size_t size, GpuInfoBlock& blo
         return SegmentResult::TooSmall;
 
     GpuInfoBlock read;
-    // The publisher leaves the bytes behind the last field alone, and so they mean nothing.
+    // The publisher never writes the bytes after the last field.
     std::memcpy(static_cast<void*>(&read), data, publishedSize);
     if (isUnwritten(read))
         return SegmentResult::NotReady;
