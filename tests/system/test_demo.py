@@ -98,6 +98,13 @@ class Demonstration(SimulatedCase):
         self.assertEqual(terminal.end(), 0)
         self.assert_nothing_is_left()
 
+    def test_q_ends_everything(self):
+        terminal = self.shown("workstation")
+        terminal.wait_for(b"Cuda-0")
+        os.write(terminal.master, b"q")
+        self.assertEqual(terminal.end(), 0)
+        self.assert_nothing_is_left()
+
     def test_a_signal_to_it_alone(self):
         for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
             with self.subTest(number=number):
