@@ -1,5 +1,5 @@
 # The second program, on simulated machines.
 
-qz_system_test(doctor TIMEOUT 300)
-qz_system_test(doctor_causes TIMEOUT 200)
-qz_system_test(doctor_recording TIMEOUT 400)
+qz_system_test(doctor TIMEOUT 600)
+qz_system_test(doctor_causes TIMEOUT 300)
+qz_system_test(doctor_recording TIMEOUT 1500)
