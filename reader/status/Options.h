@@ -28,8 +28,8 @@ struct ParsedOptions {
     std::string error;
 };
 
-/// `commandLine` is without the program's name.
-ParsedOptions parseOptions(const std::vector<std::string_view>& commandLine);
+/// `arguments` is the command line without the program's name.
+ParsedOptions parseOptions(const std::vector<std::string_view>& arguments);
 
 /// The text of `--help`, with every option and exit code.
 const char* helpText();

@@ -346,6 +346,11 @@ class Setup(HealthCase):
         self.set_node(name="q2")
         self.expect_failure("slurmctld does not answer for node q1")
 
+    def test_an_answer_without_a_state(self):
+        self.publish(RTX)
+        self.set_node(state="")
+        self.expect_failure("cannot read slurmctld's answer for node q1")
+
     def test_slurmctld_refuses(self):
         self.publish(RTX)
         self.set_node(refuses=True)
