@@ -9,6 +9,7 @@ import tempfile
 import textwrap
 import time
 from pathlib import Path
+from unittest import mock
 
 import simulated
 from simulated import BUILD, LAUNCHER, PROGRAM, SimulatedCase, Simulation
@@ -189,10 +190,11 @@ class Surroundings(Probing):
         vendors = "/etc/OpenCL/vendors"
         simulation = self.described(self.TWO_DRIVERS + "[icd rusticl.icd]\nmissing = yes\n[os-release]\nmissing = yes\n"
                                     "[icd x.icd]\ntext = libnone.so\n", program=self.probe)
-        seen, _ = self.look(simulation, f"sorted(os.listdir('{vendors}'))", f"open('{vendors}/nvidia.icd').read()",
-                            "'OCL_ICD_VENDORS' in os.environ",
-                            "'found' if ctypes.CDLL('libRusticlOpenCL.so.1') else None",
-                            "os.path.exists('/etc/os-release')")
+        with mock.patch.dict(os.environ, {"OCL_ICD_VENDORS": "/the/hosts"}):
+            seen, _ = self.look(simulation, f"sorted(os.listdir('{vendors}'))", f"open('{vendors}/nvidia.icd').read()",
+                                "'OCL_ICD_VENDORS' in os.environ",
+                                "'found' if ctypes.CDLL('libRusticlOpenCL.so.1') else None",
+                                "os.path.exists('/etc/os-release')")
         self.assertEqual(seen, [["nvidia.icd", "x.icd"], "libnvidia-opencl.so.1\n", False, "found", False])
 
     def test_platforms_of_the_drivers_that_open(self):
