@@ -131,7 +131,7 @@ WatchScreen::WatchScreen() : curses(std::make_unique<Curses>()) {
 WatchScreen::~WatchScreen() {
     if (curses->screen == nullptr)
         return;
-    ::endwin();
+    leave();
     ::delscreen(curses->screen);
 }
 
@@ -169,13 +169,14 @@ int WatchScreen::rows() const {
 std::vector<Key> WatchScreen::takeKeys() {
     std::vector<Key> keys;
     while (input >= 0 && hasEvent(input, POLLIN)) {
-        const int code = ::wgetch(stdscr);
+        int code = ::wgetch(stdscr);
         if (code == ERR)
             input = -1; // there is something, and it is no key: the end
-        else if (code != KEY_RESIZE)
-            keys.push_back(keyOf(code));
+        // The library may have taken in more bytes than made one key.
+        for (; code != ERR; code = ::wgetch(stdscr))
+            if (code != KEY_RESIZE)
+                keys.push_back(keyOf(code));
     }
-    // The library may have taken in more bytes than made one key.
     return keys;
 }
 
@@ -184,6 +185,12 @@ bool WatchScreen::isGone() const {
 }
 
 void WatchScreen::leave() {
+    if (::isendwin())
+        return;
+    // Where the terminal has only one screen, the shell's prompt comes into the lowest line.
+    ::wmove(stdscr, rows() - 1, 0);
+    ::wclrtoeol(stdscr);
+    ::wrefresh(stdscr);
     ::endwin();
 }
 

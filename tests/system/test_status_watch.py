@@ -1,6 +1,7 @@
 """`qzGpuStatus` on a terminal: the table at every width, and `--watch` in place, as lines, interrupted and resized."""
 
 import os
+import pty
 import signal
 import subprocess
 import time
@@ -192,6 +193,20 @@ class Keys(OnATerminal):
                 self.assertLess(processor_time(terminal.pid) - before, 0.5)
                 self.segment.set_age(7)
                 terminal.wait_for(lambda lines: "published 7." in lines[0])
+
+    def test_a_keyboard_that_goes_away(self):
+        keyboard, its_end = pty.openpty()
+        terminal = self.terminal(columns=100, command=["/bin/bash", "-c", f'exec "$0" "$@" <{os.ttyname(its_end)}'])
+        terminal.wait_for(lambda lines: "16 GPUs" in lines[0])
+        os.write(keyboard, b"s\n")  # a terminal of its own, in its own modes
+        terminal.wait_for(lambda lines: lines[2].startswith("15 "))
+        os.close(its_end)
+        os.close(keyboard)
+        before = processor_time(terminal.pid)
+        time.sleep(1)
+        self.assertLess(processor_time(terminal.pid) - before, 0.5)
+        self.segment.set_age(7)
+        terminal.wait_for(lambda lines: "published 7." in lines[0])
 
     def test_a_terminal_that_was_closed(self):
         terminal = self.watch()
