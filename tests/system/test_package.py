@@ -233,10 +233,16 @@ class Installed(unittest.TestCase):
             return subprocess.run([command[0], f"--root={self.root.path}", *command[1:]],
                                   stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60,
                                   check=False)
-        verified = ask("systemd-analyze", "--man=no", "verify", "qzGpuInfo@render.service")
-        self.assertEqual((verified.returncode, verified.stdout + verified.stderr), (0, ""))
-        self.assertEqual(ask("systemctl", "is-enabled", "qzGpuInfo@render.service").stdout, "disabled\n")
-        self.assertEqual(list(self.root.path.glob("etc/systemd/system/**/*qzGpuInfo*")), [])
+        units = [path.name.replace("@", "@render") for path in (self.root.path / UNIT).parent.glob("qz*")]
+        self.assertEqual(len(units), 6)
+        for unit in units:
+            with self.subTest(unit):
+                # The companion of a timer is verified with it.
+                verified = ask("systemd-analyze", "--man=no", "verify", unit)
+                self.assertEqual((verified.returncode, verified.stdout + verified.stderr), (0, ""))
+                static = unit.endswith("textfile@render.service")
+                self.assertEqual(ask("systemctl", "is-enabled", unit).stdout, "static\n" if static else "disabled\n")
+        self.assertEqual(list(self.root.path.glob("etc/systemd/system/**/*qzGpu*")), [])
         unit = (self.root.path / UNIT).read_text(encoding="utf-8")
         for line in ("User=%i", "ExecStart=qzGpuInfo", "Restart=on-failure", "ProtectSystem=strict"):
             self.assertIn(f"\n{line}\n", unit)
@@ -337,11 +343,14 @@ class Installed(unittest.TestCase):
         wants = self.root.path / "etc/systemd/system/multi-user.target.wants"
         wants.mkdir(parents=True, exist_ok=True)
         (wants / "qzGpuInfo@render.service").symlink_to("/" + UNIT)
+        timer = self.root.path / "etc/systemd/system/timers.target.wants/qzGpuStatus-textfile@render.timer"
+        timer.parent.mkdir(parents=True, exist_ok=True)
+        timer.symlink_to("/usr/lib/systemd/system/qzGpuStatus-textfile@.timer")
         cache = self.root.path / "var/cache/qzGpuInfo-render"
         cache.mkdir(parents=True)
 
         self.assertEqual(calls_of("dpkg --remove qzgpuinfo", *running),
-                         ["stop qzGpuInfo@*.service", "daemon-reload"])
+                         ["stop qzGpuInfo@*.service qzGpuStatus-textfile@*.timer qzGpuDoctor-textfile@*.timer", "daemon-reload"])
         self.assertEqual(own & self.root.files(), set())
         self.assertTrue(cache.exists() and (wants / "qzGpuInfo@render.service").is_symlink())
         # Running services change over to the new version; nothing is ever enabled or started.
@@ -350,7 +359,7 @@ class Installed(unittest.TestCase):
         self.assertEqual(calls_of("dpkg --install /tmp/new.deb", *new, *running),
                          ["daemon-reload", "daemon-reload", "try-restart qzGpuInfo@*.service"])
         self.assertEqual(calls_of("dpkg --purge qzgpuinfo"), [])
-        self.assertFalse(cache.exists() or (wants / "qzGpuInfo@render.service").is_symlink())
+        self.assertFalse(cache.exists() or (wants / "qzGpuInfo@render.service").is_symlink() or timer.is_symlink())
         left = {path for path in self.root.files() if "qzgpu" in path.lower()}
         self.assertEqual(left, set())
         self.assertEqual(calls_of("dpkg --install /tmp/new.deb", *new, *running), ["daemon-reload"])

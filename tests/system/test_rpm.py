@@ -143,7 +143,8 @@ class Installed(unittest.TestCase):
         # Running services change over to the new version; nothing is ever enabled or started.
         self.assertEqual(self.rpm("--reinstall", "--nodeps", package),
                          ["daemon-reload", "daemon-reload", "try-restart qzGpuInfo@*.service"])
-        self.assertEqual(self.rpm("--erase", "qzgpuinfo"), ["stop qzGpuInfo@*.service", "daemon-reload"])
+        self.assertEqual(self.rpm("--erase", "qzgpuinfo"), [
+            "stop qzGpuInfo@*.service qzGpuStatus-textfile@*.timer qzGpuDoctor-textfile@*.timer", "daemon-reload"])
         self.assertEqual({path for path in self.root.files() - before if "qzgpu" in path.lower()}, set())
 
     def check_library(self):
