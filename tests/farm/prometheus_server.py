@@ -70,6 +70,10 @@ class Server:
             raise AssertionError(f"ended with {self._process.returncode}: {self._log.read_text('utf-8')}")
         return listening_port(self._process.pid)
 
+    @property
+    def pid(self):
+        return self._process.pid
+
     def get(self, path):
         connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=10)
         try:
