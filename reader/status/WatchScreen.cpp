@@ -184,7 +184,7 @@ bool WatchScreen::isGone() const {
     return hasEvent(STDOUT_FILENO, 0);
 }
 
-void WatchScreen::leave() {
+void WatchScreen::leave() const {
     if (::isendwin())
         return;
     // Where the terminal has only one screen, the shell's prompt comes into the lowest line.

@@ -39,7 +39,7 @@ class WatchScreen {
     bool isGone() const;
 
     /// Gives the terminal back for a while; the next `draw` takes it again.
-    void leave();
+    void leave() const;
 
   private:
     WatchScreen();
