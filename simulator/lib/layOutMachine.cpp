@@ -194,15 +194,12 @@ void copyOpenClLoader(const fs::path& folder, const std::string& loader) {
     writeFile(folder / "libRealOpenCL.so", image.bytes());
 }
 
-/// The libraries behind the OpenCL platforms, each once.
-std::vector<LibraryLink> openClDrivers(const Machine& machine) {
+/// The files of the stand-ins for the OpenCL platforms' drivers, by the drivers' names.
+std::map<std::string, std::string> openClDrivers(const Machine& machine) {
     std::map<std::string, std::string> files;
     for (const ClPlatform& platform : machine.openCl.platforms)
         files[platform.driver] = findLibrary(platform.driver)->file;
-    std::vector<LibraryLink> drivers;
-    for (const auto& [link, file] : files)
-        drivers.push_back({link, file});
-    return drivers;
+    return files;
 }
 
 void layOut(const Machine& machine, const fs::path& folder, const std::string& realOpenCl) {
@@ -217,8 +214,8 @@ void layOut(const Machine& machine, const fs::path& folder, const std::string& r
     fs::create_directory(folder / "icds");
     for (const IcdFile& icd : machine.icds)
         writeFile(folder / "icds" / icd.name, icd.text);
-    for (const LibraryLink& driver : openClDrivers(machine))
-        writeLibrary(folder / "lib" / driver.link, standIns / driver.file, driver, machine.faults);
+    for (const auto& [link, file] : openClDrivers(machine))
+        writeLibrary(folder / "lib" / link, standIns / file, {link, file}, machine.faults);
     fs::create_symlink(standIns / "libqzsim-sysfs.so", folder / "preload/libqzsim-sysfs.so");
     if (machine.fastRandom)
         fs::create_symlink(standIns / "libqzsim-fastrandom.so", folder / "preload/libqzsim-fastrandom.so");
