@@ -209,16 +209,18 @@ class Keys(OnATerminal):
         terminal.wait_for(lambda lines: "published 7." in lines[0])
 
     def test_a_terminal_that_was_closed(self):
-        terminal = self.watch()
-        terminal.wait_for(lambda lines: "16 GPUs" in lines[0])
-        os.close(terminal.master)
-        terminal.master = os.open(os.devnull, os.O_RDWR)
-        deadline = time.monotonic() + 20
-        while not (ended := os.waitpid(terminal.pid, os.WNOHANG))[0] and time.monotonic() < deadline:
-            time.sleep(0.05)
-        self.assertEqual(ended[0], terminal.pid)
-        terminal.pid = 0
-        self.assertIn(os.waitstatus_to_exitcode(ended[1]), (0, 7))
+        for before, codes in (("", (0, 7)), ("trap '' HUP; ", (7,))):
+            with self.subTest(before):
+                terminal = self.terminal(columns=100, command=["/bin/bash", "-c", before + 'exec "$0" "$@"'])
+                terminal.wait_for(lambda lines: "16 GPUs" in lines[0])
+                os.close(terminal.master)
+                terminal.master = os.open(os.devnull, os.O_RDWR)
+                deadline = time.monotonic() + 20
+                while not (ended := os.waitpid(terminal.pid, os.WNOHANG))[0] and time.monotonic() < deadline:
+                    time.sleep(0.05)
+                self.assertEqual(ended[0], terminal.pid)
+                terminal.pid = 0
+                self.assertIn(os.waitstatus_to_exitcode(ended[1]), codes)
 
 
 class Looks(OnATerminal):
