@@ -93,6 +93,10 @@ class Recordings(DoctorCase):
         self.assertTrue(lines[0].startswith("# ") and lines[1].startswith("# Left out: "), lines[:2])
         self.assertIn("UUID", lines[1])
 
+    def test_what_the_program_does_not_show(self):
+        self.record("lying-driver", "--only", "pairing")
+        self.assertIn("product_name = @directory\n", self.file.read_text("utf-8"))
+
     def test_to_standard_output(self):
         run = self.doctor("workstation", "--record", "-")
         self.assertEqual((run.exit_code, run.errors), (0, ""))
