@@ -28,8 +28,8 @@ void clearMarkers(GpuDevice& gpu) {
     walkFigures([&](const auto& figure) { gpu.*figure.marker = 0; });
 }
 
-/// The publisher sets the summary's markers and never clears them: those that no listed GPU has are
-/// leftovers.
+/// The publisher sets the summary's markers and never clears them: those that no listed GPU has are left
+/// over. The GPUs are settled, so that one that is not listed has none.
 void clearLeftOverMarkers(GpuInfoBlock& block) {
     GpuDevice listed; // has each marker that some listed GPU has
     for (int i = 0; i < block.totalCount(); ++i)
@@ -65,10 +65,10 @@ SegmentResult parseSegment(const void* data, std::size_t size, GpuInfoBlock& blo
     if (read.dataReady == 0)
         return SegmentResult::NotReady;
 
-    clearLeftOverMarkers(read);
     for (const GpuVendor& vendor : gpuVendors)
         std::for_each(std::begin(read.*vendor.gpus), std::end(read.*vendor.gpus), settle);
     settle(read.summary);
+    clearLeftOverMarkers(read);
     block = read;
     return SegmentResult::Ok;
 }

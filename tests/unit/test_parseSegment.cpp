@@ -127,6 +127,10 @@ class TestParseSegment : public QObject {
         setAllMarkers(block.metalGpus[0]);
         parseSegment(&block, sizeof block, read);
         QCOMPARE(markerCount(read.summary), 5);
+
+        block.metalGpus[0].statsValid = 0; // not listed
+        parseSegment(&block, sizeof block, read);
+        QCOMPARE(markerCount(read.summary), 1);
     }
 
     void theBytesBehindTheLastFieldMeanNothing() {
