@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <optional>
 
 #include <poll.h>
@@ -153,7 +154,8 @@ void WatchScreen::draw(const std::vector<TextLine>& lines) {
 
 void WatchScreen::resize() {
     const TerminalSize size = terminalSize(STDOUT_FILENO);
-    if (size.rows > 0 && size.columns > 0)
+    constexpr int longest = std::numeric_limits<short>::max(); // the library crashes beyond it
+    if (size.rows > 0 && size.columns > 0 && size.rows <= longest && size.columns <= longest)
         ::resizeterm(size.rows, size.columns);
     ::clearok(stdscr, TRUE); // a terminal may have moved what was on it
 }

@@ -122,7 +122,7 @@ class Terminal:
         attributes[3] &= ~termios.ECHO
         termios.tcsetattr(self.master, termios.TCSANOW, attributes)
         self.attributes = termios.tcgetattr(self.master)
-        self._set_size(columns, rows)
+        self.set_size(columns, rows)
         self.screen = Screen(columns, rows)
         self.raw = ""
         self._decoder = codecs.getincrementaldecoder("utf-8")("surrogateescape")
@@ -146,14 +146,14 @@ class Terminal:
         finally:
             os.close(slave)
 
-    def _set_size(self, columns, rows):
+    def set_size(self, columns, rows):
         fcntl.ioctl(self.master, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
 
     def resize(self, columns, rows):
         """Sets a new size and clears the screen, since reflowing leaves nothing to rely on."""
         self.read(0.2)
         self.screen = Screen(columns, rows)
-        self._set_size(columns, rows)
+        self.set_size(columns, rows)
 
     def read(self, seconds):
         """Reads the output that arrives in time; False at the end of the output."""

@@ -131,6 +131,15 @@ class InPlace(OnATerminal):
         terminal.resize(120, 10)
         terminal.wait_for(lambda lines: "SPEED" in lines[1])
 
+    def test_a_size_beyond_what_the_library_can_draw(self):
+        terminal = self.watch()
+        terminal.wait_for(lambda lines: "2 GPUs" in lines[0])
+        for columns, rows in ((40000, 5), (20, 40000), (40000, 40000)):
+            terminal.set_size(columns, rows)
+            self.assertTrue(terminal.read(0.3))
+        terminal.resize(20, 5)
+        terminal.wait_for(lambda lines: lines[3] == "1 größere… 100%  99C" and not lines[4])
+
     def test_more_gpus_than_rows(self):
         self.segment.write(block(GPUS * 8))
         terminal = self.watch(rows=6)
