@@ -192,6 +192,13 @@ class Keys(OnATerminal):
         self.assertFalse(terminal.screen.alternate or terminal.screen.cursor_hidden)
         self.assertEqual(termios.tcgetattr(terminal.master), terminal.attributes)
 
+    def test_a_key_right_behind_escape(self):
+        for begin in (b"\x1b", b"\x1b[", b"\x1b[1;"):
+            terminal = self.terminal("--watch", "3600")
+            terminal.wait_for(lambda lines: "16 GPUs" in lines[0])
+            os.write(terminal.master, begin + b"q")
+            self.assertEqual(terminal.end(), 0)
+
     def test_without_standard_input_it_goes_on_and_does_not_spin(self):
         for source in ("</dev/null", "<&-", "< <(:)"):
             with self.subTest(source):
