@@ -72,6 +72,9 @@ StepRunner::StepRunner(StepLimits stepLimits, Progress onProgress, SendSignal se
 
 QVector<StepOutcome> StepRunner::run(const QVector<Step>& steps) {
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+    // The parent may have had it ignored: then the system keeps no child's status, and a crash looks like an
+    // exit.
+    std::signal(SIGCHLD, SIG_DFL);
     QVector<StepOutcome> outcomes(steps.size());
     std::vector<RunningStep> running;
     std::vector<pid_t> givenUp;

@@ -170,6 +170,14 @@ class TestStepRunner : public QObject {
         QVERIFY(!hangs || outcome.seconds >= 0.4);
     }
 
+    void crashIsSeenWhereTheParentHadChildrenIgnored() {
+        std::signal(SIGCHLD, SIG_IGN);
+        const StepOutcome outcome = outcomeOf([](Channel&) { crash(); });
+        std::signal(SIGCHLD, SIG_DFL);
+        QCOMPARE(outcome.end, End::Crashed);
+        QCOMPARE(outcome.code, SIGSEGV);
+    }
+
     void crashAtExitIsSeenWhereExitHandlersRun() {
         const auto crashesAtExit = [](Channel&) { std::atexit(crash); };
         const StepOutcome seen = outcomeOf(crashesAtExit, true);
