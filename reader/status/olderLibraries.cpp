@@ -3,8 +3,8 @@
 #include <ios>
 
 // Under other names here, since the headers declare those themselves, and may give strtoll the recent one.
+// NOLINTBEGIN(misc-use-internal-linkage): symbols of other objects
 long long plainStrtoll(const char* text, char** end, int base) __asm__("strtoll");
-// NOLINTBEGIN(misc-use-internal-linkage): what the compiler writes refers to them
 [[gnu::visibility("hidden")]] long long recentStrtoll(const char* text, char** end,
                                                       int base) __asm__("__isoc23_strtoll");
 [[gnu::visibility("hidden")]] void iosBaseLibraryInit() __asm__("_ZSt21ios_base_library_initv");
