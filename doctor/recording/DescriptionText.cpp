@@ -50,7 +50,7 @@ QByteArray figureValue(const QVector<quint64>& readings) {
     while (values.size() > 1 && values[values.size() - 1] == values[values.size() - 2])
         values.removeLast();
     QByteArray text;
-    for (const quint64 value : values)
+    for (const quint64 value : qAsConst(values))
         text += (text.isEmpty() ? "" : ", ") + QByteArray::number(value & static_cast<quint64>(INT64_MAX));
     return text;
 }

@@ -156,9 +156,9 @@ void describeLibraries(DescriptionText& text, const Facts& facts) {
     text.value("cuda", openedOf(facts, {"libcuda.so.1"}) == "none" ? "no" : "yes");
     text.value("opencl", openedOf(facts, {"libOpenCL.so.1", "libOpenCL.so"}));
     // Each provider looks for what the one before it did not find.
-    QVector<QJsonObject> missing = facts.programEnd.told("missing");
-    for (auto told = missing.begin(); told != missing.end(); ++told)
-        if (std::find(missing.begin(), told, *told) == told)
+    const QVector<QJsonObject> missing = facts.programEnd.told("missing");
+    for (auto told = missing.cbegin(); told != missing.cend(); ++told)
+        if (std::find(missing.cbegin(), told, *told) == told)
             text.fault(told->value("library").toString(),
                        "omit " + told->value("symbol").toString().toUtf8());
 }

@@ -102,12 +102,12 @@ class test_WatchFrame : public QObject {
 
     void whatDoesNotFitIsCounted() {
         const WatchFrame frame = show(machine(16), {60, 10});
-        QCOMPARE(texts(frame)[0], QStringLiteral("16 GPUs, published 1.2 s ago … 8 more"));
-        QVERIFY(texts(frame)[9].startsWith(" 7 "));
+        QCOMPARE(texts(frame).at(0), QStringLiteral("16 GPUs, published 1.2 s ago … 8 more"));
+        QVERIFY(texts(frame).at(9).startsWith(" 7 "));
         QCOMPARE(frame.shown.gpus, 8);
         QCOMPARE(frame.shown.highestFirst, 8);
-        QCOMPARE(texts(show(machine(16), {12, 10}))[0], QStringLiteral("16… … 8 more").right(12));
-        QCOMPARE(texts(show(machine(16), {8, 10}))[0], QStringLiteral("16 GPUs…"));
+        QCOMPARE(texts(show(machine(16), {12, 10})).at(0), QStringLiteral("16… … 8 more").right(12));
+        QCOMPARE(texts(show(machine(16), {8, 10})).at(0), QStringLiteral("16 GPUs…"));
     }
 
     void scrolled() {
@@ -153,8 +153,8 @@ class test_WatchFrame : public QObject {
         const WatchFrame graphs = show(machine(16), {80, 24}, viewOf(ViewBody::Graphs, 7));
         QVERIFY(graphs.shown.graphs);
         QCOMPARE(graphs.shown.gpus, 7);
-        QVERIFY(texts(graphs)[2].startsWith(" 7 Cuda-7"));
-        QVERIFY(texts(graphs)[0].endsWith("… 9 more"));
+        QVERIFY(texts(graphs).at(2).startsWith(" 7 Cuda-7"));
+        QVERIFY(texts(graphs).at(0).endsWith("… 9 more"));
         QVERIFY(!show(machine(16), {200, 50}, viewOf(ViewBody::Table)).shown.graphs);
     }
 
@@ -217,21 +217,23 @@ class test_WatchFrame : public QObject {
     void lowestLine() {
         QFETCH(StatusReport, report);
         QFETCH(int, columns);
-        QTEST(texts(show(report, {columns, 11}, viewOf(ViewBody::Table))).last(), "line");
-        QVERIFY(!texts(show(report, {columns, 10})).last().contains("quit"));
+        QTEST(texts(show(report, {columns, 11}, viewOf(ViewBody::Table))).constLast(), "line");
+        QVERIFY(!texts(show(report, {columns, 10})).constLast().contains("quit"));
     }
 
     void onlyAscii() {
         StatusReport report = machine(8);
         report.gpus[0].name = "größere 日本 Karte";
         for (const FrameSize size :
-             {FrameSize{200, 50, true}, FrameSize{60, 8, true}, FrameSize{20, 24, true}})
-            for (const QString& line : texts(show(report, size)))
+             {FrameSize{200, 50, true}, FrameSize{60, 8, true}, FrameSize{20, 24, true}}) {
+            const QStringList lines = texts(show(report, size));
+            for (const QString& line : lines)
                 for (const QChar character : line)
                     QVERIFY2(character.unicode() >= 0x20 && character.unicode() < 0x7F, qPrintable(line));
-        QCOMPARE(texts(show(report, {60, 7, true}))[0],
+        }
+        QCOMPARE(texts(show(report, {60, 7, true})).at(0),
                  QStringLiteral("8 GPUs, published 1.2 s ago ... 3 more"));
-        QVERIFY(texts(show(report, {200, 50, true}))[2].contains("gr??ere ???? Karte"));
+        QVERIFY(texts(show(report, {200, 50, true})).at(2).contains("gr??ere ???? Karte"));
     }
 
     void help() {
