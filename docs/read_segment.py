@@ -81,6 +81,8 @@ def gpus(data):
 
 
 if __name__ == "__main__":
+    if sys.stdout:  # a name need not fit the locale's characters
+        sys.stdout.reconfigure(errors="backslashreplace")
     try:
         segment = sys.argv[1] if len(sys.argv) > 1 else "/dev/shm/qzGpuInfo_v2"
         block, age, flags = locked_bytes(segment, user=sys.argv[2] if len(sys.argv) > 2 else None)

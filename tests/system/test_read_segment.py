@@ -42,8 +42,9 @@ class ReadSegment(unittest.TestCase):
             # The command takes a name of 64 bytes without an end for one of 63; so long a name is never published.
             self.assertEqual({**mine, "name": mine["name"][:63]}, {key: theirs[name] for key, name in names.items()})
 
-    def run_program(self, path, *user):
-        return subprocess.run([PATH, path, *user], capture_output=True, text=True, timeout=20)
+    def run_program(self, path, *user, **environment):
+        return subprocess.run([PATH, path, *user], capture_output=True, text=True, timeout=20,
+                              env={**os.environ, **environment})
 
     def test_as_a_program(self):
         for flags, end in ((WRITER, ""), ((ATTACHED,), ", stale")):
@@ -51,6 +52,12 @@ class ReadSegment(unittest.TestCase):
                 lines = self.run_program(segment.path).stdout.splitlines()
                 self.assertRegex(lines[0], rf"\Apublished [3-9]\.\d s ago{end}\Z")
                 self.assertEqual([ast.literal_eval(line) for line in lines[1:]], list(reader.gpus(BLOCK)))
+
+    def test_a_name_beyond_the_locale(self):
+        with Segment(BLOCK, flags=WRITER) as segment:
+            run = self.run_program(segment.path, PYTHONIOENCODING="ascii")
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertIn(r"'name': '\ufffdNavi'", run.stdout)
 
     def test_a_failure_is_a_sentence(self):
         with Segment(bytes(7472)) as segment:
