@@ -1,5 +1,5 @@
 """A machine with no GPU and no vendor library, made of bubblewrap: only the measured programs are there, with
-the libraries that they link, an empty /sys/class/drm, a /proc and a /dev/shm of its own.
+the libraries that they link, an empty /sys/class/drm, and its own /proc and /dev/shm.
 
 What a run costs differs with the libraries around it, so the same surroundings are laid on every machine."""
 

@@ -31,11 +31,11 @@ class Figures:
     def less_than(self, what, value, limit, unit="", digits=2):
         self._add(what, shown(value, unit, digits), f"less than {limit:g}{unit}", value < limit)
 
-    def agrees(self, what, seen, told, tolerance=0.0):
-        """A figure of the program's beside what another says of it; None where either does not know it."""
-        unknown = seen is None or told is None
-        passed = seen == told if unknown or not tolerance else abs(seen - told) <= tolerance
-        self._add(what, str(seen), f"{told} expected" + (f", give or take {tolerance:g}" if tolerance else ""), passed)
+    def agrees(self, what, seen, expected, tolerance=0.0):
+        """A figure of the program compared with another source's; None where either does not know it."""
+        unknown = seen is None or expected is None
+        passed = seen == expected if unknown or not tolerance else abs(seen - expected) <= tolerance
+        self._add(what, str(seen), f"{expected} expected" + (f", give or take {tolerance:g}" if tolerance else ""), passed)
 
     def _add(self, what, value, limit, passed):
         verdict = {True: "ok", False: "FAILED", None: ""}[passed]

@@ -1,4 +1,4 @@
-"""docs/performance.md: a section a measurement, each replaced as a whole when it was measured anew."""
+"""docs/performance.md: one section per measurement, replaced as a whole when it is measured again."""
 
 import ast
 import os
@@ -10,9 +10,9 @@ from pathlib import Path
 HEADING = re.compile(r"^## (.*)$", re.MULTILINE)
 HEAD = """# What it costs
 
-`./dev bench` measures all of this and writes this page anew; `./dev bench NAME` does so for one section. The absolute
-figures are the machine's; the ratios, measured side by side in one run, are what to compare. What was measured on a
-machine with NVIDIA's GPUs (`./dev bench real-gpu`) stands at the end, once there was one.
+`./dev bench` measures all of this and rewrites this page; `./dev bench NAME` does so for one section. Absolute figures
+depend on the machine; compare the ratios, which are measured side by side in one run. If `./dev bench real-gpu` has run
+on a machine with NVIDIA GPUs, its section is the last.
 """
 
 
@@ -55,15 +55,15 @@ def section(script, rows, load_before):
 
 
 def sections(text):
-    """A page's sections by their titles, as they stand."""
+    """A page's sections by their titles, unchanged."""
     begins = [*HEADING.finditer(text)]
     ends = [match.start() for match in begins[1:]] + [len(text)]
     return {match[1]: text[match.start():end].rstrip("\n") + "\n" for match, end in zip(begins, ends)}
 
 
 def with_sections(text, new, order):
-    """The page with the new sections in the place of those of their titles. `order`: the titles that come first; what
-    has another title stays behind them, as it was."""
+    """The page with the new sections in the place of those of their titles. `order`: the titles that come first; sections
+    with other titles follow them, unchanged."""
     found = sections(text)
     for one in new:
         found.update(sections(one))

@@ -10,8 +10,8 @@ sys.path.insert(0, str(ROOT / "simulator"))
 
 from qzsim import SandboxError, Simulation  # noqa: E402  (found through the path above)
 
-# No section has a changing figure, so that the values of /sys are plain files and nothing of the simulator stands
-# between the program and them.
+# No section has a changing figure, so that the values of /sys are plain files that the program reads without the
+# simulator's help.
 HEAD = """
 [machine]
 summary = for a measurement
@@ -63,7 +63,7 @@ count = {count}
 name = gfx1100
 amd_topology_bus = 0x80
 """
-# Read anew in each cycle of each AMD card: load, memory in use, temperature.
+# Read in every cycle of each AMD card: load, memory in use, temperature.
 SYSFS_VALUES_A_CARD = 3
 # The stand-ins read the description in every run; removed at the end.
 _descriptions = tempfile.TemporaryDirectory(prefix="qzBench-")

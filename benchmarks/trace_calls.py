@@ -4,13 +4,13 @@ import re
 import statistics
 import sys
 
-CALL = re.compile(r"^\d+ +(\w+)\(")  # no line of a signal, of an end, or of a call that is taken up again
+CALL = re.compile(r"^\d+ +(\w+)\(")  # not a line of a signal, of an end, or of a resumed call
 RELEASE = re.compile(r"^\d+ +flock\(\d+, LOCK_UN\)")
 
 
 def calls_a_cycle(trace, least):
-    """The median number of calls from where the segment's lock is given back to where it is the next time; `least` of
-    such cycles are to be there. The last release is the end's, when the segment is let go, and no cycle's."""
+    """The median number of calls from one release of the segment's lock to the next, over at least `least` such cycles.
+    The last release does not count: it belongs to the end, when the segment is detached."""
     lines = trace.splitlines()
     releases = [number for number, line in enumerate(lines) if RELEASE.match(line)][:-1]
     counts = [sum(CALL.match(line) is not None for line in lines[begin + 1:end + 1])

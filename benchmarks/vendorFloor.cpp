@@ -1,8 +1,7 @@
 // The least that a query can cost: an empty Qt program that loads the vendors' libraries and makes the calls
-// that `qzGpuInfo -queryGPU` makes of them, and does nothing with the answers. With the argument "stay" it
-// then runs an empty event loop, as the companion's memory is measured against. Where there is no NVML it
-// asks for OpenCL's devices once, as an AMD card has the query do. benchmarks/query sees to it that the calls
-// are the same.
+// that `qzGpuInfo -queryGPU` makes, and does nothing with the answers. With the argument "stay" it then runs
+// an empty event loop: the companion's memory is compared with that. Without NVML it asks for OpenCL's
+// devices once, as the query does for an AMD card. benchmarks/query checks that the calls are the same.
 #include <algorithm>
 #include <array>
 #include <cstring>
