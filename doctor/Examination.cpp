@@ -49,7 +49,7 @@ class Plan {
                 QStringLiteral("segment"),
                 [=, user = settings.user](Channel& channel) { readSegment(channel, places, user); },
                 facts.segmentEnd);
-        // What follows would wake a card.
+        // The remaining steps would wake a card.
         if (isAsleep)
             return;
         if (wants(NeedsOpenCL))
@@ -117,7 +117,7 @@ class Plan {
     Facts& facts;
     QVector<Step> steps;
     QVector<StepOutcome*> results;
-    std::deque<QTemporaryDir> folders; ///< one a driver that is tried alone; removed at the end
+    std::deque<QTemporaryDir> folders; ///< one for each driver tried alone; removed at the end
 };
 
 QString sleepingCardOf(const QVector<PciDevice>& devices) {

@@ -1,4 +1,4 @@
-// Looks at the machine, as far as the wanted checks need it.
+// Examines the machine as far as the selected checks need it.
 #pragma once
 
 #include <QStringList>
@@ -13,16 +13,16 @@ namespace doctor {
 
 struct ExaminationSettings {
     Places places;
-    QString user;              ///< whose rights are judged; empty: those of the one who runs the doctor
-    bool wakesCards = false;   ///< examine cards that sleep
-    bool recordsFirst = false; ///< the program's run has the machine to itself
+    QString user;              ///< whose rights are checked; empty: those of the user running the doctor
+    bool wakesCards = false;   ///< examine suspended cards as well
+    bool recordsFirst = false; ///< nothing else runs beside the program's run
     int readings = 1;          ///< its update cycles
-    QString program;           ///< to be asked; usually the one beside the doctor
+    QString program;           ///< qzGpuInfo's path; usually the one beside the doctor
     StepLimits limits;
     StepRunner::Progress progress;
 };
 
-/// Gathers what checks with these needs (`Need` bits) look at.
+/// Collects the facts for checks with these needs (`Need` bits).
 Facts examine(const ExaminationSettings& settings, unsigned needs);
 
 /// The checks that `only` names (all, when it is empty), without those that `skip` names.

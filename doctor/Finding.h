@@ -1,4 +1,4 @@
-// What a check has to say.
+// What a check reports.
 #pragma once
 
 #include <QString>
@@ -6,7 +6,7 @@
 
 namespace doctor {
 
-/// In rising order of weight.
+/// By rising severity.
 enum class Verdict { Skipped, Ok, Note, Warning, Failure };
 
 /// "ok", "note", "warning", "failure", "skipped".
@@ -20,12 +20,12 @@ struct Finding {
     QString advice; ///< one sentence on what to do; empty where nothing is wrong
 };
 
-/// The findings of one check, as it makes them.
+/// Collects the findings of one check.
 class Findings {
   public:
     explicit Findings(const QString& checkId) : check(checkId) {}
 
-    /// Those that follow are about `subject`.
+    /// Subsequent findings are about `subject`.
     Findings& on(const QString& name) {
         subject = name;
         return *this;

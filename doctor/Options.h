@@ -13,7 +13,7 @@ struct Options {
     QStringList only; ///< selectors of checks; empty: all
     QStringList skip;
     double timeoutSeconds = 30.0;
-    QString user; ///< empty: who runs the doctor
+    QString user; ///< empty: the user running the doctor
     bool wake = false;
     QString output;   ///< file of the report; empty: standard output
     QString record;   ///< file of the recording, "-": standard output; empty: none
@@ -21,7 +21,7 @@ struct Options {
     bool withIdentifiers = false;
 };
 
-/// Options, or why the arguments make none: `error` is empty when all is well.
+/// The options, or why the arguments are invalid: `error` is empty on success.
 struct ParsedOptions {
     Options options;
     QString error;

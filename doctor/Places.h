@@ -1,11 +1,11 @@
-// Where the machine shows what it is.
+// Where the machine is described.
 #pragma once
 
 #include <QString>
 
 namespace doctor {
 
-/// Roots of the files that are looked at; a test has others.
+/// Roots of the files that are read; tests use others.
 struct Places {
     QString root;
     QString sys = root + "/sys";

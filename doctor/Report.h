@@ -1,4 +1,4 @@
-// What is put out, in every form.
+// The report in each output form.
 #pragma once
 
 #include <QVector>
@@ -15,14 +15,14 @@ struct Report {
 
     GpuCount count() const { return countGpus(gpus); }
 
-    /// The gravest verdict.
+    /// The most serious verdict.
     Verdict worst() const;
 
     /// "4 GPUs installed, 1 listed: ..."; one sentence.
     QString headline() const;
 };
 
-/// For people. `columns`: where lines are broken; `colour`: with a terminal's colours.
+/// For people. `columns`: the width of lines; `colour`: with a terminal's colours.
 QByteArray textForm(const Report& report, int columns, bool colour);
 
 /// For programs: one JSON object, described in docs/finding-out-why.md.

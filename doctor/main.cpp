@@ -1,4 +1,4 @@
-// The doctor's entry point: it examines the machine and says what it found.
+// The doctor's entry point: examines the machine and prints the report.
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -38,14 +38,14 @@ bool putOut(const QString& file, const QByteArray& text, unsigned mode = 0644) {
         return error.empty();
     }
     const int error = qzstatus::writeAll(STDOUT_FILENO, bytes);
-    // A reader that has had enough (`| head`) is no news.
+    // A reader that stops early (`| head`) is not an error.
     if (error != 0 && error != EPIPE)
         complain(QStringLiteral("cannot write standard output: %1")
                      .arg(QString::fromLocal8Bit(std::strerror(error))));
     return error == 0;
 }
 
-/// Writes the recording, for its owner's eyes. Where it goes to standard output, nothing else may.
+/// Writes the recording with mode 0600, or to standard output, where nothing else may be written then.
 bool putRecording(const Options& options, const Report& report) {
     constexpr unsigned ownersOnly = 0600;
     const QByteArray description =
@@ -64,7 +64,7 @@ void clearProgress() {
     std::fputs("\r\x1b[K", stderr);
 }
 
-/// Why that user can't be judged for; empty: it can.
+/// Why that user's rights can't be checked; empty if they can.
 QString userProblem(const QString& name) {
     if (name.isEmpty())
         return {};
@@ -114,7 +114,7 @@ int examineAndReport(const Options& options) {
     if (settings.recordsFirst)
         needs |= NeedsAnswers;
     settings.user = options.user;
-    // A recording is of what the program does, which wakes what sleeps.
+    // A recording needs all of the program's calls, which wake suspended cards.
     settings.wakesCards = options.wake || settings.recordsFirst;
     settings.readings = options.readings;
     settings.program = programBeside();

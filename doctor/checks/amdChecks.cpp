@@ -104,7 +104,7 @@ void judgeAmdFiles(const Facts& facts, Findings& findings) {
             QString file;
             if (!isOfCard(call, card, file) || (call.returned && call.status == 0))
                 continue;
-            // The name's files are tried one after the other.
+            // The files that may have the name are tried in turn.
             if (file == QLatin1String("product_name") || file == QLatin1String("label"))
                 continue;
             allRead = false;

@@ -17,7 +17,7 @@ const AnswerTrial* trialOf(const Facts& facts, const char* option) {
     return found != facts.answers.end() ? &*found : nullptr;
 }
 
-/// The first GPU of the list that the question is about, in words; empty when there is none.
+/// The first listed GPU that the query is about, in words; empty without one.
 template <class Matches>
 QString listedGpu(const Facts& facts, Matches matches) {
     for (const RecordFacts& record : facts.programRun.records)
@@ -41,7 +41,7 @@ bool isNotAsked(const Facts& facts, Findings& findings, const AnswerTrial* trial
     return true;
 }
 
-/// What is wrong with a run that gave no answer; empty when it gave one.
+/// Why a run gave no answer; empty if it gave one.
 QString whyNoAnswer(const StepOutcome& outcome, const QString& asked, double timeLimit) {
     if (outcome.end == StepOutcome::End::Crashed)
         return QStringLiteral("%1 crashes (%2): a shell shows exit code %3")

@@ -1,4 +1,4 @@
-// The checks' judgements, a file a group. Each takes the facts and adds at least one finding.
+// The checks, one file per group. Each takes the facts and adds at least one finding.
 #pragma once
 
 #include "doctor/Finding.h"

@@ -31,7 +31,7 @@ QString triedText(const CudaLibraryFacts& library) {
     return QStringLiteral("%1 answers %2").arg(library.file, cudaStatusName(*library.countStatus));
 }
 
-/// What to do where CUDA answers but has no device to offer.
+/// What to do where CUDA answers but lists no device.
 QString environmentHint(const Facts& facts) {
     for (const EnvironmentVariable& variable : facts.system.environment)
         if (variable.name == QLatin1String("CUDA_VISIBLE_DEVICES"))

@@ -18,7 +18,7 @@ bool hasNvidia(const Facts& facts) {
                        [](const PciDevice& device) { return device.vendor == pciVendorNvidia; });
 }
 
-/// What to do about a status of NVML's.
+/// What to do about an NVML status.
 QString statusAdvice(int status, const Facts& facts) {
     switch (status) {
     case 4:
@@ -42,7 +42,7 @@ QString statusAdvice(int status, const Facts& facts) {
     }
 }
 
-/// Nothing of NVIDIA's here, in the words of the check's own skip or ok.
+/// Reports that the machine has nothing of NVIDIA, as ok or skipped.
 bool judgedAbsent(const Facts& facts, Findings& findings) {
     if (hasNvidia(facts) || facts.programRun.hasOpened("nvidia-ml"))
         return false;
@@ -50,7 +50,7 @@ bool judgedAbsent(const Facts& facts, Findings& findings) {
     return true;
 }
 
-/// What was not looked at, since the program's run did not get there.
+/// Reports what was not examined because the program's run did not get that far.
 bool judgedUnreached(const Facts& facts, const char* what, const char* reached, Findings& findings) {
     if (facts.programRun.firstCall(QLatin1String(reached)) != nullptr)
         return false;
@@ -115,7 +115,7 @@ void judgeNvmlLibrary(const Facts& facts, Findings& findings) {
         findings.failure(
             QStringLiteral("NVML can't be opened: %1")
                 .arg(opened != nullptr ? opened->text("reason") : QStringLiteral("it was not tried")),
-            // A container has the host's modules, and only the libraries that it was given.
+            // A container sees the host's modules, but only the libraries in its image or mounted into it.
             facts.system.container.isEmpty() || !facts.system.modules.contains("nvidia")
                 ? installAdvice(Package::NvidiaDriver, facts.system.distributionId)
                 : QStringLiteral("start the container with NVIDIA's runtime, which gives it the "

@@ -30,7 +30,7 @@ bool hasGpus(const Facts& facts) {
            countGpus(gpusOf(facts)).installed > 0;
 }
 
-/// The reason that opening a library failed, of the calls of a step.
+/// Why opening a library failed, from a step's calls.
 QString openFailure(const StepOutcome& outcome) {
     const auto calls = callsOf(outcome.messages);
     for (const CallFacts& call : calls)

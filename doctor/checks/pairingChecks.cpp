@@ -19,7 +19,7 @@ QString gpuText(const Gpu& gpu) {
     return gpu.address.isEmpty() ? name : QStringLiteral("%1 at %2").arg(name, gpu.address);
 }
 
-/// The device with that handle in the program's run: the n-th that the run's own calls gave.
+/// The device with that handle in the program's run: the n-th that its calls returned.
 const OpenCLDeviceFacts* deviceOf(const Facts& facts, const QString& handle) {
     QStringList platforms;
     for (const CallFacts& call : facts.programRun.calls) {
@@ -63,12 +63,12 @@ QString cudaText(const Gpu& gpu) {
                : QStringLiteral("CUDA device %1 by its bus and ").arg(gpu.record->deviceIndex);
 }
 
-/// Whether a GPU is without OpenCL since there is none at all, which another check reports.
+/// Whether a GPU has no OpenCL device because the machine has no OpenCL, which another check reports.
 bool isOpenCLAbsent(const Facts& facts) {
     return facts.programRun.firstCall("clGetDeviceIDs") == nullptr;
 }
 
-/// Whether a platform has more GPUs than are looked at.
+/// Whether a platform has more GPUs than the program examines.
 bool hasUnseenDevices(const Facts& facts) {
     return std::any_of(facts.openCL.platforms.begin(), facts.openCL.platforms.end(),
                        [&](const OpenCLPlatformFacts& platform) {

@@ -1,4 +1,4 @@
-// Every check there is.
+// The list of all checks.
 #pragma once
 
 #include <vector>
@@ -8,7 +8,7 @@
 
 namespace doctor {
 
-/// What a check looks at beside the files of the kernel and the system, which are always read.
+/// What a check needs besides the kernel's and the system's files, which are always read.
 enum Need : unsigned {
     NeedsNothing = 0,
     NeedsProgram = 1,
@@ -30,7 +30,7 @@ struct Check {
 /// In the order of the report.
 const std::vector<Check>& checks();
 
-/// Whether a selector names a check: its id, or the beginning of it up to a dot, with or without that dot.
+/// Whether a selector names a check: its id, or the part before a dot, with or without that dot.
 bool selects(const QString& selector, const Check& check);
 
 } // namespace doctor

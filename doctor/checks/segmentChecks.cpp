@@ -87,7 +87,7 @@ void judgeSegmentOwner(const Facts& facts, Findings& findings) {
 
 namespace {
 
-/// Judges a companion whose list is older than it may be.
+/// Judges a companion whose list is too old.
 void judgeLateCompanion(const SegmentFacts& segment, Findings& findings) {
     const QString who = companionText(segment);
     const QString age = seconds(segment.ageSeconds);

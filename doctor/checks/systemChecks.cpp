@@ -6,7 +6,7 @@ namespace doctor {
 
 namespace {
 
-/// Who is judged, for sentences.
+/// The user whose rights are checked, in words.
 QString userText(const Facts& facts) {
     return facts.rights.user.name.isEmpty() ? QStringLiteral("the user") : facts.rights.user.name;
 }

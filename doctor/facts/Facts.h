@@ -1,4 +1,4 @@
-// All that is known of a machine when it is judged.
+// Everything that the checks know about a machine.
 #pragma once
 
 #include <QString>
@@ -36,9 +36,9 @@ struct AnswerTrial {
 };
 
 struct Facts {
-    QString user;         ///< whose rights were asked for; empty: those of the one who runs the doctor
+    QString user;         ///< whose rights were asked for; empty: those of the user running the doctor
     double timeLimit = 0; ///< of a step, seconds
-    QString sleepingCard; ///< PCI address of a card that sleeps and must not be woken; empty: none
+    QString sleepingCard; ///< PCI address of a suspended card that must not be woken; empty: none
     QString program;      ///< path of the program beside the doctor
 
     SystemFacts system;

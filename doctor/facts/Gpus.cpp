@@ -28,7 +28,7 @@ struct Reason {
     const char* check;
 };
 
-/// Of a record: its number does not lead to a place in the list.
+/// The same for a GPU with a record, whose number has no place in the list.
 Reason whyRecordIsNotListed(const Facts& facts, const QVector<Gpu>& gpus, const Gpu& gpu) {
     const int number = gpu.record->deviceIndex;
     if (number < 0) {
@@ -68,7 +68,7 @@ Reason whyNoNvml(const Facts& facts) {
     return {};
 }
 
-/// The status with which NVML refused access to a GPU that it counts; 0: to none.
+/// The status with which NVML refused access to a GPU that it counts; 0 if it refused none.
 int refusedStatus(const Facts& facts) {
     const QVector<NvmlDeviceFacts> devices = facts.programRun.nvmlDevices();
     for (const NvmlDeviceFacts& device : devices)
@@ -109,7 +109,7 @@ Gpu* gpuAt(QVector<Gpu>& gpus, Gpu::Vendor vendor, const QString& address) {
     return nullptr;
 }
 
-/// The GPU at an address, a new one where the PCI bus does not show it.
+/// The GPU at an address; adds it if the PCI bus does not show it.
 Gpu& gpuOrNew(QVector<Gpu>& gpus, Gpu::Vendor vendor, const QString& address) {
     if (Gpu* known = gpuAt(gpus, vendor, address))
         return *known;
@@ -139,7 +139,7 @@ void addPci(QVector<Gpu>& gpus, const QVector<PciDevice>& devices) {
 void addNvidia(QVector<Gpu>& gpus, const Facts& facts) {
     const QVector<NvmlDeviceFacts> devices = facts.programRun.nvmlDevices();
     for (const NvmlDeviceFacts& device : devices) {
-        // Without a handle nothing is known of it but that NVML counts it: the PCI bus has the rest.
+        // Without a handle NVML only counts it: the PCI bus has the rest.
         if (device.handleStatus != 0)
             continue;
         Gpu& gpu = gpuOrNew(gpus, Gpu::Vendor::Nvidia, device.address);

@@ -1,4 +1,4 @@
-// Every GPU of the machine, put together from the PCI bus, the vendors and the program's own list.
+// Every GPU of the machine, merged from the PCI bus, the vendors' libraries and the program's list.
 #pragma once
 
 #include <QString>
@@ -12,18 +12,18 @@ struct Gpu {
     enum class Vendor { Nvidia, Amd };
 
     Vendor vendor = Vendor::Nvidia;
-    QString address; ///< may be empty where only a vendor tells of the GPU
+    QString address; ///< may be empty if only a vendor's library lists the GPU
     QString name;    ///< may be empty
     QString driver;  ///< the kernel's; empty: none is bound, or the PCI bus doesn't show it
     bool onPciBus = false;
     bool counts = true; ///< as installed
     QString whyNotCounted;
     bool isListed = false;
-    QString whyNotListed; ///< of one that counts; a clause
-    QString seeCheck;     ///< the check that says what to do about that; empty: none does
+    QString whyNotListed; ///< only for one that counts; a clause
+    QString seeCheck;     ///< the check that says what to do about that; may be empty
     int nvmlIndex = -1;
     QString card;                        ///< AMD: the kernel's entry, such as "card0"
-    const RecordFacts* record = nullptr; ///< lies in the facts
+    const RecordFacts* record = nullptr; ///< owned by the facts
 };
 
 /// By vendor, then by address.

@@ -1,4 +1,4 @@
-// What NVML tells that the program does not ask for.
+// What NVML reports beyond what the program asks for.
 #pragma once
 
 #include <QString>
@@ -11,9 +11,9 @@ namespace doctor {
 struct NvmlIdentity {
     int index = 0;
     QString address; ///< empty if it is not reported
-    QString uuid;    ///< texts are empty when they are not told
+    QString uuid;    ///< texts are empty if not reported
     QString vbiosVersion;
-    int migMode = -1; ///< -1: not told, or the GPU has none
+    int migMode = -1; ///< -1: not reported, or the GPU has none
     int persistenceMode = -1;
 
     template <class Visit>
@@ -52,7 +52,7 @@ struct NvmlFacts {
 /// NVML's name of a status, such as "NVML_ERROR_GPU_IS_LOST (15)".
 QString nvmlStatusName(int status);
 
-/// CUDA's, of the runtime and of the driver alike.
+/// The same for CUDA: the runtime and the driver share their codes.
 QString cudaStatusName(int status);
 
 } // namespace doctor

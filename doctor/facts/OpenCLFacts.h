@@ -1,4 +1,4 @@
-// What OpenCL offers, asked of the loader with all drivers and of each driver alone.
+// What OpenCL offers: through the loader with all drivers, and with each driver alone.
 #pragma once
 
 #include <QString>
@@ -9,7 +9,7 @@
 
 namespace doctor {
 
-/// One way in which a device may tell its bus.
+/// One way in which a device may report its bus.
 struct BusAnswer {
     QString attribute; ///< "NV", "AMD", "KHR"
     int status = 0;
@@ -29,8 +29,8 @@ struct OpenCLDeviceFacts {
     int platform = 0; ///< its place in the loader's list
     int number = 0;   ///< its place among the platform's GPUs
     QVector<BusAnswer> answers;
-    // As the program's rules take them.
-    QString nvidiaAttribute; ///< by which an NVIDIA GPU would find it; empty: by none
+    // By the program's rules.
+    QString nvidiaAttribute; ///< the one by which an NVIDIA GPU is paired with it; empty: none
     quint32 nvidiaBus = 0;
     bool amdBusKnown = false;
     QString amdSource;
@@ -56,7 +56,7 @@ struct OpenCLPlatformFacts {
     QString name;
     int status = 0;           ///< of asking for GPUs
     quint32 reported = 0;     ///< GPUs, as the platform counts them
-    quint32 otherDevices = 0; ///< processors and the like
+    quint32 otherDevices = 0; ///< CPUs and other non-GPU devices
 
     template <class Visit>
     void walk(Visit visit) {
@@ -94,7 +94,7 @@ struct OpenCLFacts {
 /// One registered driver.
 struct IcdFile {
     QString path;    ///< of the .icd file
-    QString library; ///< as it names it; empty: it names none
+    QString library; ///< as the file names it; empty: it names none
 };
 
 /// The .icd files of the loader's folder, or of what OCL_ICD_VENDORS names instead, by name.

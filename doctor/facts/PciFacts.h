@@ -22,8 +22,8 @@ struct PciDevice {
     bool isSuspended() const { return powerState == QLatin1String("suspended"); }
 };
 
-/// The devices of class 03 (display) and 12 (processing accelerators), by address. Reads only what wakes no
-/// device.
+/// The devices of class 03 (display) and 12 (processing accelerators), by address. Reads only files
+/// that wake no device.
 QVector<PciDevice> listPciGpus(const Places& places);
 
 /// "NVIDIA", "AMD", "Intel", ... or the number.

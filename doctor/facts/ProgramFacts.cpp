@@ -34,7 +34,7 @@ void noteDeviceCall(NvmlDeviceFacts& device, const CallFacts& call) {
         known->status = call.status;
 }
 
-/// The driver's library tells a device's facts attribute by attribute.
+/// The driver's library reports a device attribute by attribute.
 void noteAttribute(CudaDeviceFacts& device, const CallFacts& call) {
     constexpr int pciBus = 33;
     constexpr int capabilityMajor = 75;

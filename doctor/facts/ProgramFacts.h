@@ -1,4 +1,4 @@
-// What the program's own run has found, taken from its recorded calls.
+// What the program's run found, from its recorded calls.
 #pragma once
 
 #include <optional>
@@ -20,7 +20,7 @@ struct RecordFacts {
     int kind = 0; ///< GpuType
     bool optixCapable = false;
     bool amdRayTracing = false;
-    bool isListed = false; ///< the GPU list takes it over
+    bool isListed = false; ///< it is in the GPU list
     QString openCLDevice;  ///< handle; empty: none
 
     template <class Visit>
@@ -37,7 +37,7 @@ struct RecordFacts {
     }
 };
 
-/// One card of the kernel's.
+/// One card in /sys/class/drm.
 struct CardFacts {
     QString entry;   ///< "card0"
     QString address; ///< the last part of its device link
@@ -73,13 +73,13 @@ struct CallFacts {
     QString text(const char* key) const { return answer.value(QLatin1String(key)).toString(); }
 };
 
-/// A query that a device answers, or not.
+/// A query of a device, and whether it answers.
 struct QueryFacts {
     QString function;
     int status = 0;
 };
 
-/// A device as NVML has told the program of it.
+/// A device as NVML reported it to the program.
 struct NvmlDeviceFacts {
     int index = 0;
     int handleStatus = 0;
@@ -117,7 +117,7 @@ class ProgramFacts {
     QVector<RecordFacts> records;
     QVector<CardFacts> cards;
 
-    /// The first call of that name; null when there was none.
+    /// The first call of that name; null without one.
     const CallFacts* firstCall(const QString& name) const;
 
     /// Whether the library of one of these names was opened.
@@ -126,7 +126,7 @@ class ProgramFacts {
     QVector<NvmlDeviceFacts> nvmlDevices() const;
     QVector<CudaLibraryFacts> cudaLibraries() const;
 
-    /// The library that answers; empty when none does.
+    /// The library that answers; empty if none does.
     QString cudaLibrary() const;
     QVector<CudaDeviceFacts> cudaDevices() const;
 
@@ -136,7 +136,7 @@ class ProgramFacts {
     int listedCount() const;
 };
 
-/// The calls of a step, each with its answer and with what was printed meanwhile.
+/// The calls of a step, each with its answer and what was printed during it.
 QVector<CallFacts> callsOf(const Messages& messages);
 
 } // namespace doctor

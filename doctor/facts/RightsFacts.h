@@ -29,7 +29,7 @@ struct UserFacts {
     QString name;
     int id = -1;
     QStringList groups;
-    QString problem; ///< why it could not be judged as this user; empty: it was
+    QString problem; ///< why this user's rights could not be checked; empty on success
 
     template <class Visit>
     void walk(Visit visit) {

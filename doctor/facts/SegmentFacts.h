@@ -11,7 +11,7 @@ struct SegmentFacts {
     int result = 0;      ///< SegmentResult
     QString resultText;  ///< one sentence
     bool exists = false; ///< something is under the name
-    QString owner;       ///< empty when nothing is there
+    QString owner;       ///< empty without one
     int mode = 0;
     bool attached = false;
     bool published = false;

@@ -1,4 +1,4 @@
-// What the machine is, apart from its GPUs.
+// The machine, except its GPUs.
 #pragma once
 
 #include <QString>
@@ -15,13 +15,13 @@ struct EnvironmentVariable {
 };
 
 struct SystemFacts {
-    QString distribution;   ///< as people know it, such as "Debian GNU/Linux 12 (bookworm)"; may be empty
+    QString distribution;   ///< its full name, such as "Debian GNU/Linux 12 (bookworm)"; may be empty
     QString distributionId; ///< "debian"
     QString kernel;         ///< release, such as "6.1.0-18-amd64"
     QString container;      ///< "docker", "podman", ...; empty outside of one
     bool wsl = false;       ///< Windows Subsystem for Linux
     QVector<EnvironmentVariable> environment; ///< those set that hide devices or move drivers
-    double memoryAvailableMb = -1.0;          ///< -1: not told
+    double memoryAvailableMb = -1.0;          ///< -1: unknown
     QStringList modules;                      ///< kernel modules of GPUs that are loaded, of those looked for
     QString nvidiaModuleVersion;              ///< of /proc/driver/nvidia/version; empty without it
 };
@@ -41,8 +41,7 @@ QString parseNvidiaModuleVersion(const QByteArray& text);
 /// "MemAvailable:   16318432 kB" in MiB; -1 without it.
 double parseMemoryAvailable(const QByteArray& meminfo);
 
-/// What a container manager is named in the environment of the first process or by a file; `wsl` from
-/// /proc/version.
+/// The container manager, from the first process's environment or from a file; `wsl` from /proc/version.
 QString containerOf(const Places& places);
 bool isWsl(const QByteArray& procVersion);
 

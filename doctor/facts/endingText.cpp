@@ -27,7 +27,7 @@ constexpr CallInWords callsInWords[] = {
     {"clGetDeviceInfo", "when a device is asked for its properties"},
 };
 
-/// What was printed in the call that did not return, else anything that was.
+/// What was printed during the call that did not return, else anything printed.
 QByteArray lastWords(const StepOutcome& outcome) {
     const QVector<CallFacts> calls = callsOf(outcome.messages);
     return calls.isEmpty() || calls.last().returned ? QByteArray() : calls.last().printed;

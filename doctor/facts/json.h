@@ -1,4 +1,4 @@
-// Records as JSON and back, for what a child process has found out. A record lists its members once:
+// Records as JSON and back, for results from a child process. A record lists its members once:
 //     template <class Visit> void walk(Visit visit) { visit("name", name); ... }
 #pragma once
 
@@ -27,7 +27,7 @@ QJsonObject toJson(Record record) {
 template <class Value>
 void fromJsonValue(const QJsonValue& json, Value& value);
 
-/// Members that the object lacks keep their initial values.
+/// Members missing from the object keep their initial values.
 template <class Record>
 Record fromJson(const QJsonObject& object) {
     Record record;

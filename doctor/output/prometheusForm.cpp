@@ -45,7 +45,7 @@ QString identityFamily(const Report& report) {
                : head("qzgpuinfo_gpu_identity", "A GPU's identity; the value is always 1.") + series;
 }
 
-/// One series a check: its gravest verdict.
+/// One series per check: its most serious verdict.
 QString verdictFamily(const Report& report) {
     QStringList order;
     QMap<QString, Verdict> verdicts;

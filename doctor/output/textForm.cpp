@@ -10,7 +10,7 @@ namespace {
 
 constexpr int verdictColumns = 9;
 
-/// Text from drivers and files, fit for a terminal.
+/// Makes text from drivers and files safe for a terminal.
 QString shown(const QString& text) {
     return QString::fromStdString(qzstatus::displayText(text.toStdString()).text);
 }
@@ -37,7 +37,7 @@ class TextWriter {
 
     void line(const QString& text) { out += text + '\n'; }
 
-    /// `text` broken into lines, the first behind `head`, the others below its text.
+    /// `text` broken into lines: the first after `head`, the others indented below it.
     void paragraph(const QString& head, int headColumns, const QString& text) {
         QString start = head;
         const auto parts = wrapped(text, columns - headColumns);
@@ -71,8 +71,8 @@ class TextWriter {
     QString out;
 };
 
-/// The first problems of one check, and what to do about them. One that calls for nothing but what `advised`
-/// has already is a consequence of an earlier one, and is listed below only.
+/// The first problems of one check, and what to do about them. A problem whose advice is already in `advised`
+/// is a consequence of an earlier one, and is listed only among the checks.
 void writeProblems(TextWriter& writer, const QVector<Finding>& findings, const QString& check,
                    QStringList& advised) {
     constexpr int mostShown = 3;
@@ -89,7 +89,7 @@ void writeProblems(TextWriter& writer, const QVector<Finding>& findings, const Q
     for (int i = 0; i < shownCount; ++i) {
         advised.append(problems[i].advice);
         Finding shown = problems[i];
-        // What is to be done stands once, below the last that it is for.
+        // Advice is printed once, after the last problem that it applies to.
         if (i + 1 < shownCount && problems[i + 1].advice == shown.advice)
             shown.advice.clear();
         writer.finding(shown);

@@ -6,8 +6,8 @@
 
 namespace doctor {
 
-/// Becomes the program with one option. Returns only where it can't be started: after telling "cannot" with
-/// its "reason".
+/// Executes the program with one option. Returns only if it can't be started, after sending "cannot" with
+/// a "reason".
 void askProgram(Channel& channel, const QString& program, const QString& option);
 
 /// The program installed beside this one.

@@ -41,7 +41,7 @@ struct NvmlIdentityTable {
     }
 };
 
-/// A text that NVML writes, empty when it doesn't.
+/// A text from NVML; empty if the call fails.
 template <class Get>
 QString textFrom(Channel& channel, const char* function, Get get) {
     std::array<char, 96> text{};
@@ -118,7 +118,7 @@ void askNvml(Channel& channel) {
     const GpuNvml_Table& nvml = GpuNvml_Loader::table();
     const Inquiry inquiry(channel);
     const nvmlReturn_t started = nvml.nvmlInit_v2();
-    // The file is known even where the library doesn't start.
+    // The file is known even if the library doesn't start.
     channel.tell("library", toJson(inquiry.library()));
     unsigned int count = 0;
     if (started != NVML_SUCCESS || nvml.nvmlDeviceGetCount_v2(&count) != NVML_SUCCESS)

@@ -4,7 +4,7 @@
 
 namespace doctor {
 
-/// Asks NVML for what names a driver and its GPUs: tells a "library" and, for each device, a "device".
+/// Asks NVML for the identities of the driver and the GPUs: sends "library", and "device" for each device.
 void askNvml(Channel& channel);
 
 } // namespace doctor

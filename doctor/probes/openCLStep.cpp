@@ -31,7 +31,7 @@ quint32 countDevices(cl_platform_id platform, cl_device_type type, int& status) 
     return status == CL_SUCCESS ? count : 0;
 }
 
-/// What each of the attributes tells, whichever the program would ask for.
+/// The bus by each of the attributes, including those that the program would not query.
 QVector<BusAnswer> busAnswers(cl_device_id device) {
     QVector<BusAnswer> answers;
     const auto ask = [&](const char* name, cl_device_info attribute, auto& value, auto bus) {
@@ -98,7 +98,7 @@ void listOpenCL(Channel& channel) {
 
 void tryIcdAlone(Channel& channel, const IcdFile& icd, const QString& folder) {
     ::setenv("OCL_ICD_VENDORS", folder.toLocal8Bit().constData(), 1);
-    // Names drivers beside those of the folder.
+    // Names further drivers.
     ::unsetenv("OCL_ICD_FILENAMES");
     const DynamicLoader loader = Recorder::loader();
     {

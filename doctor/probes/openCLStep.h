@@ -5,11 +5,11 @@
 
 namespace doctor {
 
-/// Lists what the loader offers with all of its drivers: tells the "library", each "platform" and "device".
+/// Lists what the loader offers with all drivers: sends "library", and each "platform" and "device".
 void listOpenCL(Channel& channel);
 
-/// The same with one driver alone, whose .icd file is the only one in `folder`. Opens the driver's library by
-/// itself first.
+/// The same with one driver alone, whose .icd file is the only one in `folder`. First opens the
+/// driver's library without the loader.
 void tryIcdAlone(Channel& channel, const IcdFile& icd, const QString& folder);
 
 } // namespace doctor

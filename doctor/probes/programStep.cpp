@@ -22,7 +22,7 @@ namespace doctor {
 
 namespace {
 
-/// A provider whose records can be looked at, those too that no list takes over.
+/// A provider that gives access to all its records, even unlisted ones.
 template <class Provider>
 class Opened : public Provider {
   public:
@@ -30,7 +30,7 @@ class Opened : public Provider {
     const QList<GpuDevice*>& records() const { return this->gpus; }
 };
 
-/// The system's loader as the recorder has it, but for OpenCL's libraries.
+/// The recorder's loader, which finds no OpenCL library.
 DynamicLoader loaderWithoutOpenCL() {
     DynamicLoader loader = Recorder::loader();
     loader.open = [](const char* name, int mode) -> void* {
@@ -57,7 +57,7 @@ void tellRecords(Channel& channel, const Opened<Provider>& provider) {
         facts.optixCapable = gpu->optixCapable != 0;
         facts.amdRayTracing = gpu->amdRayTracing != 0;
         facts.openCLDevice = gpu->clDevice != 0 ? handleText(openCLDeviceOf(*gpu)) : QString();
-        // Of several records with one number the first is the one that is listed.
+        // Of several records with the same number, the first is listed.
         facts.isListed = listed.removeOne(gpu->deviceIndex);
         channel.tell("record", toJson(facts));
     }
@@ -85,7 +85,7 @@ void tellCards(Channel& channel, const QString& drm) {
 } // namespace
 
 void runProgram(Channel& channel, const ProgramRun& run) {
-    // The program's own lines are not what is examined.
+    // Suppresses the program's own output.
     logLevel = -1;
     Recorder recorder(channel);
     const DynamicLoader loader = run.wakesNothing ? loaderWithoutOpenCL() : Recorder::loader();

@@ -1,4 +1,4 @@
-// What the program itself finds, seen call by call.
+// Runs the program's detection and records its calls.
 #pragma once
 
 #include "doctor/Places.h"
@@ -9,13 +9,12 @@ namespace doctor {
 struct ProgramRun {
     Places places;
     int readings = 1; ///< update cycles
-    /// AMD's live figures and OpenCL, which wake a card that sleeps, are left out.
+    /// Skips AMD's live figures and OpenCL, which wake suspended cards.
     bool wakesNothing = false;
 };
 
-/// Runs the providers' own code in the order of the program's driver, every call recorded. Tells "record" for
-/// each GPU that a provider has and "card" for each card of the kernel's. For a child whose exit handlers
-/// run.
+/// Runs the providers' own code in the order of the program's driver, and records every call. Sends "record"
+/// for each of the providers' GPUs and "card" for each of the kernel's cards. The child has to end by `exit`.
 void runProgram(Channel& channel, const ProgramRun& run);
 
 } // namespace doctor

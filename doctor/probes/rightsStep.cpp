@@ -42,7 +42,7 @@ UserFacts currentUser() {
     return facts;
 }
 
-/// The nodes that the vendors' drivers open, of those there are.
+/// The existing device nodes that the vendors' drivers open.
 QStringList nodePaths(const QString& dev) {
     QStringList paths;
     const auto add = [&](const QString& directory, const QStringList& names) {

@@ -5,10 +5,10 @@
 
 namespace doctor {
 
-/// Makes this process that user's, with all of the user's groups. Empty, or why it can't be done.
+/// Switches this process to that user, with all of the user's groups. Returns why it can't, or an empty text.
 QString becomeUser(const QString& name);
 
-/// Judges device nodes and shared memory as the user `name` (empty: as the one who runs the doctor): tells
+/// Judges device nodes and shared memory as the user `name` (empty: the user running the doctor): sends
 /// "rights".
 void judgeRights(Channel& channel, const Places& places, const QString& name);
 

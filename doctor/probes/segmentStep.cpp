@@ -39,7 +39,7 @@ bool hasOpen(const QString& descriptors, const QString& path) {
     });
 }
 
-/// The companions that have the segment open. Another user's processes don't show what they have open.
+/// The companions that have the segment open. Other users' processes can't be examined.
 QVector<int> companionsOf(const QString& proc, const QString& path) {
     QVector<int> pids;
     const QStringList entries = QDir(proc).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
@@ -55,7 +55,7 @@ QVector<int> companionsOf(const QString& proc, const QString& path) {
 } // namespace
 
 void readSegment(Channel& channel, const Places& places, const QString& name) {
-    // Looked up by the one who sees most.
+    // Before the rights to see other users' processes are given up.
     const QString directory = places.dev + "/shm";
     const GpuSegmentReader reader(QFile::encodeName(directory).toStdString());
     SegmentFacts facts;

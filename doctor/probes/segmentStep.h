@@ -5,7 +5,7 @@
 
 namespace doctor {
 
-/// Reads the segment as the user `name` (empty: as the one who runs the doctor): tells "segment".
+/// Reads the segment as the user `name` (empty: the user running the doctor): sends "segment".
 void readSegment(Channel& channel, const Places& places, const QString& name);
 
 } // namespace doctor

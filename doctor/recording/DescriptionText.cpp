@@ -6,7 +6,7 @@ namespace doctor {
 
 namespace {
 
-/// Which calls of `count` a run of equal ones is: empty for all of them.
+/// The range of a run of equal calls, out of `count`: empty if it is all of them.
 QByteArray callsText(int first, int last, int count) {
     const QByteArray from = QByteArray::number(first);
     if (first == 1 && last == count)
@@ -28,7 +28,7 @@ QByteArray quotedValue(const QByteArray& bytes) {
             text += "\\t";
         else if (c == '"' || c == '\\')
             text += QByteArray("\\") + c;
-        // "{i}" would be the number of a repetition.
+        // "{i}" would be replaced by the repetition's number.
         else if (byte < 0x20 || byte >= 0x7f || c == '{')
             text += "\\x" + QByteArray::number(byte, 16).rightJustified(2, '0');
         else

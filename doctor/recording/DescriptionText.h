@@ -1,4 +1,4 @@
-// The text of a machine's description, as the simulator reads it.
+// Writes a machine's description for the simulator.
 #pragma once
 
 #include <QByteArray>
@@ -7,16 +7,16 @@
 
 namespace doctor {
 
-/// A value in quotes: any bytes.
+/// A value in quotes, which may have any bytes.
 QByteArray quotedValue(const QByteArray& bytes);
 
-/// A value that needs no quotes as it is, any other in quotes. For names.
+/// A value in quotes if it needs them. For names.
 QByteArray nameValue(const QByteArray& bytes);
 
-/// Numbers of one figure, reading by reading: one number where it never changes.
+/// The readings of a figure: a single number if it never changes.
 QByteArray figureValue(const QVector<quint64>& readings);
 
-/// Sections in the order in which they are begun; faults are gathered, and come last.
+/// Sections in the order in which they are begun; the collected faults come last.
 class DescriptionText {
   public:
     void comment(const QString& line);
@@ -28,7 +28,8 @@ class DescriptionText {
     /// "TARGET = ACTION [CALLS]"; `calls` as "at 3".
     void fault(const QString& target, const QByteArray& action, const QByteArray& calls = {});
 
-    /// The calls of a target that fail, by the status of each: 0 is none. `action`: "fail" or "refuse".
+    /// The failing calls of a target, from the status of each call (0: success). `action`: "fail" or
+    /// "refuse".
     void failures(const QString& target, const QVector<int>& statuses, const char* action = "fail");
 
     QByteArray whole() const;

@@ -20,7 +20,7 @@ QString targetOf(const CallFacts& call) {
 QVector<QString> handlesOf(const CallFacts& call) {
     QVector<QString> handles;
     const QJsonArray array = call.answer.value("handles").toArray();
-    // A library may report more than it gives, and leave the rest unset.
+    // A library may report more handles than it writes, and leave the rest unset.
     for (const QJsonValue& handle : array)
         if (handle.toString() != QLatin1String("0"))
             handles.append(handle.toString());
@@ -45,7 +45,7 @@ NumberedCalls::NumberedCalls(const QVector<CallFacts>& calls) {
     }
 }
 
-/// The platforms and devices that the calls give, whenever they give them first.
+/// Notes the platforms and devices that the calls return, from the first call that returns them.
 void NumberedCalls::noteHandles(const QVector<CallFacts>& calls) {
     QMap<QString, QVector<QString>> devices;
     for (const CallFacts& call : calls) {

@@ -12,7 +12,7 @@ namespace doctor {
 /// A call with its place among those of its kind.
 struct NumberedCall {
     const CallFacts* call = nullptr;
-    QString target;  ///< what a fault names: the function, the library, or "card0/FILE"
+    QString target;  ///< as faults name it: the function, the library, or "card0/FILE"
     int device = -1; ///< the vendor's number of the device it is about; -1: of none
     int number = 0;  ///< from 1, among the target's calls for that device, or all of the target's
 };
@@ -40,7 +40,7 @@ class NumberedCalls {
     QMap<int, int> cudaOrdinals; ///< the driver's own device numbers by its handles
 };
 
-/// The platforms or devices that a call gave.
+/// The platforms or devices that a call returned.
 QVector<QString> handlesOf(const CallFacts& call);
 
 /// "card0/gpu_busy_percent" of /sys/class/drm/card0/device/gpu_busy_percent; empty for other files.

@@ -1,4 +1,4 @@
-// One call of a vendor's entry point as it is recorded.
+// Records one call of a vendor's entry point.
 #pragma once
 
 #include <chrono>
@@ -23,7 +23,7 @@ struct Recording {
 
 Recording& recording();
 
-/// Announced when it is made; `answer` is to follow.
+/// Announces the call when constructed; `answer` must follow.
 class RecordedCall {
   public:
     explicit RecordedCall(const QString& callName, const QJsonObject& arguments = {}) : name(callName) {
@@ -37,7 +37,7 @@ class RecordedCall {
         return reinterpret_cast<Function*>(recording().entryPoints.value(name));
     }
 
-    /// Sends what the call gave back, its status, `fields` and the seconds it took. Gives the status.
+    /// Sends the call's results: its status, `fields` and its duration in seconds. Returns the status.
     template <class Status>
     Status answer(Status status, QJsonObject fields = {}) const {
         if (recording().channel != nullptr) {
@@ -54,7 +54,7 @@ class RecordedCall {
     std::chrono::steady_clock::time_point made = std::chrono::steady_clock::now();
 };
 
-/// A vendor's handle, as it is told.
+/// A vendor's handle as text.
 inline QString handleText(const void* handle) {
     return QString::number(reinterpret_cast<quintptr>(handle), 16);
 }

@@ -13,7 +13,7 @@ namespace {
 
 TextFileReader systemReader = nullptr;
 
-// A value of the kernel's is at most a page; of a longer file, its beginning tells enough.
+// A kernel value is at most a page; of a longer file, the beginning is enough.
 constexpr int mostFileBytes = 4096;
 
 QByteArray readRecorded(const QString& path) {

@@ -1,4 +1,4 @@
-// Makes every call of the program's own code visible to the doctor, without changing one.
+// Reports every call of the program's code to the doctor without changing it.
 #pragma once
 
 #include "doctor/steps/Channel.h"
@@ -8,8 +8,8 @@
 namespace doctor {
 
 /// While it exists, the small text files that are read, and the entry points of the vendors' libraries that
-/// are opened through `loader`, are announced on the channel before each call and answered after it. One a
-/// process, in a child that ends soon: the vendors' tables keep its functions.
+/// are opened through `loader`, are announced on the channel before each call and answered after it. One per
+/// process, in a short-lived child: the vendors' tables keep its functions.
 ///
 /// The calls are named as the libraries name them, "open LIBRARY", "close LIBRARY" and "read PATH". A symbol
 /// that a library lacks is a message of the kind "missing", with "library" and "symbol".
@@ -24,7 +24,7 @@ class Recorder {
     /// are recorded.
     static DynamicLoader loader();
 
-    /// From here on nothing is sent, or everything again.
+    /// Stops and restarts sending.
     void pause();
     void resume();
 

@@ -9,7 +9,7 @@ namespace doctor {
 
 namespace {
 
-/// The number that is all of a file's text but its line's end, written as the kernel writes numbers.
+/// The number that a file has on its only line, in the kernel's format.
 bool isNumber(const QByteArray& bytes, quint64& number) {
     bool isOne = false;
     number = bytes.trimmed().toULongLong(&isOne);

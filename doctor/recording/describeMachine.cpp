@@ -13,7 +13,7 @@ namespace doctor {
 
 namespace {
 
-/// The last call of a run that did not come to its end; null where it ended outside of any call.
+/// The last call of a run that did not finish; null if it ended outside of any call.
 const NumberedCall* lastCall(const NumberedCalls& calls) {
     return calls.all().isEmpty() || calls.all().last().call->returned ? nullptr : &calls.all().last();
 }
@@ -64,7 +64,7 @@ void describeDistribution(DescriptionText& text, const Places& places) {
         text.value("missing", "yes");
         return;
     }
-    // The other lines are not the program's matter, and may say more than a report should.
+    // The program does not read the other lines, and they may contain what a report should not.
     QByteArray kept;
     const QList<QByteArray> lines = osRelease.split('\n');
     for (const QByteArray& line : lines)
@@ -90,8 +90,8 @@ void describeHead(DescriptionText& text, const Facts& facts, const RecordingSett
                               .toUtf8());
 }
 
-/// What a replay is to show: the answers, how a run ended, and the problems that are the drivers' and not
-/// those of the machine around them.
+/// The expected results of a replay: the answers, how a run ended, and those problems that come from the
+/// drivers, not from the machine around them.
 void describeExpectations(DescriptionText& text, const Facts& facts, const QVector<Finding>& findings) {
     QStringList queries;
     for (const AnswerTrial& trial : facts.answers)
@@ -124,7 +124,7 @@ QByteArray openedOf(const Facts& facts, const QStringList& names) {
     return "none";
 }
 
-/// The major version that a runtime's soname tells; empty for an unknown one.
+/// The major version in a runtime's soname; empty for an unknown one.
 QByteArray majorOf(const QString& soname) {
     for (const char* major : {"13", "12", "11"})
         if (soname.startsWith(QStringLiteral("libcudart.so.%1").arg(QLatin1String(major))))
@@ -143,7 +143,7 @@ void describeLibraries(DescriptionText& text, const Facts& facts) {
         const QString library = call.argument("library");
         if (!call.name.startsWith("open libcudart") || (call.returned && call.status != 0))
             continue;
-        // One that did not come back from its opening says no soname; its name does.
+        // A library whose opening did not return has no soname; its name is used.
         const QByteArray major = majorOf(call.returned ? call.text("soname") : library);
         if (library == QLatin1String("libcudart.so"))
             plain = major;
@@ -155,7 +155,7 @@ void describeLibraries(DescriptionText& text, const Facts& facts) {
         text.value("cudart_plain", plain);
     text.value("cuda", openedOf(facts, {"libcuda.so.1"}) == "none" ? "no" : "yes");
     text.value("opencl", openedOf(facts, {"libOpenCL.so.1", "libOpenCL.so"}));
-    // Each provider looks for what the one before it did not find.
+    // Each provider looks again for a library that the previous one did not find.
     const QVector<QJsonObject> missing = facts.programEnd.told("missing");
     for (auto told = missing.cbegin(); told != missing.cend(); ++told)
         if (std::find(missing.cbegin(), told, *told) == told)

@@ -13,8 +13,9 @@ struct RecordingSettings {
     bool withIdentifiers = false;
 };
 
-/// What the program's own run has met, call by call, in a description on which the program answers alike. Its
-/// first lines say what was left out, and its section [expected] what the program and the doctor said there.
+/// Describes what the program's run met, call by call, so that the program answers the same on the simulated
+/// machine. The first lines say what was left out; the section [expected] has the results of the program and
+/// the doctor.
 QByteArray describeMachine(const Facts& facts, const QVector<Finding>& findings,
                            const RecordingSettings& settings);
 

@@ -18,7 +18,7 @@ QVector<int> statusesOf(const QVector<NumberedCall>& calls) {
     return statuses;
 }
 
-/// A figure's readings; where one failed, the value before it, which nobody sees.
+/// A figure's readings; a failed one repeats the previous value, which is never shown.
 template <class Value>
 QVector<quint64> readingsOf(const QVector<NumberedCall>& calls, Value value) {
     QVector<quint64> readings;
@@ -48,7 +48,7 @@ const CallFacts* firstGood(const QVector<NumberedCall>& calls) {
     return found != calls.end() ? found->call : nullptr;
 }
 
-/// Where a device is; one that tells another bus the next time does so here as well.
+/// A device's location; one that reports another bus in a later call does so here as well.
 void describePlace(DescriptionText& text, const NumberedCalls& calls, int device) {
     const QVector<NumberedCall> asked = calls.of("nvmlDeviceGetPciInfo_v3", device);
     const CallFacts* place = firstGood(asked);
@@ -96,8 +96,7 @@ void describeErrorTexts(DescriptionText& text, const NumberedCalls& calls) {
     }
 }
 
-/// How many devices are described: those beyond the last that gave a handle say no more than that there are
-/// more.
+/// How many devices are described: those after the last with a handle are only counted.
 int describedDevices(const NumberedCalls& calls, int counted) {
     int last = 0;
     for (const NumberedCall& one : calls.all())

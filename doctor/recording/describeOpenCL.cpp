@@ -10,7 +10,7 @@ QByteArray bytesOf(const CallFacts& call) {
     return bytesOfText(call.text("bytes"));
 }
 
-/// A text is what comes before its first NUL.
+/// A text up to its first NUL.
 QByteArray textOf(const CallFacts& call) {
     const QByteArray bytes = bytesOf(call);
     const int end = bytes.indexOf('\0');
@@ -24,7 +24,7 @@ quint32 wordOf(const QByteArray& bytes, int offset) {
     return word;
 }
 
-/// A call's text as it was first given; another one later is a fault of that call.
+/// A call's first text; a different one later is a fault of that call.
 void describeText(DescriptionText& text, const QVector<NumberedCall>& calls, const QString& key) {
     const NumberedCall* given = nullptr;
     for (const NumberedCall& one : calls)
@@ -150,7 +150,8 @@ void describePlatform(DescriptionText& text, const NumberedCalls& calls, const Q
         describeDevice(text, calls, nextDevice++);
 }
 
-/// The count of platforms that the first good call gives; one that gives another, or fails, is a fault.
+/// The count of platforms from the first successful call; a call with another count, or a failure, is a
+/// fault.
 qint64 describeCounts(DescriptionText& text, const QVector<NumberedCall>& listed, int platforms) {
     const auto countOf = [](const NumberedCall& one) {
         return static_cast<qint64>(one.call->number("reported"));
@@ -159,7 +160,7 @@ qint64 describeCounts(DescriptionText& text, const QVector<NumberedCall>& listed
     for (const NumberedCall& one : listed)
         if (usual < 0 && one.call->returned && one.call->status == 0)
             usual = countOf(one);
-    // Without platforms a loader answers an error of its own.
+    // Without platforms a loader returns its own error.
     for (const NumberedCall& one : listed) {
         if (!one.call->returned || platforms == 0)
             continue;

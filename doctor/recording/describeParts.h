@@ -1,4 +1,4 @@
-// The parts of a recorded machine's description, a file a vendor.
+// The parts of a recorded machine's description, one file per vendor.
 #pragma once
 
 #include "doctor/facts/Facts.h"
@@ -13,7 +13,7 @@ void describeCuda(DescriptionText& text, const NumberedCalls& calls, const Facts
 void describeOpenCL(DescriptionText& text, const NumberedCalls& calls);
 void describeCards(DescriptionText& text, const NumberedCalls& calls, const Places& places);
 
-/// What was printed, how long calls took, and the call in which the run ended.
+/// Output of drivers, slow calls, and the call in which the run ended.
 void describeEvents(DescriptionText& text, const NumberedCalls& calls, const StepOutcome& outcome);
 
 /// "FUNCTION#DEVICE", or the target alone for a call that is about no device.

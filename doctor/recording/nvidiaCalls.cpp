@@ -1,4 +1,4 @@
-// The recording functions of NVML and CUDA. Arguments and answers are those that the program looks at.
+// The recording functions of NVML and CUDA. They record the arguments and answers that the program uses.
 #include <cstring>
 
 #include "doctor/recording/RecordedCall.h"
@@ -15,7 +15,7 @@ QString wide(unsigned long long number) {
     return QString::number(number);
 }
 
-/// What a library wrote into a room for text, terminated or not.
+/// The text that a library wrote into a buffer, terminated or not.
 QString textIn(const char* room, std::size_t size) {
     return textOfBytes(QByteArray(room, static_cast<int>(strnlen(room, size))));
 }

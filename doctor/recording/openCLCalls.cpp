@@ -12,7 +12,7 @@ namespace doctor {
 
 namespace {
 
-// The rooms that the program gives are no larger; a driver may report any count.
+// The program's buffers are no larger; a driver may report any count.
 constexpr cl_uint mostHandles = 64;
 
 template <class Handle>

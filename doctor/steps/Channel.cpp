@@ -28,7 +28,7 @@ void Channel::end(const QJsonObject& answer) {
 
 void Channel::tell(const char* kind, const QJsonObject& content) {
     const QByteArray packet = mark + kind + '\n' + QJsonDocument(content).toJson(QJsonDocument::Compact);
-    // A doctor that is gone needs no message; this child is about to be killed.
+    // If the doctor has exited, this child is about to be killed as well.
     while (::send(line, packet.constData(), static_cast<std::size_t>(packet.size()), MSG_NOSIGNAL) < 0 &&
            errno == EINTR) {
     }

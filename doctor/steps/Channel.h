@@ -1,4 +1,4 @@
-// The child's end of the line to the doctor.
+// The child's end of the socket to the doctor.
 #pragma once
 
 #include <QByteArray>
@@ -11,21 +11,21 @@ namespace doctor {
 /// driver prints arrives in order, between the call that printed it and the next.
 class Channel {
   public:
-    /// `line`: a connected SOCK_SEQPACKET socket, which stays the caller's. `mark`: what each message begins
-    /// with; a packet without it is output.
+    /// `line`: a connected SOCK_SEQPACKET socket, owned by the caller. `mark`: the prefix of each message; a
+    /// packet without it is output.
     Channel(int line, const QByteArray& mark);
 
-    /// A call is about to be made. Calls do not nest. Flushes standard output first, as `end` does: what a
-    /// call prints belongs to it.
+    /// Announces a call. Calls do not nest. Flushes standard output first, as `end` does, so that output
+    /// during a call is attributed to it.
     void begin(const QString& call, QJsonObject arguments = {});
 
-    /// It has returned.
+    /// Reports that the call has returned.
     void end(const QJsonObject& answer = {});
 
-    /// A result of the step.
+    /// Sends a result of the step.
     void tell(const char* kind, const QJsonObject& content = {});
 
-    /// Announces `call`, makes it and gives its result.
+    /// Announces `call`, makes it and returns its result.
     template <class Function>
     auto around(const QString& call, Function function) {
         begin(call);

@@ -8,10 +8,10 @@
 
 namespace doctor {
 
-/// Kinds of message that every step sends. All others are a step's own.
+/// Kinds of message that every step sends. Each step has further ones.
 constexpr const char* messageBegin = "begin"; ///< a vendor's call is about to be made: "call", its arguments
 constexpr const char* messageEnd = "end";     ///< it has returned: its answer
-constexpr const char* messageOutput = "output"; ///< "text": what somebody wrote to standard output or error
+constexpr const char* messageOutput = "output"; ///< "text": output on standard output or error
 constexpr const char* messageDone = "done";     ///< the step's work is over
 
 struct Message {
@@ -21,7 +21,7 @@ struct Message {
 
 using Messages = QVector<Message>;
 
-/// Bytes of any kind as JSON text and back: one character a byte.
+/// Arbitrary bytes as JSON text and back: one character per byte.
 inline QString textOfBytes(const QByteArray& bytes) {
     // Of a QByteArray alone, only what comes before its first NUL is taken.
     return QString::fromLatin1(bytes.constData(), bytes.size());

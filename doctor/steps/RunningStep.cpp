@@ -22,13 +22,13 @@ namespace {
 /// Numbers below belong to the standard streams and to what the child opens.
 constexpr int lowestLine = 100;
 
-/// The child leads a group of its own, dies with the doctor, leaves no core, and writes to the line.
+/// Sets up the child: its own process group, killed with the doctor, no core file, output to the socket.
 void becomeChild(pid_t parent, int line) {
     ::setpgid(0, 0);
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent)
         ::_exit(0);
-    // One byte: the kernel then makes neither a file nor a call of the program that collects cores.
+    // One byte: the kernel then neither writes a core file nor starts a core collector.
     const rlimit noCore{1, 1};
     ::setrlimit(RLIMIT_CORE, &noCore);
     const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -69,7 +69,7 @@ RunningStep::RunningStep(const Step& stepToRun, int place, StepRunner::SendSigna
         runChild(*step, parent, childsEnd.get(), mark);
     if (pid < 0)
         return;
-    // Either side may be the first to need it.
+    // In both processes, since either may need it first.
     ::setpgid(pid, pid);
     outcome.pid = pid;
 }
@@ -79,9 +79,9 @@ std::chrono::milliseconds RunningStep::age() const {
 }
 
 void RunningStep::receive() {
-    // The longest packet that the system lets through is shorter.
+    // Longer than any packet that the system permits.
     static QByteArray room(1 << 20, Qt::Uninitialized);
-    // Both a closed line and an empty write read as nothing; only the former does so without end.
+    // A closed socket and an empty packet both read as 0 bytes; only the former does so repeatedly.
     constexpr int mostEmptyPackets = 64;
     for (int empty = 0; line.isOpen();) {
         const ssize_t length =
@@ -119,7 +119,7 @@ void RunningStep::take(const QByteArray& packet) {
 
 bool RunningStep::isOver(const StepLimits& limits) {
     siginfo_t ended{};
-    // Not collected yet: until then the process's number, and so its group's, can't be another's.
+    // Not reaped yet, so that the numbers of the process and its group can't be reused.
     const bool isThere =
         outcome.pid > 0 &&
         ::waitid(P_PID, static_cast<id_t>(outcome.pid), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
@@ -142,7 +142,7 @@ bool RunningStep::isOver(const StepLimits& limits) {
     return false;
 }
 
-/// The child has ended: its group goes too.
+/// The child has ended: kills its group as well.
 void RunningStep::collect() {
     outcome.seconds = std::chrono::duration<double>(Clock::now() - started).count();
     if (outcome.pid <= 0)

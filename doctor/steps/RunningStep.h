@@ -28,11 +28,11 @@ class RunningStep {
     int descriptor() const { return line.get(); }
     std::chrono::milliseconds age() const;
 
-    /// Takes in what has arrived so far.
+    /// Reads the messages that have arrived so far.
     void receive();
 
-    /// Kills it at its time limit; gives it up where that doesn't end it. True when it is over: ended and
-    /// collected with all of its group, or given up.
+    /// Kills it at its time limit, and abandons it if that doesn't end it. True when it is over: ended and
+    /// reaped with all of its group, or abandoned.
     bool isOver(const StepLimits& limits);
 
     StepOutcome takeOutcome() { return std::move(outcome); }

@@ -19,7 +19,7 @@ using namespace std::chrono_literals;
 
 constexpr auto tick = 20ms;
 
-/// Until a child says something or ends, or for a moment: one that ends may leave its line open in others.
+/// Waits until a child sends a message or ends, but briefly: its descendants may keep its socket open.
 void awaitNews(const std::vector<RunningStep>& running) {
     std::vector<pollfd> lines;
     for (const RunningStep& step : running)
@@ -29,7 +29,7 @@ void awaitNews(const std::vector<RunningStep>& running) {
     ::poll(lines.data(), lines.size(), static_cast<int>(wait.count()));
 }
 
-/// Kills and collects what drivers started and left: as the subreaper this process is their parent by now.
+/// Kills and reaps processes that drivers left behind: as the subreaper, this process is their parent now.
 void endStrays(const std::vector<pid_t>& givenUp) {
     for (int tries = 0; tries < 10; ++tries) {
         std::vector<pid_t> strays = childrenOf(::getpid());

@@ -21,15 +21,15 @@ class Channel;
 struct Step {
     QString name;
     std::function<void(Channel&)> work; ///< runs in the child
-    /// The child ends by `exit`, as the program does, so that what the drivers registered there runs.
+    /// The child ends by `exit`, as the program does, so that the drivers' exit handlers run.
     bool runsExitHandlers = false;
 };
 
-/// What became of a step.
+/// How a step ended.
 struct StepOutcome {
     enum class End {
         NotRun,
-        Done,     ///< told all it had to
+        Done,     ///< finished, with all of its messages
         Exited,   ///< something ended the process: `code` is its status
         Crashed,  ///< `code` is the signal
         TimedOut, ///< killed at the time limit
@@ -38,7 +38,7 @@ struct StepOutcome {
     End end = End::NotRun;
     int code = 0;
     QString inside;        ///< the call it was in at its end; empty: in none
-    bool survived = false; ///< is still there after SIGKILL
+    bool survived = false; ///< still exists after SIGKILL
     char state = '?';      ///< of a process that survived, as in /proc/PID/stat: 'D' waits in the kernel
     qint64 pid = 0;
     double seconds = 0.0; ///< from its start to its end
@@ -53,21 +53,21 @@ struct StepOutcome {
     QByteArray output() const;
 };
 
-/// How long things may take.
+/// Time limits.
 struct StepLimits {
     std::chrono::milliseconds step{30'000};
     /// A step that takes longer is overtaken: all that remain then start at once, so that one hanging driver
     /// costs the time limit only once.
     std::chrono::milliseconds patience{250};
-    std::chrono::milliseconds afterKill{500}; ///< for a killed process to go
+    std::chrono::milliseconds afterKill{500}; ///< for a killed process to end
 };
 
-/// Runs steps one after the other, each in a child of its own that leads its own process group. Whatever a
-/// step leaves behind is killed, in its group or not: the caller's process becomes the subreaper of all that
-/// descends from it. Needs a process with one thread.
+/// Runs steps one after the other, each in a child that leads its own process group. All processes that a
+/// step leaves behind are killed, in its group or not: the calling process becomes the subreaper of its
+/// descendants. Needs a process with one thread.
 class StepRunner {
   public:
-    static constexpr int mostOutput = 64 * 1024; ///< bytes kept of a step's output
+    static constexpr int mostOutput = 64 * 1024; ///< bytes of a step's output that are kept
 
     using Progress = std::function<void(const QString& step, std::chrono::milliseconds sinceStart)>;
     using SendSignal = int (*)(pid_t, int);

@@ -7,7 +7,7 @@
 
 namespace doctor {
 
-/// The children of a process, ended ones that nobody has collected included. None when the process list can't
+/// The children of a process, including ended ones that have not been reaped. Empty if the process list can't
 /// be read.
 std::vector<pid_t> childrenOf(pid_t parent, const char* procRoot = "/proc");
 
