@@ -10,7 +10,7 @@
 
 namespace qzsim {
 
-/// Handles are valid when they come here; every operation gives an OpenCL status, and null with a failure.
+/// Handles have been checked already; every operation returns an OpenCL status, and null with a failure.
 class ClBackend {
   public:
     virtual ~ClBackend() = default;
@@ -35,7 +35,7 @@ class ClBackend {
     virtual cl_int release(ClKind kind, void* handle) = 0;
 };
 
-/// Hands everything to PoCL, or another driver in its place, through the real ICD loader, whose path is in
+/// Passes everything to PoCL, or another driver in its place, through the real ICD loader, whose path is in
 /// QZSIM_REAL_OPENCL.
 std::unique_ptr<ClBackend> makePoclBackend(const OpenClStack& stack);
 

@@ -13,7 +13,7 @@ const ClDevice* findClDevice(cl_device_id id);
 
 cl_device_id clDeviceId(const ClDevice& device);
 
-/// The platforms whose drivers are registered and can be opened, found out at the first call.
+/// The platforms whose drivers are registered and can be opened, determined at the first call.
 const std::vector<cl_platform_id>& offeredPlatforms();
 
 } // namespace qzsim

@@ -22,7 +22,7 @@ bool ClObjects::isLive(ClKind kind, const void* handle, const char* function) {
     if (found != objects.end() && found->second.kind == kind && found->second.lives)
         return true;
     const bool wasReleased = found != objects.end() && found->second.kind == kind;
-    Session::instance().misuse(std::string(function) + (wasReleased ? " of a released " : " of what is no ") +
+    Session::instance().misuse(std::string(function) + (wasReleased ? " of a released " : " of an invalid ") +
                                kindName(kind));
     return false;
 }

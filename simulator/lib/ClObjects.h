@@ -13,13 +13,13 @@ const char* kindName(ClKind kind);
 
 class ClObjects {
   public:
-    /// Notes a new object; a null handle is none. `size` is a buffer's.
+    /// Records a new object; ignores a null handle. `size` applies to buffers.
     void created(ClKind kind, const void* handle, std::size_t size = 0);
 
     /// Whether `handle` lives and is of that kind; if not, `function`'s misuse goes into the report.
     bool isLive(ClKind kind, const void* handle, const char* function);
 
-    /// The same, and the object lives no longer.
+    /// The same, and removes the object.
     bool released(ClKind kind, const void* handle, const char* function);
 
     std::size_t sizeOf(const void* buffer) const;

@@ -18,7 +18,7 @@ void* mapCounterFile(const std::string& path) {
     if (!path.empty()) {
         const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
         if (descriptor >= 0) {
-            // Growing to the size it has already changes nothing, so every library may do it.
+            // Every library may do this: growing to the current size changes nothing.
             if (ftruncate(descriptor, static_cast<off_t>(size)) == 0)
                 memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
             close(descriptor);

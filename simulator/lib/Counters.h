@@ -1,5 +1,5 @@
-// Named counters and the order of events, in a file shared with whoever watches, so that they outlive a
-// program that is killed. The launcher decodes the file by the layout below.
+// Named counters and the order of events, in a file shared with the launcher, so that they outlive a
+// killed program. The launcher decodes the file by the layout below.
 #pragma once
 
 #include <atomic>
@@ -22,7 +22,7 @@ struct CounterFile {
 
     char magic[8]; ///< "QZSIM 1"
     std::atomic<std::uint32_t> slotCount;
-    std::atomic<std::uint32_t> eventCount; ///< goes on counting when the room below is used up
+    std::atomic<std::uint32_t> eventCount; ///< keeps counting when the array below is full
     CounterSlot entries[maxSlots];
     std::uint16_t events[maxEvents]; ///< the entries' indices, in the order in which things happened
 };
@@ -33,18 +33,17 @@ static_assert(offsetof(CounterFile, events) == 16 + 128 * CounterFile::maxSlots)
 
 class Counters {
   public:
-    /// Maps `path`, which is made when it is not there; an empty path, or one that fails, counts in memory
+    /// Maps the file `path`, creating it if needed; with an empty path, or after a failure, counts in memory
     /// only.
     explicit Counters(const std::string& path);
     ~Counters();
     Counters(const Counters&) = delete;
     Counters& operator=(const Counters&) = delete;
 
-    /// Adds and gives the new value. A new name when all slots are taken is not counted; the answer is then
-    /// 0.
+    /// Adds and returns the new value. A new name is not counted if all slots are taken; returns 0 then.
     std::int64_t add(std::string_view name, std::int64_t amount = 1);
 
-    /// As add(name, 1), and noted in the order of events.
+    /// As add(name, 1), and records the event's order.
     std::int64_t happened(std::string_view name);
 
     std::int64_t value(std::string_view name);

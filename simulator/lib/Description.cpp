@@ -64,7 +64,7 @@ std::vector<Section> parseDescription(std::string_view text, const std::string& 
 std::string readDescriptionFile(const std::string& path) {
     const std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
-    // A folder opens but yields nothing, and would otherwise pass for an empty machine.
+    // A folder can be opened but not read, and would otherwise be taken for an empty description.
     if (!file || !(text << file.rdbuf()))
         throw DescriptionError(Place{path, 0}, "the description cannot be read");
     return text.str();

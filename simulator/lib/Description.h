@@ -18,17 +18,17 @@ struct Entry {
 /// "[name argument]" and the lines below it. Several sections may have one name.
 struct Section {
     std::string name;
-    std::string argument; ///< empty when there is none
+    std::string argument; ///< may be empty
     Place place;
     std::vector<Entry> entries;
 
     const Entry* find(std::string_view key) const;
 };
 
-/// The sections of `text`; `file` is what errors are reported under. Throws DescriptionError.
+/// The sections of `text`; `file` is the name for error messages. Throws DescriptionError.
 std::vector<Section> parseDescription(std::string_view text, const std::string& file);
 
-/// "key = value" of one line, taken apart. Throws DescriptionError.
+/// Splits a line "key = value". Throws DescriptionError.
 Entry parseEntry(std::string_view line, const Place& place);
 
 /// The bytes of a file. Throws DescriptionError when it cannot be read.

@@ -153,7 +153,7 @@ Fault parseFault(const Entry& entry) {
     std::size_t next = 1;
     if (form->argument != Argument::None) {
         if (words.size() < 2)
-            throw DescriptionError(entry.place, "\"" + words[0] + "\" needs to be told what");
+            throw DescriptionError(entry.place, "\"" + words[0] + "\" needs an argument");
         setArgument(fault, form->argument, words[next++], entry.place);
     }
     if ((words.size() - next) % 2 != 0)

@@ -26,7 +26,7 @@ enum class Action {
     Absent,
     TextFile,
     OtherArchitecture,
-    Omit, ///< the symbol `text` is not there
+    Omit, ///< the symbol `text` is missing
     CrashAtExit,
     CrashAtUnload,
     CrashWithoutShutdown,
@@ -41,7 +41,7 @@ struct Fault {
     Action action = Action::Fail;
     std::int64_t number = 0;
     std::string text;
-    std::uint64_t first = 1; ///< the first and the last call that it concerns, counted from 1
+    std::uint64_t first = 1; ///< the first and the last call that it affects, counted from 1
     std::uint64_t last = UINT64_MAX;
 
     bool concerns(std::string_view name, int ofDevice) const {

@@ -9,14 +9,14 @@
 
 namespace qzsim {
 
-/// "45", "45, 47, 50" (one a reading, the last stays), "45, 47, ..." (over and over) or "cycle", "cycle 1MiB"
-/// (the reading's own number, times a factor, so that all figures of a cycle carry the same number).
+/// "45", "45, 47, 50" (one per reading, the last stays), "45, 47, ..." (over and over) or "cycle", "cycle
+/// 1MiB" (the reading's own number, times a factor, so that all figures of a cycle carry the same number).
 class Figure {
   public:
     Figure() = default;
     explicit Figure(std::int64_t constant) : values{constant} {}
 
-    /// Nothing when the text is none of the forms above.
+    /// Empty if the text has none of the forms above.
     static std::optional<Figure> parse(std::string_view text);
 
     /// The value of the n-th reading, counted from 1. `cycleStart` is added to n in the cycle form.

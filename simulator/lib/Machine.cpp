@@ -133,7 +133,7 @@ void readLateSections(const std::vector<Section>& sections, std::string_view nam
     }
 }
 
-/// What the kernel shows of the GPUs: it follows from them, but for what the description states itself.
+/// What the kernel shows of the GPUs: derived from them, except for what the description states.
 void deriveKernelSide(const std::vector<Section>& sections, Machine& machine) {
     derivePciDevices(machine);
     readLateSections(sections, "pci", machine);

@@ -1,4 +1,4 @@
-// A simulated machine, as its description file states it.
+// A simulated machine, as read from its description.
 #pragma once
 
 #include <cstdint>
@@ -69,7 +69,7 @@ struct ClPlatform {
     std::string icd;    ///< file that registers its driver, such as "nvidia.icd"
     std::string driver; ///< its library
     bool answersName = true;
-    std::optional<std::uint32_t> reportedDevices; ///< what the count says, whatever is returned
+    std::optional<std::uint32_t> reportedDevices; ///< the reported count, instead of the real one
     std::vector<ClDevice> devices;
 };
 
@@ -156,10 +156,10 @@ struct Machine {
 /// The machine that `path` describes. Throws DescriptionError.
 Machine readMachine(const std::string& path);
 
-/// The same from a text; `file` is what errors are reported under.
+/// The same from a text; `file` is the name for error messages.
 Machine parseMachine(std::string_view text, const std::string& file);
 
-/// Adds the faults of `text`, one a line. Throws DescriptionError.
+/// Adds the faults of `text`, one per line. Throws DescriptionError.
 void addFaults(Machine& machine, std::string_view text, const std::string& source);
 
 } // namespace qzsim

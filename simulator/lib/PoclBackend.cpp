@@ -17,7 +17,8 @@ namespace qzsim {
 
 namespace {
 
-/// The real loader's functions. Resolved once; the loader stays open, for PoCL's threads do not end with it.
+/// The real loader's functions. Resolved once; the loader stays open, since PoCL's threads do not end with
+/// it.
 struct RealOpenCl {
     void* loader = nullptr;
     cl_device_id device = nullptr;
@@ -45,7 +46,7 @@ cl_device_id findDevice(const RealOpenCl& real) {
     return isFound ? device : nullptr;
 }
 
-/// Registers no drivers but those of a folder, as long as it lives; the real loader looks once.
+/// While it exists, registers only the drivers of a folder; the real loader looks once.
 class OnlyDriversOf {
   public:
     explicit OnlyDriversOf(const char* folder) {
@@ -144,7 +145,7 @@ class PoclBackend : public ClBackend {
                   const std::size_t* local) override {
         std::array<std::size_t, 3> size{};
         std::copy_n(global, dimensions, size.begin());
-        // The last dimension's groups are the ones to leave out: those that run still begin with item 0.
+        // Groups are left out in the last dimension, so that those that run still begin with item 0.
         const std::size_t last = dimensions - 1;
         const std::size_t groupSize = local == nullptr ? 1 : local[last];
         const std::size_t wholeGroups = size[last] / groupSize;

@@ -69,7 +69,7 @@ class ScriptedBackend : public ClBackend {
   private:
     template <typename Handle>
     Handle make(cl_int& status) {
-        // The tokens stay to the end, so that no address comes twice and a released one is recognised.
+        // The tokens are kept to the end, so that no address is reused and a released one is recognised.
         tokens.push_back(std::make_unique<char[]>(16));
         status = CL_SUCCESS;
         return reinterpret_cast<Handle>(tokens.back().get());

@@ -18,7 +18,7 @@ SectionReader::SectionReader(const Section& section) : source(section) {
     std::set<std::string> seen;
     for (const Entry& entry : section.entries)
         if (!seen.insert(entry.key).second)
-            throw DescriptionError(entry.place, "the key stands twice in one section: " + entry.key);
+            throw DescriptionError(entry.place, "duplicate key in this section: " + entry.key);
 }
 
 const Entry* SectionReader::take(std::string_view key) {

@@ -13,8 +13,8 @@
 
 namespace qzsim {
 
-/// Every getter gives the fallback (or nothing) when the key is absent and throws DescriptionError when the
-/// value is not of its type or out of range.
+/// Every getter returns the fallback (or nothing) if the key is absent, and throws DescriptionError if the
+/// value has the wrong type or is out of range.
 class SectionReader {
   public:
     /// Throws DescriptionError if a key occurs twice.
@@ -28,12 +28,12 @@ class SectionReader {
     Figure figure(std::string_view key, std::int64_t fallback, std::int64_t least, std::int64_t most);
     std::vector<std::string> list(std::string_view key);
 
-    /// The raw entry, for values of another form.
+    /// The raw entry, for values of other types.
     const Entry* take(std::string_view key);
 
     const Section& section() const { return source; }
 
-    /// Throws when a key was not asked for: it is unknown.
+    /// Throws if a key was never read, since it is unknown.
     void finish() const;
 
   private:

@@ -14,10 +14,10 @@
 
 namespace qzsim {
 
-/// What becomes of one call.
+/// What one call does.
 struct Verdict {
-    std::optional<int> code;           ///< return this at once, touching nothing
-    std::optional<std::string> answer; ///< say this instead of what the machine says
+    std::optional<int> code;           ///< return this at once and do nothing
+    std::optional<std::string> answer; ///< answer this instead of the machine's value
     std::uint64_t call = 0; ///< the call's number, counted from 1, of this device where there is one
 
     /// The answer as a number, else `otherwise`.
@@ -25,7 +25,7 @@ struct Verdict {
 };
 
 /// Reads QZSIM_MACHINE (the description's path), QZSIM_FAULTS (further faults, one a line), QZSIM_COUNTERS
-/// (the counters' file) and QZSIM_CYCLE_START when it is first asked for. A description that cannot be used
+/// (the counters' file) and QZSIM_CYCLE_START on first use. A description that cannot be used
 /// ends the process with status 99 and one line on standard error, so that no test continues with half a
 /// machine.
 class Session {
@@ -43,7 +43,7 @@ class Session {
         return figure.at(reading, cycleStart);
     }
 
-    /// Counts the opening of a file and gives the fault that strikes it, or null. Delays happen here.
+    /// Counts the opening of a file and returns the fault that applies to it, or null. Delays happen here.
     const Fault* opened(std::string_view path, std::uint64_t& reading);
 
     /// Reports a use of the library that would break a real driver.

@@ -24,7 +24,7 @@ class SharedObject {
     const std::string& bytes() const { return image; }
 
   private:
-    /// Where the names that the dynamic loader looks at begin and end.
+    /// The range of the names that the dynamic loader uses.
     std::pair<std::size_t, std::size_t> dynamicNames() const;
 
     template <typename Structure>

@@ -28,7 +28,7 @@ void note(const std::string& what) {
     Session::instance().counters().happened("note:" + what);
 }
 
-/// The end of every clCreate...: the status goes where the caller wants it.
+/// Ends every clCreate...: stores the status where the caller wants it.
 template <typename Handle>
 Handle ended(Handle handle, cl_int status, cl_int* where) {
     if (where != nullptr)
@@ -86,7 +86,7 @@ cl_context clCreateContext(const cl_context_properties*, cl_uint count, const cl
     if (verdict.code)
         return ended<cl_context>(nullptr, *verdict.code, status);
     if (!isDevice) {
-        Session::instance().misuse("clCreateContext of what is no device");
+        Session::instance().misuse("clCreateContext of an invalid device");
         return ended<cl_context>(nullptr, CL_INVALID_DEVICE, status);
     }
     cl_int result = CL_SUCCESS;
@@ -103,7 +103,7 @@ cl_command_queue clCreateCommandQueue(cl_context context, cl_device_id device, c
     if (!objects().isLive(ClKind::Context, context, "clCreateCommandQueue"))
         return ended<cl_command_queue>(nullptr, CL_INVALID_CONTEXT, status);
     if (findClDevice(device) == nullptr) {
-        Session::instance().misuse("clCreateCommandQueue of what is no device");
+        Session::instance().misuse("clCreateCommandQueue of an invalid device");
         return ended<cl_command_queue>(nullptr, CL_INVALID_DEVICE, status);
     }
     cl_int result = CL_SUCCESS;

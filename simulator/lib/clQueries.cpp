@@ -28,7 +28,7 @@ const ClPlatform* findPlatform(cl_platform_id id) {
     return nullptr;
 }
 
-/// Hands bytes over as every OpenCL query does.
+/// Copies bytes to the caller as every OpenCL query does.
 cl_int giveBytes(const void* bytes, std::size_t size, std::size_t room, void* value, std::size_t* needed) {
     if (needed != nullptr)
         *needed = size;
@@ -106,7 +106,7 @@ cl_int clGetPlatformInfo(cl_platform_id id, cl_platform_info what, std::size_t r
         return *verdict.code;
     const ClPlatform* platform = findPlatform(id);
     if (platform == nullptr) {
-        Session::instance().misuse("clGetPlatformInfo of what is no platform");
+        Session::instance().misuse("clGetPlatformInfo of an invalid platform");
         return CL_INVALID_PLATFORM;
     }
     if (what != CL_PLATFORM_NAME || !platform->answersName)
@@ -121,7 +121,7 @@ cl_int clGetDeviceIDs(cl_platform_id id, cl_device_type type, cl_uint room, cl_d
         return *verdict.code;
     const ClPlatform* platform = findPlatform(id);
     if (platform == nullptr) {
-        Session::instance().misuse("clGetDeviceIDs of what is no platform");
+        Session::instance().misuse("clGetDeviceIDs of an invalid platform");
         return CL_INVALID_PLATFORM;
     }
     if ((ids != nullptr && room == 0) || (ids == nullptr && count == nullptr))
@@ -147,7 +147,7 @@ cl_int clGetDeviceInfo(cl_device_id id, cl_device_info what, std::size_t room, v
     if (verdict.code)
         return *verdict.code;
     if (device == nullptr) {
-        Session::instance().misuse("clGetDeviceInfo of what is no device");
+        Session::instance().misuse("clGetDeviceInfo of an invalid device");
         return CL_INVALID_DEVICE;
     }
     switch (what) {

@@ -16,8 +16,8 @@ enum : int {
     cudaErrorInvalidDevice = 101,
 };
 
-/// Where cudaDeviceProp keeps what the stand-in fills in; all of the rest is noise, so that a reader at a
-/// wrong place does not find zeros there by luck.
+/// The offsets in cudaDeviceProp of the members that the stand-in sets; the rest is noise, so that a reader
+/// with wrong offsets does not find zeros by luck.
 struct PropLayout {
     std::size_t size;
     std::size_t pciBusId;

@@ -1,5 +1,5 @@
 // Preloaded where the description says "fast_random = yes": a cheap rand(), for tests that run many
-// benchmarks and do not look at the input data. A separate library, so that other runs don't pay for it.
+// benchmarks and ignore the input data. A separate library, so that other runs are not affected.
 #include <cstdint>
 
 namespace {

@@ -15,7 +15,7 @@ namespace qzsim {
 
 namespace {
 
-// As NVIDIA's own library starts the tool that loads its kernel module. Without the environment, for that
+// NVIDIA's library starts the tool that loads its kernel module in this way. Without the environment, which
 // would preload the simulator into it.
 void spawn(std::int64_t milliseconds) {
     std::string name = "sleep";

@@ -1,14 +1,14 @@
-// The faults that happen to the process rather than being answered to it.
+// The faults that affect the process rather than a call's answer.
 #pragma once
 
 #include "simulator/lib/Fault.h"
 
 namespace qzsim {
 
-/// Delay, Hang, Crash, Signal, Exit, Print, Fork and Spawn; any other action is left to whoever asked.
+/// Delay, Hang, Crash, Signal, Exit, Print, Fork and Spawn; any other action is left to the caller.
 void happen(const Fault& fault);
 
-/// Ends the process by SIGSEGV, whatever handler it has.
+/// Ends the process by SIGSEGV even if it has a handler.
 [[noreturn]] void crash();
 
 void sleepMilliseconds(std::int64_t milliseconds);

@@ -46,7 +46,7 @@ constexpr std::string_view nvidiaVersionFile = "driver/nvidia/version";
 void deriveModules(Machine& machine) {
     for (const PciDevice& device : machine.pciDevices)
         addModulesOf(machine, device.driver);
-    // GPUs at a place that no PCI bus has have their driver all the same.
+    // GPUs at an address that no PCI bus can have still have their driver.
     for (const NvmlGpu& gpu : machine.nvmlGpus)
         if (addressOf(gpu.pci).empty())
             addModulesOf(machine, "nvidia");

@@ -1,5 +1,5 @@
 // qzsim-layout FILE [FOLDER REAL_OPENCL [FAULT]...]: checks a description and prints its summary. With FOLDER
-// it writes there what the launcher puts around the program:
+// it writes there what the launcher mounts around the program:
 //
 //     sys/             to be /sys
 //     lib/             the vendor libraries, by the names under which they are opened
@@ -59,7 +59,7 @@ void writeSysfsFile(const fs::path& path, const SysfsFile& file) {
     }
 }
 
-/// The card's device folder, which exists afterwards; an empty path if there is none.
+/// Creates the card's device folder; an empty path if it has none.
 fs::path makeDevice(const fs::path& sys, const Card& card) {
     fs::path entry = sys / "class/drm" / card.name / "device";
     switch (card.deviceEntry) {
@@ -94,7 +94,7 @@ void writeCard(const fs::path& sys, const Card& card) {
         writeSysfsFile(device / file.path, file);
 }
 
-/// Links one folder of `sys` to another by its way up: `from` is as deep as its slashes say.
+/// Links one folder of `sys` to another by a relative path.
 void linkBelow(const fs::path& sys, const fs::path& from, const fs::path& to) {
     fs::create_directories((sys / from).parent_path());
     fs::create_symlink(to.lexically_relative(from.parent_path()), sys / from);
@@ -134,7 +134,7 @@ void writeNodes(const fs::path& dev, const std::vector<DeviceNode>& nodes) {
 }
 
 void writeProc(const fs::path& proc, const std::vector<SysfsFile>& files) {
-    // There whether or not it is empty, so that the host's own is hidden.
+    // Created even if empty, so that the host's is hidden.
     fs::create_directories(proc / "driver");
     for (const SysfsFile& file : files)
         writeSysfsFile(proc / file.path, file);
@@ -142,7 +142,7 @@ void writeProc(const fs::path& proc, const std::vector<SysfsFile>& files) {
 
 void writeSys(const fs::path& sys, const Machine& machine) {
     fs::create_directories(sys / "class/drm");
-    // The processor's own entries show through here, since PoCL looks at them.
+    // The host's CPU entries are visible here, since PoCL reads them.
     fs::create_directories(sys / "devices/system");
     writeFile(sys / "class/drm/version", "drm 1.1.0 20060810\n");
     for (const std::string& entry : machine.drmEntries)
@@ -156,7 +156,7 @@ void writeSys(const fs::path& sys, const Machine& machine) {
         fs::create_directories(sys / "module" / module);
 }
 
-/// Puts the library under its link's name, changed as the faults demand.
+/// Writes the library under its link's name, modified as the faults require.
 void writeLibrary(const fs::path& link, const fs::path& standIn, const LibraryLink& library,
                   const std::vector<Fault>& faults) {
     std::optional<std::string> changed;

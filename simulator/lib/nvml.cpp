@@ -179,8 +179,7 @@ QZSIM_API nvmlReturn_t nvmlDeviceGetName(nvmlDevice_t device, char* name, unsign
     if (const auto bad = checkDevice("nvmlDeviceGetName", index, name != nullptr))
         return bad;
     const std::string& text = verdict.answer ? *verdict.answer : device->name;
-    // A name that is too long fills the room and comes without its terminator, as a careless driver would do
-    // it.
+    // A name that is too long fills the buffer without a terminator, as a careless driver would write it.
     std::memcpy(name, text.c_str(), std::min<std::size_t>(text.size() + 1, length));
     return NVML_SUCCESS;
 }

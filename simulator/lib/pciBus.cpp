@@ -37,7 +37,7 @@ bool isPciAddress(const std::string& address) {
             if (next < numbers.size())
                 numbers[next++] = static_cast<std::uint32_t>(parseNumber("0x" + digits).value_or(maxU32));
     const PciPlace place{numbers[0], numbers[1], numbers[2]};
-    // Written again, it shows whatever else was in the text.
+    // Formatting it again reveals anything else in the text.
     return canExist(place) && numbers[3] <= 7 && addressText(place, numbers[3]) == address;
 }
 
@@ -65,7 +65,7 @@ void addDevice(Machine& machine, const std::string& address, const Vendor& vendo
     machine.pciDevices.push_back(device);
 }
 
-/// The vendor whose number a card's file holds; AMD's where it holds none of these.
+/// The vendor whose number is in a card's file; AMD if it is none of these.
 const Vendor& vendorOf(const Card& card) {
     for (const SysfsFile& file : card.files)
         if (file.path == "vendor" && parseNumber(trimmed(file.bytes)) == 0x10de)

@@ -4,7 +4,7 @@ namespace qzsim {
 
 namespace {
 
-/// card1 for card0 and index 1: the digits at the end are counted on.
+/// card1 for card0 and index 1: the number at the end is increased.
 std::string numberedCard(const std::string& name, int index) {
     const auto digits = name.find_last_not_of("0123456789") + 1;
     if (index == 0 || digits >= name.size())

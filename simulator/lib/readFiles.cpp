@@ -63,7 +63,7 @@ SysfsFile readSysfsFile(const Entry& entry, std::string path, int index) {
 
 void readFilesBelow(SectionReader& section, const std::string& folder, const std::string& place, int index,
                     std::vector<SysfsFile>& files) {
-    // A bare name would not do as a key for any file: a misspelt key is an error.
+    // A bare name is not accepted for an arbitrary file, so that a misspelt key is an error.
     for (const Entry& entry : section.section().entries) {
         if (entry.key.rfind(folder + "/", 0) != 0)
             continue;

@@ -28,7 +28,7 @@ void readNode(SectionReader& section, Machine& machine);
 void readProc(SectionReader& section, Machine& machine);
 LibraryChoice readLibraries(SectionReader& section);
 
-/// The links that the choice gives, with the defaults: all of NVIDIA's where there is an [nvidia] section
+/// The links for that choice, with the defaults: all of NVIDIA's where there is an [nvidia] section
 /// (CUDA runtime 12), OpenCL where there is an [opencl] or [platform] section. Throws DescriptionError.
 std::vector<LibraryLink> chosenLibraries(const LibraryChoice& choice, bool hasNvidia, bool hasOpenCl);
 
@@ -53,10 +53,10 @@ SysfsFile readSysfsFile(const Entry& entry, std::string path, int index);
 void readFilesBelow(SectionReader& section, const std::string& folder, const std::string& place, int index,
                     std::vector<SysfsFile>& files);
 
-/// Whether it can be the name of an entry of a folder.
+/// Whether it is a valid file name.
 bool isFileName(const std::string& name);
 
-/// 0000:41:00.0; empty for a place that no PCI bus has.
+/// 0000:41:00.0; empty for an address that no PCI bus can have.
 std::string addressOf(const PciPlace& place);
 
 /// 0000:04:00.0 for 0000:03:00.0 and index 1; a text of another form stays.

@@ -59,7 +59,7 @@ const SysfsFile* findFile(std::string_view path) {
     return nullptr;
 }
 
-/// The file name that a library was loaded from; empty when it is none.
+/// The file name that a library was loaded from; empty if it is not a library.
 std::string libraryName(void* library) {
     link_map* map = nullptr;
     if (library == nullptr || dlinfo(library, RTLD_DI_LINKMAP, &map) != 0 || map->l_name == nullptr)
@@ -78,7 +78,7 @@ int openText(const std::string& text) {
     return descriptor;
 }
 
-/// Opens a watched path; `openReal` is how to open the file that is really there.
+/// Opens a watched path; `openReal` opens the real file.
 template <typename OpenReal>
 int openWatched(const char* path, OpenReal openReal) {
     std::uint64_t reading = 0;
@@ -112,7 +112,7 @@ bool failsToRead(int descriptor) {
     return true;
 }
 
-/// Where a name comes in a listing: cards as the description has them, then everything else.
+/// A name's position in a listing: cards in the description's order, then everything else.
 std::size_t placeOf(const char* name) {
     const auto& cards = Session::instance().machine().cards;
     std::size_t place = 0;
@@ -121,9 +121,8 @@ std::size_t placeOf(const char* name) {
     return place;
 }
 
-/// The entries of the watched folders that are being read, the next one last. What is no card is returned by
-/// name, the last first: the same on every host's file system, and not as a program would list them that
-/// sorts.
+/// The entries of the watched folders that are being read, the next one last. Other entries than cards come
+/// in reverse order of name: the same on every host's file system, and different from a sorted listing.
 std::map<DIR*, std::vector<dirent64>> listings;
 std::mutex listingsGuard;
 
@@ -231,7 +230,7 @@ QZSIM_API dirent64* readdir64(DIR* directory) {
     if (found == listings.end())
         return real(directory);
     std::vector<dirent64>& entries = found->second;
-    // The last is the one that was returned before, and may be overwritten now.
+    // The last is the one returned before, which may be overwritten now.
     if (!entries.empty())
         entries.pop_back();
     return entries.empty() ? nullptr : &entries.back();

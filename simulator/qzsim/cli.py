@@ -56,7 +56,7 @@ def _shm(text: Optional[str]) -> Union[str, int, None]:
 
 
 def main(arguments: Optional[Sequence[str]] = None) -> int:
-    """Gives the program's exit code; 2 for a wrong command line, 125 for a machine that cannot be simulated."""
+    """Returns the program's exit code; 2 for a wrong command line, 125 for a machine that cannot be simulated."""
     options = _parser().parse_args(arguments)
     try:
         if options.machine is None:
@@ -64,7 +64,7 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
             return 0
         return _run(options)
     except BrokenPipeError:
-        # The reader has seen enough. What the interpreter still flushes at its end goes nowhere.
+        # The reader has exited. What the interpreter still flushes at exit is discarded.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return 128 + signal.SIGPIPE
     except (DescriptionError, SandboxError) as error:
@@ -82,7 +82,7 @@ def _run(options: argparse.Namespace) -> int:
             early.append(number)
             return
         if run is None:
-            # Leaves the block below, which removes whatever of the machine exists.
+            # Leaves the block below, which removes what exists of the machine.
             raise SystemExit(128 + number)
         with contextlib.suppress(ProcessLookupError):
             run.send(number)

@@ -44,12 +44,12 @@ class Report:
 
     @property
     def live(self) -> Dict[str, int]:
-        """Objects that were made and not released, by kind; "nvml" counts nvmlInit_v2 without nvmlShutdown."""
+        """Objects that were created and not released, by kind; "nvml" counts nvmlInit_v2 without nvmlShutdown."""
         return {kind: count for kind, count in self._group("live:").items() if count != 0}
 
     @property
     def misuse(self) -> Dict[str, int]:
-        """Calls that a driver would not forgive: released or foreign handles, no initialisation."""
+        """Calls that may crash a real driver: released or foreign handles, no initialisation."""
         return self._group("misuse:")
 
     @property
@@ -68,7 +68,7 @@ class Report:
 
     @property
     def unloads(self) -> Dict[str, int]:
-        """Ends of the libraries, by dlclose or by the end of the process; `closes` has dlclose alone."""
+        """Unloading of the libraries, by dlclose or at process exit; `closes` has only dlclose."""
         return self._group("unload:")
 
     @property

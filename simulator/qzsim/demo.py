@@ -17,7 +17,7 @@ _ENDING = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
 
 
 def main(arguments: Optional[Sequence[str]] = None) -> int:
-    """Gives the view's exit code; 125 for a machine that cannot be simulated."""
+    """Returns the view's exit code; 125 for a machine that cannot be simulated."""
     parser = argparse.ArgumentParser(prog="demo", description="Shows a simulated machine's GPUs until q or Ctrl-C.")
     add_build_option(parser)
     parser.add_argument("machine", nargs="?", default="demo", metavar="MACHINE",
@@ -42,7 +42,7 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
 
 
 def _show(program: Path, segment: str, asked: List[int]) -> int:
-    """Runs the view, in the foreground, to its end. A signal that the terminal sends reaches it without our help."""
+    """Runs the view in the foreground until it exits. The terminal's signals reach it directly."""
     with subprocess.Popen([str(program), "--watch", "--wait", "20", "--directory", segment]) as view:
         while view.poll() is None:
             try:

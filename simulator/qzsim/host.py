@@ -1,4 +1,4 @@
-"""The host's own vendor libraries: which are to be hidden, and which OpenCL loader is the real one."""
+"""The host's own vendor libraries: which have to be hidden, and which OpenCL loader is the real one."""
 
 import functools
 import re
@@ -41,7 +41,7 @@ def pocl_vendor_files() -> List[Path]:
 
 
 def opencl_is_missing(driver: Optional[Path]) -> Optional[str]:
-    """Why no kernel can be run for real on this host by the driver (a library; None: PoCL), or None."""
+    """Why the driver (a library; None: PoCL) cannot run kernels on this host, or None if it can."""
     if real_opencl_loader() is None:
         return "no OpenCL loader is installed (package ocl-icd-libopencl1)"
     if driver is not None and not driver.exists():

@@ -1,4 +1,4 @@
-"""The folder that qzsim-layout makes of a description, to be mounted around a program."""
+"""The folder that qzsim-layout creates from a description, to be mounted around a program."""
 
 import os
 import shutil
@@ -48,7 +48,7 @@ def _ask(build: Path, description: Path, *arguments: str) -> str:
 
 
 class Layout:
-    """A machine's files below `root`. What a test changes there while the program runs, the program sees."""
+    """A machine's files below `root`. The program sees changes that a test makes there."""
 
     def __init__(self, build: Path, description: Path, root: Path, faults: Sequence[str] = (),
                  opencl_driver: Optional[Path] = None) -> None:

@@ -18,7 +18,7 @@ class SandboxError(Exception):
 
 
 class Run:
-    """A program that runs, or has ended, in a sandbox. What it writes to pipes is collected as it comes."""
+    """A program that runs, or has ended, in a sandbox. Its output to pipes is collected as it arrives."""
 
     def __init__(self, command: Sequence[str], program: str, environment: Optional[Dict[str, str]] = None,
                  stdin: object = None, stdout: object = subprocess.PIPE, stderr: object = subprocess.PIPE) -> None:
@@ -34,7 +34,7 @@ class Run:
         self._status = tempfile.TemporaryFile()
         number = self._status.fileno()
         # In its own session: Ctrl-C at the terminal reaches only the launcher, which passes it on to the program;
-        # bubblewrap, hit by it too, would take the program down before it ends in its own way.
+        # bubblewrap would receive it too, and kill the program before it has shut down.
         self.process = subprocess.Popen([command[0], "--json-status-fd", str(number), *command[1:]],
                                         pass_fds=[number], start_new_session=True, env=environment,
                                         stdin=stdin, stdout=stdout, stderr=stderr)  # type: ignore[call-overload]

@@ -62,7 +62,7 @@ class Simulation(Sandbox):
         self.program = os.path.abspath(found)
         for path in (self.build, Path(self.program)):
             if _is_replaced(path):
-                raise SandboxError(f"{path}: a simulated machine has a /dev, /proc and /sys of its own, without this")
+                raise SandboxError(f"{path}: a simulated machine has its own /dev, /proc and /sys, without this")
         self.description = find_description(machine)
         self.faults = list(faults)
         self.wrap = list(wrap)
@@ -72,7 +72,7 @@ class Simulation(Sandbox):
         hides = _is_replaced(Path(tempfile.gettempdir()))
         self._root = Path(tempfile.mkdtemp(prefix="qzsim-", dir="/tmp" if hides else None))
         try:
-            # The program sees this copy even if the description is somewhere hidden from it.
+            # The program can read this copy even if the description's own path is hidden from it.
             shutil.copyfile(self.description, self._root / "description")
             self.cache = kernel_cache(self._root)
             self.layout = Layout(self.build, self.description, self._root / "machine", faults, opencl_driver)
@@ -124,7 +124,7 @@ class Simulation(Sandbox):
             "PATH": self.path,
             "LD_LIBRARY_PATH": str(self.layout.libraries),
             "LD_PRELOAD": ":".join(str(path) for path in self.layout.preloaded),
-            # Another library comes before the sanitizer's, and that is meant.
+            # Another library is loaded before the sanitizer's, on purpose.
             "ASAN_OPTIONS": ":".join(filter(None, [os.environ.get("ASAN_OPTIONS"), "verify_asan_link_order=0"])),
             "POCL_CACHE_DIR": str(self.cache),
         }
@@ -137,7 +137,7 @@ class Simulation(Sandbox):
     def _inside(self, environment: Dict[str, str]) -> List[str]:
         """What bubblewrap starts: the machine's processes, then the program in its place."""
         settings = [f"{name}={value}" for name, value in environment.items()]
-        # The host's drivers are none of the machine's.
+        # The host's drivers do not belong to the machine.
         command = ["env", "-u", "OCL_ICD_VENDORS", *settings, *self.wrap, self.program]
         if not self.layout.processes:
             return command

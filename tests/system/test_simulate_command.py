@@ -52,7 +52,7 @@ class Command(SimulatedCase):
             self.assertEqual((run.returncode, run.stderr, os.listdir(folder)), (1, b"", ["a.machine"]))
             hidden = simulate("--build", folder, "no-gpu")
             self.assertEqual((hidden.returncode, hidden.stderr.decode()), (
-                125, f"simulate: {folder}: a simulated machine has a /dev, /proc and /sys of its own, without this\n"))
+                125, f"simulate: {folder}: a simulated machine has its own /dev, /proc and /sys, without this\n"))
 
     def test_a_run(self):
         self.simulation("no-gpu")

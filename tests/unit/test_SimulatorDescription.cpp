@@ -75,7 +75,7 @@ class TestSimulatorDescription : public QObject {
         };
         row("unknown section", "\n[gpu]\n", "file:2: there is no section [gpu]");
         row("unknown key", "[nvidia]\n# a comment\nbuss = 1\n", "file:3: [nvidia] has no key buss");
-        row("key twice", "[nvidia]\nbus = 1\nbus = 2\n", "file:3: the key stands twice in one section: bus");
+        row("key twice", "[nvidia]\nbus = 1\nbus = 2\n", "file:3: duplicate key in this section: bus");
         row("line before a section", "bus = 1\n", "file:1: a line before the first section");
         row("no key", "[nvidia]\nbus\n", "file:2: neither a section, a comment nor \"key = value\": bus");
         row("open bracket", "[nvidia\n", "file:1: the section's closing bracket is missing");

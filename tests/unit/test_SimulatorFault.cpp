@@ -79,7 +79,7 @@ class TestSimulatorFault : public QObject {
         row("libOpenCL.so.1 = fail 1", "not something that can happen to libOpenCL.so.1: fail 1");
         row("card0/vendor = crash",
             "not something that can happen to /sys/class/drm/card0/device/vendor: crash");
-        row("clFinish = fail", "\"fail\" needs to be told what");
+        row("clFinish = fail", "\"fail\" needs an argument");
         row("clFinish = fail x", "not a number that can be used here: x");
         row("clFinish = delay -1", "not a number that can be used here: -1");
         row("clFinish = fail -5 at", "a word too many or too few: fail -5 at");

@@ -182,9 +182,9 @@ class TestSimulatorOpenCl : public QObject {
         QCOMPARE(objects.library.QZSIM_CL(clFinish)(nullptr), CL_INVALID_COMMAND_QUEUE);
         QCOMPARE(machine.counted("live:kernel"), 0);
         QCOMPARE(machine.counted("misuse:clReleaseKernel of a released kernel"), 1);
-        QCOMPARE(machine.counted("misuse:clReleaseKernel of what is no kernel"), 1);
+        QCOMPARE(machine.counted("misuse:clReleaseKernel of an invalid kernel"), 1);
         QCOMPARE(machine.counted("misuse:clEnqueueNDRangeKernel of a released kernel"), 1);
-        QCOMPARE(machine.counted("misuse:clFinish of what is no queue"), 1);
+        QCOMPARE(machine.counted("misuse:clFinish of an invalid queue"), 1);
     }
 
     void rounds() {
