@@ -5,9 +5,9 @@ usage: skipped_tests.py RESULTS [ALLOWED]
 
 Reads the results of a CTest run (JUnit XML, build/PRESET/tests.xml): the tests that were skipped or not run, and
 the single cases that Qt Test and unittest skip inside a test that passes. Each has a name: "unit.X",
-"unit.X::function(row)", "system.x::Class.test". ALLOWED (allowed-skips beside this script) excuses some, one a
-line: a name, in which * and ? stand for any text and any character, a colon, a blank, the reason. Prints the
-others, and ends with 1 if there are any.
+"unit.X::function(row)", "system.x::Class.test". ALLOWED (allowed-skips beside this script) excuses some, one per
+line: a name with the wildcards * and ?, a colon, a blank, the reason. Prints the others, and ends with 1 if there
+are any.
 """
 
 import fnmatch

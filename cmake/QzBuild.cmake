@@ -1,4 +1,4 @@
-# What every target of the tree is built with, and the functions its CMake files are written in.
+# Settings for every target of the tree, and the functions that its CMake files use.
 
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -34,7 +34,7 @@ endif()
 target_link_options(qz_build INTERFACE LINKER:-z,relro LINKER:-z,now LINKER:--as-needed)
 
 # qz_library(<target> SOURCES <file>... [LINK <target>...] [MOC]): one folder's static library. What it links
-# is visible to those who link it, so the order of the folders is the order of the link lines.
+# is visible to targets that link it, so the order of the folders is the order of the link lines.
 function(qz_library target)
     cmake_parse_arguments(ARG "MOC" "" "SOURCES;LINK" ${ARGN})
     add_library(${target} STATIC ${ARG_SOURCES})

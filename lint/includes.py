@@ -19,7 +19,7 @@ INCLUDE = re.compile(r'^\s*#\s*include(?:_next)?\s*(["<])([^">]+)[">]')
 
 
 def folder_of(path):
-    """The folder of MAY_INCLUDE that a path from the root lies in, the longest that fits; None for others."""
+    """The innermost folder of MAY_INCLUDE that contains a path from the root, or None."""
     parents = [str(parent) for parent in PurePosixPath(path).parents]
     return next((parent for parent in parents if parent in MAY_INCLUDE), None)
 
