@@ -49,7 +49,7 @@ void judgeAmdModule(const Facts& facts, Findings& findings) {
         findings.ok(QStringLiteral("the kernel module amdgpu is loaded"));
     else if (facts.system.modules.contains("radeon"))
         findings.warning(
-            QStringLiteral("the kernel module is radeon, which does not tell a card's memory"),
+            QStringLiteral("the kernel module is radeon, which does not report a card's memory"),
             QStringLiteral("cards of the first GCN generations can be given to amdgpu by the kernel "
                            "parameters radeon.si_support=0 amdgpu.si_support=1 (cik_support likewise)"));
     else if (hasCards)
@@ -80,7 +80,7 @@ void judgeAmdCards(const Facts& facts, Findings& findings) {
                     .arg(minAmdMemoryMb));
         else
             findings.failure(
-                QStringLiteral("%1 is left out: mem_info_vram_total does not tell its memory")
+                QStringLiteral("%1 is left out: mem_info_vram_total does not have its memory")
                     .arg(cardText(card)),
                 QStringLiteral("this file is the driver amdgpu's: see pci.drivers for the card's driver, "
                                "and dmesg for what it says"));

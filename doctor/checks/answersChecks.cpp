@@ -50,7 +50,7 @@ QString whyNoAnswer(const StepOutcome& outcome, const QString& asked, double tim
     if (outcome.end == StepOutcome::End::TimedOut)
         return QStringLiteral("%1 does not end within %2 s").arg(asked).arg(timeLimit);
     if (outcome.code != 0 && outcome.code != 1)
-        return QStringLiteral("%1 ends with exit code %2, which is no answer of its own")
+        return QStringLiteral("%1 ends with exit code %2, which is not an answer")
             .arg(asked, QString::number(outcome.code));
     return {};
 }
@@ -135,8 +135,7 @@ void judgeQueryAmdRt(const Facts& facts, Findings& findings) {
 void judgeScore(const Facts& facts, Findings& findings) {
     const QString cost = QStringLiteral("the benchmark itself was not run");
     if (!facts.programEnd.isDone()) {
-        findings.skipped(
-            QStringLiteral("%1, since the program's own search does not come to its end").arg(cost));
+        findings.skipped(QStringLiteral("%1, since the program's own search does not finish").arg(cost));
         return;
     }
     const RecordFacts* first = nullptr;

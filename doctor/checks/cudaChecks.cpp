@@ -85,7 +85,7 @@ void judgeCudaDevices(const Facts& facts, Findings& findings) {
     for (const CudaDeviceFacts& device : devices) {
         findings.on(QStringLiteral("CUDA device %1").arg(device.number));
         if (device.status != 0)
-            findings.failure(QStringLiteral("CUDA device %1 does not tell its properties: %2")
+            findings.failure(QStringLiteral("CUDA device %1 does not report its properties: %2")
                                  .arg(QString::number(device.number), cudaStatusName(device.status)),
                              environmentHint(facts));
         else

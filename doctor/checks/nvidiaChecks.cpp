@@ -37,7 +37,7 @@ QString statusAdvice(int status, const Facts& facts) {
             "the driver was updated under the running system: reboot, or unload and load the "
             "module: sudo modprobe -r nvidia_uvm nvidia && sudo modprobe nvidia");
     default:
-        return QStringLiteral("see dmesg for what the kernel driver says, and %1 anew if nothing helps")
+        return QStringLiteral("see dmesg for what the kernel driver says, and %1 again if nothing helps")
             .arg(installAdvice(Package::NvidiaDriver, facts.system.distributionId));
     }
 }
@@ -78,10 +78,10 @@ void judgeNvidiaModule(const Facts& facts, Findings& findings) {
         findings.ok(
             version.isEmpty()
                 ? QStringLiteral("the kernel module nvidia is loaded; /proc/driver/nvidia/version does not "
-                                 "tell its version")
+                                 "have its version")
                 : QStringLiteral("the kernel module nvidia is loaded, version %1").arg(version));
     else if (works || facts.system.wsl)
-        findings.note(QStringLiteral("the kernel module nvidia is not to be seen, though NVML works"));
+        findings.note(QStringLiteral("the kernel module nvidia is not visible, though NVML works"));
     else
         findings.failure(QStringLiteral("the kernel module nvidia is not loaded"),
                          QStringLiteral("load it: sudo modprobe nvidia; where there is none, %1")
@@ -173,7 +173,7 @@ void judgeNvidiaVersions(const Facts& facts, Findings& findings) {
                          statusAdvice(statusVersionMismatch, facts));
     else if (module.isEmpty() || library.isEmpty())
         findings.skipped(
-            QStringLiteral("the %1 does not tell its version")
+            QStringLiteral("the %1 does not report its version")
                 .arg(module.isEmpty() ? QStringLiteral("kernel module") : QStringLiteral("library")));
     else if (module != library)
         findings.failure(QStringLiteral("NVML is of driver %1, the kernel module of %2").arg(library, module),

@@ -187,7 +187,7 @@ void judgeOpenCLDevices(const Facts& facts, Findings& findings) {
         return;
     for (const OpenCLDeviceFacts& device : facts.openCL.devices) {
         findings.on(QStringLiteral("platform %1 device %2").arg(device.platform).arg(device.number));
-        findings.ok(QStringLiteral("device %1 of platform %2, '%3', tells its bus by: %4")
+        findings.ok(QStringLiteral("device %1 of platform %2, '%3', reports its bus by: %4")
                         .arg(QString::number(device.number), QString::number(device.platform), device.name,
                              answersText(device)));
     }

@@ -43,7 +43,7 @@ QString ruleText(const Gpu& gpu, const OpenCLDeviceFacts& device) {
         return QStringLiteral("by its %1 bus 0x%2").arg(device.nvidiaAttribute, pciBusText(device.nvidiaBus));
     return device.amdBusKnown
                ? QStringLiteral("by its bus 0x%1 (%2)").arg(pciBusText(device.amdBus), device.amdSource)
-               : QStringLiteral("by its name alone, since it tells no bus");
+               : QStringLiteral("by its name alone, since it does not report a bus");
 }
 
 QString openCLText(const Facts& facts, const Gpu& gpu) {
@@ -103,8 +103,7 @@ void judgeUnpaired(const Facts& facts, const Gpu& gpu, Findings& findings) {
 void judgeProgramRun(const Facts& facts, Findings& findings) {
     const StepOutcome& run = facts.programEnd;
     if (run.isDone() && run.inside.isEmpty()) {
-        findings.ok(
-            QStringLiteral("the program's own search comes to its end, in %1 s").arg(run.seconds, 0, 'f', 2));
+        findings.ok(QStringLiteral("the program's own search finishes, in %1 s").arg(run.seconds, 0, 'f', 2));
         return;
     }
     const QString ending = endingText(run, facts.timeLimit);

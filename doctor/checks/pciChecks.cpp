@@ -39,8 +39,7 @@ void judgePciDevices(const Facts& facts, Findings& findings) {
     findings.on({});
     const GpuCount count = countGpus(gpus);
     if (facts.pci.isEmpty() && count.installed > 0)
-        findings.note(
-            QStringLiteral("the PCI bus shows no GPU; the drivers tell of %1").arg(count.installed));
+        findings.note(QStringLiteral("the PCI bus shows no GPU; the drivers report %1").arg(count.installed));
     else if (findings.isEmpty())
         findings.ok(QStringLiteral("there is no GPU on the PCI bus"));
 }

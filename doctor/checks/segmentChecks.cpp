@@ -59,8 +59,8 @@ void judgeSegmentState(const Facts& facts, Findings& findings) {
         break;
     default:
         findings.failure(
-            text,
-            QStringLiteral("end the companion, remove the file, and start it anew: rm %1").arg(segment.path));
+            text, QStringLiteral("end the companion, remove the file, and start the companion again: rm %1")
+                      .arg(segment.path));
         break;
     }
 }
@@ -71,12 +71,12 @@ void judgeSegmentOwner(const Facts& facts, Findings& findings) {
     const SegmentFacts& segment = facts.segment;
     const QString user = facts.rights.user.name;
     if (!segment.exists)
-        findings.ok(QStringLiteral("nobody has a segment"));
+        findings.ok(QStringLiteral("no user has a segment"));
     else if (!user.isEmpty() && segment.owner != user)
         findings.warning(
-            QStringLiteral("%1 is %2's, and only that user can read it; judged was for %3")
+            QStringLiteral("%1 is %2's, and only that user can read it; this check is for %3")
                 .arg(segment.path, segment.owner, user),
-            QStringLiteral("run the companion as the user whose programs read it, or judge for %1: "
+            QStringLiteral("run the companion as the user whose programs read it, or check for %1: "
                            "--user %1")
                 .arg(segment.owner));
     else
@@ -117,7 +117,7 @@ void judgeCompanion(const Facts& facts, Findings& findings) {
     else if (!segment.attached)
         findings.warning(
             QStringLiteral("no companion runs; one that was killed has left %1").arg(segment.path),
-            QStringLiteral("start the companion anew; it takes the segment over"));
+            QStringLiteral("restart the companion; it takes over the segment"));
     else if (segment.ageSeconds > segment.ageLimitSeconds)
         judgeLateCompanion(segment, findings);
     else if (result == SegmentResult::Ok && static_cast<Freshness>(segment.freshness) == Freshness::Ahead)

@@ -63,10 +63,10 @@ void judgeUser(const Facts& facts, Findings& findings) {
             QStringLiteral("the rights of %1 could not be judged: %2").arg(facts.user, user.problem),
             QStringLiteral("run this as root"));
     else if (user.id == 0 && facts.user.isEmpty())
-        findings.note(QStringLiteral("judged are the rights of root, who may do everything"),
-                      QStringLiteral("to judge the rights of the user who runs the program: --user NAME"));
+        findings.note(QStringLiteral("the rights of root were checked, which may do everything"),
+                      QStringLiteral("to check the rights of the user who runs the program: --user NAME"));
     else
-        findings.ok(QStringLiteral("judged are the rights of %1, in the groups %2").arg(user.name, groups));
+        findings.ok(QStringLiteral("the rights of %1 were checked, in the groups %2").arg(user.name, groups));
 }
 
 void judgeDevices(const Facts& facts, Findings& findings) {
@@ -83,7 +83,7 @@ void judgeDevices(const Facts& facts, Findings& findings) {
                 node.group == QLatin1String("root")
                     ? QStringLiteral("give the device's group the right to it by a udev rule, and add "
                                      "the user to that group")
-                    : QStringLiteral("add the user to the group and log in anew: sudo usermod -aG %1 %2")
+                    : QStringLiteral("add the user to the group and log in again: sudo usermod -aG %1 %2")
                           .arg(node.group, userText(facts)));
     }
     if (facts.rights.nodes.isEmpty())
@@ -130,7 +130,7 @@ void judgeMemory(const Facts& facts, Findings& findings) {
     constexpr double neededMb = 1536.0;
     const double available = facts.system.memoryAvailableMb;
     if (available < 0.0)
-        findings.skipped(QStringLiteral("/proc/meminfo does not tell how much memory is available"));
+        findings.skipped(QStringLiteral("/proc/meminfo does not say how much memory is available"));
     else if (available < neededMb)
         findings.warning(QStringLiteral("%1 MB of memory are available, and the benchmark needs %2 MB")
                              .arg(available, 0, 'f', 0)

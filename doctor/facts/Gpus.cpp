@@ -40,10 +40,9 @@ Reason whyRecordIsNotListed(const Facts& facts, const QVector<Gpu>& gpus, const 
                             "nvidia.cudaDevices"};
     }
     if (const Gpu* other = sameNumberBefore(gpus, gpu))
-        return {
-            QStringLiteral("its PCI bus is that of %1, and the program tells GPUs apart by their bus alone")
-                .arg(shownName(*other)),
-            "pairing.buses"};
+        return {QStringLiteral("its PCI bus is that of %1, and the program distinguishes GPUs only by bus")
+                    .arg(shownName(*other)),
+                "pairing.buses"};
     if (number >= GpuInfoBlock::capacity)
         return {QStringLiteral("the list has room for %1 GPUs of a vendor").arg(GpuInfoBlock::capacity), ""};
     return {QStringLiteral("its CUDA number %1 is beyond the count of the GPUs that NVML gave").arg(number),
@@ -178,7 +177,8 @@ Reason whyNotListed(const Facts& facts, const QVector<Gpu>& gpus, const Gpu& gpu
         return whyNvmlDoesNotListIt(facts, gpu);
     if (gpu.card.isEmpty())
         return whyNoCard(gpu);
-    return {QStringLiteral("its kernel driver does not tell its memory (mem_info_vram_total)"), "amd.cards"};
+    return {QStringLiteral("its kernel driver does not report its memory (mem_info_vram_total)"),
+            "amd.cards"};
 }
 
 } // namespace
