@@ -1,7 +1,7 @@
 """A machine with no GPU and no vendor library, made of bubblewrap: only the measured programs are there, with
 the libraries that they link, an empty /sys/class/drm, and its own /proc and /dev/shm.
 
-What a run costs differs with the libraries around it, so the same surroundings are laid on every machine."""
+The cost of a run depends on the installed libraries, so every machine provides the same ones."""
 
 import re
 import shutil
@@ -45,7 +45,7 @@ def bare_machine(programs, options=()):
 
 
 def check(program, *arguments):
-    """Makes sure that the program runs there and finds no GPU: one that dies at once would seem fast."""
+    """Makes sure that the program runs there and finds no GPU: one that crashed at once would seem fast."""
     with bare_machine([program]) as machine:
         run = machine.run_to_end(program, *arguments)
         if run.exit_code != 0 or ". qzGpuInfo " not in run.output:

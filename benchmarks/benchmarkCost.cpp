@@ -82,7 +82,7 @@ cl_int buildProgram(cl_program program, cl_uint count, const cl_device_id* devic
     return status;
 }
 
-/// The entry point, behind its clock where it has one.
+/// The entry point, or its timed wrapper if it has one.
 void* symbol(void* library, const char* name) {
     const DynamicLoader system = DynamicLoader::system();
     const auto behind = [&](const char* timedName, auto& function, auto* clocked) -> void* {

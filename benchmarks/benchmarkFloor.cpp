@@ -1,6 +1,6 @@
 // The least that a benchmark run can cost outside its kernel rounds: 2^28 random numbers in two arrays of
 // plain malloc, and their transfer to the first GPU device of the first OpenCL platform. Prints one JSON
-// object: the milliseconds that passed, and those of the processor.
+// object: milliseconds of wall time and of processor time.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>

@@ -33,8 +33,8 @@ class Companion:
             return False
 
     def next_publish(self):
-        """Waits for the end of an update cycle that was not waited for yet. So several companions can be waited for in
-        turn, cycle after cycle, whichever publishes first."""
+        """Waits for the end of the next update cycle since the last call. So several companions can be waited for in
+        turn, cycle after cycle, in any order of publishing."""
         deadline = time.monotonic() + 3 * CYCLE_SECONDS
         while self.published() == self._seen or not self.is_ready():
             if not self._run.is_running or time.monotonic() > deadline:
@@ -56,7 +56,7 @@ def resident_mib(pid):
 
 def cycle_costs(companions, cycles):
     """The processor time of each of so many update cycles, in milliseconds; a list for each companion. They are
-    watched together, and the first cycle is let pass."""
+    watched together, and the first cycle is skipped."""
     for companion in companions:
         companion.next_publish()
     used = [[companion.processor_ms()] for companion in companions]

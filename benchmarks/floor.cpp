@@ -1,4 +1,4 @@
-// The least that any Qt program costs: what start-up time and memory are measured against.
+// The least that any Qt program costs: start-up time and memory are compared with it.
 
 #include <QCoreApplication>
 

@@ -1,7 +1,7 @@
-// Preloaded into the program: how long each flock was held, from when the call that took it came back to when
-// the call that gave it back did. At the end it writes the times, in microseconds, a line each, to the file
-// that QZ_LOCK_TIMES names. A tracer would stop the program between the two calls; this costs two looks at
-// the clock.
+// Preloaded into the program: measures how long each flock was held, from the return of the call that took it
+// to the return of the call that released it. At exit it writes the times in microseconds, one per line, to
+// the file named by QZ_LOCK_TIMES. A tracer would stop the program between the two calls; this only reads the
+// clock twice.
 #include <array>
 #include <chrono>
 #include <cstdio>

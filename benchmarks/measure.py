@@ -1,4 +1,4 @@
-"""What the measurements share: figures and their limits, medians, and the end with 1 when a limit is broken."""
+"""Shared by the measurements: figures and their limits, medians, and exit code 1 if a limit is exceeded."""
 
 import json
 import os
@@ -8,18 +8,18 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-# Where `run` wants the figures, so as to put them on the page.
+# The file in which `run` expects the figures for the page.
 ROWS = "QZ_BENCH_ROWS"
 
 
 class Figures:
-    """Collects what was measured and prints each figure as it comes. A limit says "at most" or "at least"."""
+    """Collects the figures and prints each at once. A limit says "at most" or "at least"."""
 
     def __init__(self):
         self.rows = []
 
     def note(self, what, value, unit="", digits=2):
-        """A figure that nothing is asked of."""
+        """A figure without a limit."""
         self._add(what, shown(value, unit, digits), "", None)
 
     def at_most(self, what, value, limit, unit="", digits=2):
@@ -43,7 +43,7 @@ class Figures:
         print(f"{verdict:6}  {what}: {value}" + (f" ({limit})" if limit else ""), flush=True)
 
     def finish(self):
-        """Hands the figures to `run`, and ends: 1 when a limit is broken, else 0."""
+        """Passes the figures to `run`, and exits: 1 if a limit is exceeded, else 0."""
         if ROWS in os.environ:
             Path(os.environ[ROWS]).write_text(json.dumps(self.rows), encoding="utf-8")
         sys.exit(1 if any(row["verdict"] == "FAILED" for row in self.rows) else 0)
@@ -70,7 +70,7 @@ def in_turns(turns, *measures):
 
 
 def numbers(command):
-    """What a measuring program printed: a number a line. Ends the measurement when it fails."""
+    """The numbers that a measuring program printed, one per line. Ends the measurement if it fails."""
     run = subprocess.run(command, capture_output=True, text=True, timeout=300, check=False)
     if run.returncode != 0 or not run.stdout:
         sys.exit(f"{command[0]} failed ({run.returncode}): {run.stdout}{run.stderr}")

@@ -28,7 +28,7 @@ def machine():
 
 
 def load():
-    """How busy the machine is with other things, to be asked before a measurement begins."""
+    """The machine's load; call it before a measurement begins."""
     return os.getloadavg()[0]
 
 

@@ -1,6 +1,6 @@
-// readerTime DIRECTORY READS: reads the segment in the directory that often through the reader's library, a
-// pause of some milliseconds between two readings, so that none finds the caches warm from the one before.
-// Prints how long each took, in microseconds, a line each. Ends with 1 at the first that fails.
+// readerTime DIRECTORY READS: reads the segment in the directory that often through the reader's library,
+// with a pause of some milliseconds between readings, so that the caches are cold. Prints each reading's time
+// in microseconds, one per line. Exits with 1 at the first failure.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
