@@ -58,7 +58,7 @@ SegmentResult Reader::read(Snapshot& snapshot, std::chrono::milliseconds lockWai
     GpuSnapshot copied;
     const SegmentResult result =
         GpuSegmentReader(segmentDirectory, segmentKey, segmentOwner).read(copied, lockWait);
-    static_cast<SegmentState&>(snapshot) = copied;
+    static_cast<SegmentState&>(snapshot) = static_cast<const SegmentState&>(copied);
     if (result != SegmentResult::Ok)
         return result;
     for (int i = 0; i < copied.gpuCount(); ++i)

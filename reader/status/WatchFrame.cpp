@@ -100,7 +100,7 @@ std::vector<std::optional<GraphPoint>> pointsOf(const std::deque<Sample>& sample
         else if (figure == &Sample::temperature)
             points.emplace_back(GraphPoint{*value / 100.0, heatTone(*value)});
         else
-            points.push_back(
+            points.emplace_back(
                 GraphPoint{*value, figure == &Sample::memory ? memoryTone(*value) : Tone::Plain});
     }
     return points;
@@ -209,7 +209,7 @@ class Layout {
         const std::vector<TextLine> table = tableLines(report, width, true);
         body.resize(static_cast<std::size_t>(bodyRows));
         for (int i = 0; i < result.shown.gpus; ++i) {
-            const std::size_t gpu = places[static_cast<std::size_t>(first + i)];
+            const std::size_t gpu = places[static_cast<std::size_t>(first) + static_cast<std::size_t>(i)];
             const int column = i % grid.across * (width + 1);
             const int top = grid.top(i / grid.across);
             const int graphRows = grid.top(i / grid.across + 1) - top - 1;
