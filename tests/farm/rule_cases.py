@@ -124,8 +124,8 @@ CASES = [
          kinds=("Other",)),
     Case("QzGpuInfoSlow", 7, {"score_gps_1": turns(100, 84)}, {"score_gps_1": turns(100, 85)}),
     Case("QzGpuInfoFileOld", 7, {"mtime": [WRITTEN, (9000, END - BEGIN)]},
-         # Written late, every four minutes: what is looked back on and what is waited for add up.
-         {"mtime": [WRITTEN] + [(9000 + 240 * i, 4) for i in range(8)] + [((20000, 30), 3)]}),
+         # Written late, every four and a half minutes: what is looked back on and what is waited for add up.
+         {"mtime": [WRITTEN] + [(9000 + 270 * i, 4.5) for i in range(7)] + [((20000, 30), 3.5)]}),
     # The neighbour is down as a whole.
     Case("QzGpuInfoFileOld", 5, FILE_GONE, {**FILE_GONE, "up": turns(1, 0)}),
     Case("QzGpuInfoCapabilityLost", 12, {"gpu_optix_capable": turns(1, 0)},
