@@ -104,7 +104,7 @@ class Inventory(RuleCase):
 
     def test_median_counts_each_node_once(self):
         nodes = {**node("a", 20), **node("b", 20, score_gps_1=None, score_gps_0=[(90, 20)]),
-                 **node("c", 20, score_gps=[(10, 20)])}
+                 **node("c", 20, score_gps_1=None, score_gps_0=[(10, 20)])}
         self.evaluate(nodes, [(15, "qzgpuinfo:model_score:median", [({"kind": "Cuda", "name": "Model"}, 90)])])
 
 
