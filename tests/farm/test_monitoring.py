@@ -13,7 +13,9 @@ import simulated
 import status_command
 from prometheus_server import Monitoring, missing_programs
 from qz import NAME, wait_until
+from segment_bytes import Segment, block
 from simulated import SimulatedCase
+from test_status_forms import IDLE, NAVI, RTX, odd_block
 
 MIB = 2**20
 OK, NO_DATA, STALE = 0, 1, 3
@@ -186,8 +188,16 @@ class Checked(MonitoringCase):
         text = path.read_bytes()
         self.assertIn(f"\nqzgpuinfo_up {up}\n".encode(), text)
         exposition.parse(text)
+        self.judge(text)
+
+    def judge(self, text):
         result = subprocess.run(["promtool", "check", "metrics"], input=text, capture_output=True, timeout=30, check=False)
         self.assertEqual((result.returncode, result.stdout, result.stderr), (0, b"", b""))
+
+    def test_odd_names_and_no_segment(self):
+        for data in (None, odd_block(), block([RTX, IDLE], [NAVI])):
+            with self.subTest(data is not None), Segment(data) as segment:
+                self.judge(status_command.run("--prometheus", directory=segment.directory).stdout)
 
     def test_every_machine_fresh_and_stale(self):
         companions = [Companion(self, machine) for machine in self.MACHINES]
