@@ -56,7 +56,7 @@ WatchView viewOf(ViewBody body, int first = 0, ViewOrder order = ViewOrder::List
 
 } // namespace
 
-class test_WatchFrame : public QObject {
+class TestWatchFrame : public QObject {
     Q_OBJECT
 
   private slots:
@@ -280,5 +280,5 @@ class test_WatchFrame : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_WatchFrame)
+QTEST_GUILESS_MAIN(TestWatchFrame)
 #include "test_WatchFrame.moc"

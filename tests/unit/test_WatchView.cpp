@@ -11,7 +11,7 @@ const ShownPart tenOfTwenty{10, 10, 1, false};
 
 } // namespace
 
-class test_WatchView : public QObject {
+class TestWatchView : public QObject {
     Q_OBJECT
 
   private slots:
@@ -134,5 +134,5 @@ class test_WatchView : public QObject {
     }
 };
 
-QTEST_GUILESS_MAIN(test_WatchView)
+QTEST_GUILESS_MAIN(TestWatchView)
 #include "test_WatchView.moc"
