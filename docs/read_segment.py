@@ -31,7 +31,7 @@ def is_mapped(user):
 
 
 def user_id(name):
-    """The number of a user; without a name, of the one who reads."""
+    """The number of a user; without a name, the caller's."""
     try:
         return os.geteuid() if name is None else pwd.getpwnam(name).pw_uid
     except KeyError:
@@ -40,7 +40,7 @@ def user_id(name):
 
 def locked_bytes(path, seconds=1.0, user=None):
     """The segment's 7472 bytes, copied under its lock, their age in seconds (below 0: dated ahead), and its flags.
-    Refuses the segment of anyone but `user`, by default the one who reads."""
+    Refuses the segment of anyone but `user`, by default the caller."""
     owner = user_id(user)
     guards = os.O_NOFOLLOW | os.O_NONBLOCK
     with open(path, "rb", buffering=0, opener=lambda name, flags: os.open(name, flags | guards)) as file:
