@@ -129,8 +129,8 @@ QString sleepingCardOf(const QVector<PciDevice>& devices) {
 
 template <class Record>
 Record lastTold(const StepOutcome& outcome, const char* kind) {
-    const auto told = outcome.told(kind);
-    return told.isEmpty() ? Record() : fromJson<Record>(told.last());
+    const auto all = outcome.reported(kind);
+    return all.isEmpty() ? Record() : fromJson<Record>(all.last());
 }
 
 } // namespace

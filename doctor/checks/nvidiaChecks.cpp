@@ -91,10 +91,10 @@ void judgeNvidiaModule(const Facts& facts, Findings& findings) {
 void judgeNvmlLibrary(const Facts& facts, Findings& findings) {
     const ProgramFacts& run = facts.programRun;
     QStringList missing;
-    const auto lacking = facts.programEnd.told("missing");
-    for (const QJsonObject& told : lacking)
-        if (told.value("library").toString().contains("nvidia-ml"))
-            missing.append(told.value("symbol").toString());
+    const auto entries = facts.programEnd.reported("missing");
+    for (const QJsonObject& message : entries)
+        if (message.value("library").toString().contains("nvidia-ml"))
+            missing.append(message.value("symbol").toString());
     if (run.hasOpened("nvidia-ml")) {
         if (!missing.isEmpty())
             findings.failure(

@@ -134,9 +134,9 @@ void judgeOpenCLLoader(const Facts& facts, Findings& findings) {
         return;
     }
     QStringList missing;
-    const auto lacking = facts.openCLEnd.told("missing");
-    for (const QJsonObject& told : lacking)
-        missing.append(told.value("symbol").toString());
+    const auto entries = facts.openCLEnd.reported("missing");
+    for (const QJsonObject& message : entries)
+        missing.append(message.value("symbol").toString());
     const bool opened =
         std::any_of(facts.openCLEnd.messages.begin(), facts.openCLEnd.messages.end(),
                     [](const Message& message) { return message.content.contains("soname"); });

@@ -30,8 +30,8 @@ struct AnswerTrial {
 
     /// Why the program could not be started; empty: it was.
     QString cannot() const {
-        const auto told = outcome.told("cannot");
-        return told.isEmpty() ? QString() : told.first().value("reason").toString();
+        const auto all = outcome.reported("cannot");
+        return all.isEmpty() ? QString() : all.first().value("reason").toString();
     }
 };
 

@@ -65,10 +65,11 @@ QString nameIn(const StatusName (&names)[Count], int status) {
 
 } // namespace
 
-NvmlFacts::NvmlFacts(const StepOutcome& outcome) : devices(fromJson<NvmlIdentity>(outcome.told("device"))) {
-    const auto libraries = outcome.told("library");
-    for (const QJsonObject& told : libraries)
-        library = fromJson<NvmlLibrary>(told);
+NvmlFacts::NvmlFacts(const StepOutcome& outcome)
+    : devices(fromJson<NvmlIdentity>(outcome.reported("device"))) {
+    const auto libraries = outcome.reported("library");
+    for (const QJsonObject& message : libraries)
+        library = fromJson<NvmlLibrary>(message);
 }
 
 const NvmlIdentity* NvmlFacts::at(const QString& address) const {

@@ -11,11 +11,11 @@
 namespace doctor {
 
 OpenCLFacts::OpenCLFacts(const StepOutcome& outcome)
-    : platforms(fromJson<OpenCLPlatformFacts>(outcome.told("platform"))),
-      devices(fromJson<OpenCLDeviceFacts>(outcome.told("device"))) {
-    const auto libraries = outcome.told("library");
-    for (const QJsonObject& told : libraries)
-        library = fromJson<OpenCLLibrary>(told);
+    : platforms(fromJson<OpenCLPlatformFacts>(outcome.reported("platform"))),
+      devices(fromJson<OpenCLDeviceFacts>(outcome.reported("device"))) {
+    const auto libraries = outcome.reported("library");
+    for (const QJsonObject& message : libraries)
+        library = fromJson<OpenCLLibrary>(message);
 }
 
 quint32 OpenCLFacts::seenOf(const OpenCLPlatformFacts& platform) const {

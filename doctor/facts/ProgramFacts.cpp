@@ -86,8 +86,8 @@ QVector<CallFacts> callsOf(const Messages& messages) {
 
 ProgramFacts::ProgramFacts(const StepOutcome& outcome)
     : wasRun(outcome.end != StepOutcome::End::NotRun), calls(callsOf(outcome.messages)),
-      records(fromJson<RecordFacts>(outcome.told("record"))),
-      cards(fromJson<CardFacts>(outcome.told("card"))) {}
+      records(fromJson<RecordFacts>(outcome.reported("record"))),
+      cards(fromJson<CardFacts>(outcome.reported("card"))) {}
 
 const CallFacts* ProgramFacts::firstCall(const QString& name) const {
     const auto found =

@@ -14,7 +14,7 @@ void askProgram(Channel& channel, const QString& program, const QString& option)
     const QByteArray argument = option.toLocal8Bit();
     channel.begin(QStringLiteral("%1 %2").arg(QFileInfo(program).fileName(), option));
     ::execl(path.constData(), path.constData(), argument.constData(), static_cast<char*>(nullptr));
-    channel.tell("cannot", {{"reason", QString(qzLastOSError(-1))}});
+    channel.send("cannot", {{"reason", QString(qzLastOSError(-1))}});
     ::_exit(127);
 }
 

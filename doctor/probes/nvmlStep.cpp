@@ -119,14 +119,14 @@ void askNvml(Channel& channel) {
     const Inquiry inquiry(channel);
     const nvmlReturn_t started = nvml.nvmlInit_v2();
     // The file is known even if the library doesn't start.
-    channel.tell("library", toJson(inquiry.library()));
+    channel.send("library", toJson(inquiry.library()));
     unsigned int count = 0;
     if (started != NVML_SUCCESS || nvml.nvmlDeviceGetCount_v2(&count) != NVML_SUCCESS)
         return;
     for (unsigned int index = 0; index < std::min(count, maxNvidiaDevices); ++index) {
         nvmlDevice_t handle = nullptr;
         if (nvml.nvmlDeviceGetHandleByIndex_v2(index, &handle) == NVML_SUCCESS)
-            channel.tell("device", toJson(inquiry.device(index, handle)));
+            channel.send("device", toJson(inquiry.device(index, handle)));
     }
     nvml.nvmlShutdown();
 }

@@ -42,10 +42,11 @@ QVector<BusAnswer> busAnswers(cl_device_id device) {
     TopologyAmd topology{};
     PciBusInfoKhr location{};
     ask("NV", deviceAttributePciBusIdNv, number, [](cl_uint bus) { return bus; });
-    ask("AMD", deviceAttributeTopologyAmd, topology,
-        [](const TopologyAmd& told) { return static_cast<quint32>(static_cast<unsigned char>(told.bus)); });
+    ask("AMD", deviceAttributeTopologyAmd, topology, [](const TopologyAmd& answer) {
+        return static_cast<quint32>(static_cast<unsigned char>(answer.bus));
+    });
     ask("KHR", deviceAttributePciBusInfoKhr, location,
-        [](const PciBusInfoKhr& told) { return static_cast<quint32>(told.pci_bus); });
+        [](const PciBusInfoKhr& answer) { return static_cast<quint32>(answer.pci_bus); });
     return answers;
 }
 
@@ -65,7 +66,7 @@ void tellDevices(Channel& channel, const OpenCLPlatform& platform) {
         facts.amdBusKnown = candidate.busKnown;
         facts.amdSource = QString::fromLatin1(candidate.busSource);
         facts.amdBus = static_cast<quint32>(candidate.bus);
-        channel.tell("device", toJson(facts));
+        channel.send("device", toJson(facts));
     }
 }
 
@@ -82,7 +83,7 @@ void listOpenCL(Channel& channel) {
     if (::dladdr(recording().entryPoints.value("clGetPlatformIDs"), &place) != 0)
         library.file = QString::fromLocal8Bit(place.dli_fname);
     library.reportedPlatforms = platforms.reported;
-    channel.tell("library", toJson(library));
+    channel.send("library", toJson(library));
     for (const OpenCLPlatform& platform : platforms.listed) {
         OpenCLPlatformFacts facts;
         facts.number = static_cast<int>(platform.number);
@@ -91,7 +92,7 @@ void listOpenCL(Channel& channel) {
         int ignored = 0;
         facts.otherDevices =
             countDevices(platform.id, CL_DEVICE_TYPE_CPU | CL_DEVICE_TYPE_ACCELERATOR, ignored);
-        channel.tell("platform", toJson(facts));
+        channel.send("platform", toJson(facts));
         tellDevices(channel, platform);
     }
 }

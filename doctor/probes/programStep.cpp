@@ -59,7 +59,7 @@ void tellRecords(Channel& channel, const Opened<Provider>& provider) {
         facts.openCLDevice = gpu->clDevice != 0 ? handleText(openCLDeviceOf(*gpu)) : QString();
         // Of several records with the same number, the first is listed.
         facts.isListed = listed.removeOne(gpu->deviceIndex);
-        channel.tell("record", toJson(facts));
+        channel.send("record", toJson(facts));
     }
 }
 
@@ -78,7 +78,7 @@ void tellCards(Channel& channel, const QString& drm) {
             facts.memoryMb = card.memoryMb;
             facts.isLargeEnough = card.isListed();
         }
-        channel.tell("card", toJson(facts));
+        channel.send("card", toJson(facts));
     }
 }
 

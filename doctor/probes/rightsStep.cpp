@@ -108,7 +108,7 @@ void judgeRights(Channel& channel, const Places& places, const QString& name) {
     for (const QString& path : paths)
         facts.nodes.append(nodeAt(path));
     facts.sharedMemory = sharedMemoryAt(places.dev + "/shm");
-    channel.tell("rights", toJson(facts));
+    channel.send("rights", toJson(facts));
 }
 
 } // namespace doctor

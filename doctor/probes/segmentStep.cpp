@@ -78,7 +78,7 @@ void readSegment(Channel& channel, const Places& places, const QString& name) {
         facts.freshness = static_cast<int>(freshness(snapshot));
         facts.gpus = snapshot.gpuCount();
     }
-    channel.tell("segment", toJson(facts));
+    channel.send("segment", toJson(facts));
 }
 
 } // namespace doctor

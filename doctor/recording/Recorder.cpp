@@ -46,7 +46,7 @@ void* symbolRecorded(void* library, const char* symbolName) {
     void* entryPoint = recording().system.symbol(library, symbolName);
     if (entryPoint == nullptr) {
         if (recording().channel != nullptr)
-            recording().channel->tell("missing",
+            recording().channel->send("missing",
                                       {{"library", recording().libraries.value(library)}, {"symbol", name}});
         return nullptr;
     }

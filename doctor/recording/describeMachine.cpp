@@ -156,11 +156,11 @@ void describeLibraries(DescriptionText& text, const Facts& facts) {
     text.value("cuda", openedOf(facts, {"libcuda.so.1"}) == "none" ? "no" : "yes");
     text.value("opencl", openedOf(facts, {"libOpenCL.so.1", "libOpenCL.so"}));
     // Each provider looks again for a library that the previous one did not find.
-    const QVector<QJsonObject> missing = facts.programEnd.told("missing");
-    for (auto told = missing.cbegin(); told != missing.cend(); ++told)
-        if (std::find(missing.cbegin(), told, *told) == told)
-            text.fault(told->value("library").toString(),
-                       "omit " + told->value("symbol").toString().toUtf8());
+    const QVector<QJsonObject> missing = facts.programEnd.reported("missing");
+    for (auto message = missing.cbegin(); message != missing.cend(); ++message)
+        if (std::find(missing.cbegin(), message, *message) == message)
+            text.fault(message->value("library").toString(),
+                       "omit " + message->value("symbol").toString().toUtf8());
 }
 
 void describeEvents(DescriptionText& text, const NumberedCalls& calls, const StepOutcome& outcome) {

@@ -18,15 +18,15 @@ Channel::Channel(int lineToDoctor, const QByteArray& markOfMessages)
 void Channel::begin(const QString& call, QJsonObject arguments) {
     std::fflush(stdout);
     arguments.insert(QStringLiteral("call"), call);
-    tell(messageBegin, arguments);
+    send(messageBegin, arguments);
 }
 
 void Channel::end(const QJsonObject& answer) {
     std::fflush(stdout);
-    tell(messageEnd, answer);
+    send(messageEnd, answer);
 }
 
-void Channel::tell(const char* kind, const QJsonObject& content) {
+void Channel::send(const char* kind, const QJsonObject& content) {
     const QByteArray packet = mark + kind + '\n' + QJsonDocument(content).toJson(QJsonDocument::Compact);
     // If the doctor has exited, this child is about to be killed as well.
     while (::send(line, packet.constData(), static_cast<std::size_t>(packet.size()), MSG_NOSIGNAL) < 0 &&

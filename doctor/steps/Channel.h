@@ -23,7 +23,7 @@ class Channel {
     void end(const QJsonObject& answer = {});
 
     /// Sends a result of the step.
-    void tell(const char* kind, const QJsonObject& content = {});
+    void send(const char* kind, const QJsonObject& content = {});
 
     /// Announces `call`, makes it and returns its result.
     template <class Function>

@@ -44,7 +44,7 @@ void becomeChild(pid_t parent, int line) {
     const int kept = ::fcntl(line, F_DUPFD_CLOEXEC, lowestLine);
     Channel channel(kept >= 0 ? kept : line, mark);
     step.work(channel);
-    channel.tell(messageDone);
+    channel.send(messageDone);
     if (!step.runsExitHandlers)
         ::_exit(0);
     channel.begin(QStringLiteral("exit"));

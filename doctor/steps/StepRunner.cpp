@@ -51,7 +51,7 @@ void endStrays(const std::vector<pid_t>& givenUp) {
 
 } // namespace
 
-QVector<QJsonObject> StepOutcome::told(const char* kind) const {
+QVector<QJsonObject> StepOutcome::reported(const char* kind) const {
     QVector<QJsonObject> contents;
     for (const Message& message : messages)
         if (message.kind == QLatin1String(kind))
@@ -61,7 +61,7 @@ QVector<QJsonObject> StepOutcome::told(const char* kind) const {
 
 QByteArray StepOutcome::output() const {
     QByteArray text;
-    const QVector<QJsonObject> pieces = told(messageOutput);
+    const QVector<QJsonObject> pieces = reported(messageOutput);
     for (const QJsonObject& piece : pieces)
         text += bytesOfText(piece.value("text").toString());
     return text;

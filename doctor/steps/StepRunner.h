@@ -47,7 +47,7 @@ struct StepOutcome {
     bool isDone() const { return end == End::Done; }
 
     /// The contents of all messages of one kind.
-    QVector<QJsonObject> told(const char* kind) const;
+    QVector<QJsonObject> reported(const char* kind) const;
 
     /// What was written to standard output and error, at most `StepRunner::mostOutput` bytes.
     QByteArray output() const;

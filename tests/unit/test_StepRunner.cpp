@@ -72,11 +72,11 @@ void startAnother(Channel& channel, bool leaves) {
     }
     pid_t other = 0;
     QVERIFY(::read(told[0], &other, sizeof other) == sizeof other);
-    channel.tell("other", {{"pid", other}});
+    channel.send("other", {{"pid", other}});
 }
 
 pid_t otherOf(const StepOutcome& outcome) {
-    const auto told = outcome.told("other");
+    const auto told = outcome.reported("other");
     return told.isEmpty() ? 0 : told.first().value("pid").toInt();
 }
 
@@ -92,7 +92,7 @@ class TestStepRunner : public QObject {
             channel.begin("first call", {{"device", 3}});
             std::printf("within");
             channel.end({{"status", 7}});
-            channel.tell("fact", {{"text", QString::fromLatin1("\xe9\n\x01")}});
+            channel.send("fact", {{"text", QString::fromLatin1("\xe9\n\x01")}});
             QCOMPARE(channel.around("second call", [] { return 42; }), 42);
         });
         QCOMPARE(outcome.end, End::Done);
@@ -102,7 +102,7 @@ class TestStepRunner : public QObject {
         QCOMPARE(outcome.output(), QByteArray("before\nwithin"));
         QCOMPARE(outcome.messages[1].content, (QJsonObject{{"call", "first call"}, {"device", 3}}));
         QCOMPARE(outcome.messages[3].content, (QJsonObject{{"status", 7}}));
-        QCOMPARE(outcome.told("fact").constFirst().value("text").toString(),
+        QCOMPARE(outcome.reported("fact").constFirst().value("text").toString(),
                  QString::fromLatin1("\xe9\n\x01"));
         QVERIFY(outcome.seconds > 0.0 && outcome.seconds < 5.0);
     }
@@ -127,12 +127,12 @@ class TestStepRunner : public QObject {
                 const std::vector<char> page(4096, 'x');
                 for (int i = 0; i < 100; ++i) [[maybe_unused]]
                     const ssize_t written = ::write(STDERR_FILENO, page.data(), page.size());
-                channel.tell("fact");
+                channel.send("fact");
             },
             false, {10s, 10s, 1s});
         QCOMPARE(outcome.end, End::Done);
         QCOMPARE(outcome.output().size(), StepRunner::mostOutput);
-        QCOMPARE(outcome.told("fact").size(), 1);
+        QCOMPARE(outcome.reported("fact").size(), 1);
     }
 
     void badEnds_data() {
@@ -225,15 +225,15 @@ class TestStepRunner : public QObject {
 
     void stepsRunOneAfterTheOther() {
         const auto stamp = [](Channel& channel) {
-            channel.tell("at", {{"ms", double(QDateTime::currentMSecsSinceEpoch())}});
+            channel.send("at", {{"ms", double(QDateTime::currentMSecsSinceEpoch())}});
             ::usleep(30'000);
-            channel.tell("at", {{"ms", double(QDateTime::currentMSecsSinceEpoch())}});
+            channel.send("at", {{"ms", double(QDateTime::currentMSecsSinceEpoch())}});
         };
         const auto outcomes =
             outcomesOf({{"1", stamp, false}, {"2", stamp, false}, {"3", stamp, false}}, {10s, 10s, 1s});
         double last = 0.0;
         for (const StepOutcome& outcome : outcomes) {
-            const auto stamps = outcome.told("at");
+            const auto stamps = outcome.reported("at");
             for (const QJsonObject& at : stamps) {
                 QVERIFY(at.value("ms").toDouble() >= last);
                 last = at.value("ms").toDouble();
@@ -243,7 +243,7 @@ class TestStepRunner : public QObject {
 
     void hangingStepsCostTheTimeLimitOnce() {
         const auto hang = [](Channel&) { sleepLong(); };
-        const auto quickStep = [](Channel& channel) { channel.tell("fact"); };
+        const auto quickStep = [](Channel& channel) { channel.send("fact"); };
         QElapsedTimer timer;
         timer.start();
         const auto outcomes =
@@ -291,10 +291,10 @@ class TestStepRunner : public QObject {
     void childrenHaveNoCoreNoInputAndTheirOwnGroup() {
         const StepOutcome outcome = outcomeOf([](Channel& channel) {
             char byte = 0;
-            channel.tell("own", {{"group", ::getpgrp() == ::getpid()},
+            channel.send("own", {{"group", ::getpgrp() == ::getpid()},
                                  {"input", int(::read(STDIN_FILENO, &byte, 1))}});
         });
-        QCOMPARE(outcome.told("own").constFirst(), (QJsonObject{{"group", true}, {"input", 0}}));
+        QCOMPARE(outcome.reported("own").constFirst(), (QJsonObject{{"group", true}, {"input", 0}}));
     }
 };
 
